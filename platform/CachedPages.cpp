@@ -1,0 +1,37 @@
+#include "platform/CachedPages.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <tuple>
+
+namespace platform {
+
+void dropPages(int descriptor, int64_t offset, int64_t length) {
+  std::ignore = ::posix_fadvise(descriptor, offset, length, POSIX_FADV_DONTNEED);
+}
+
+bool pushPages(int descriptor, int64_t offset, int64_t length) {
+  constexpr unsigned wait = SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
+  if (::sync_file_range(descriptor, offset, length, wait) == 0) return true;
+  if (errno != ENOSYS) return false;
+  return ::fdatasync(descriptor) == 0;
+}
+
+int64_t directAlignment(int descriptor) {
+  // A page is what nearly every device is content with, and what the buffers are aligned to.
+  constexpr int64_t page = 4096;
+  struct statx facts = {};
+  const bool told = ::statx(descriptor, "", AT_EMPTY_PATH, STATX_DIOALIGN, &facts) == 0;
+  if (told && (facts.stx_mask & STATX_DIOALIGN) != 0) return std::max<int64_t>(page, facts.stx_dio_offset_align);
+  return page;
+}
+
+bool setDirect(int descriptor, bool on) {
+  return ::fcntl(descriptor, F_SETFL, on ? O_DIRECT : 0) == 0;
+}
+
+}  // namespace platform

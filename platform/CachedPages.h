@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstdint>
+
+// The pages of a file that the system keeps in memory: what the tool reads to prove a file has to come from the device,
+// and what it copies must not push out what others need.
+namespace platform {
+
+// Dropped in pieces of this size or more: small ones cost more than they save.
+inline constexpr int64_t smallestDrop = int64_t{8} << 20;
+
+// Gives up the cached pages of `length` bytes at `offset` (0: to the end of the file). Advice: pages that are dirty, or
+// mapped by another process, stay.
+void dropPages(int descriptor, int64_t offset, int64_t length);
+
+// Writes the dirty pages of `length` bytes at `offset` (0: to the end of the file) to the device and waits for them.
+// Returns false when that failed; errno then holds the reason.
+bool pushPages(int descriptor, int64_t offset, int64_t length);
+
+// Alignment, in bytes, that address, offset and length of a transfer past the cache need for this file.
+int64_t directAlignment(int descriptor);
+
+// Switches transfers past the cache (O_DIRECT) on or off. False when the file system refuses.
+bool setDirect(int descriptor, bool on);
+
+}  // namespace platform

@@ -1,0 +1,61 @@
+#include "platform/ConcurrentQueue.h"
+
+#include <utility>
+
+#include "platform/DispatchGroup.h"
+
+namespace platform {
+
+void ConcurrentQueue::async(Task task) {
+  const std::lock_guard lock(_mutex);
+  if (_barrier) {
+    _behindBarrier.push_back(std::move(task));
+  } else {
+    start(std::move(task));
+  }
+}
+
+void ConcurrentQueue::start(Task task) {
+  if (++_unfinished > _threads) {
+    _workers.addThread();
+    ++_threads;
+  }
+  _workers.post([this, task = std::move(task)] {
+    task();
+    taskEnded();
+  });
+}
+
+void ConcurrentQueue::taskEnded() {
+  const std::lock_guard lock(_mutex);
+  if (--_unfinished == 0) _changed.notify_all();
+}
+
+void ConcurrentQueue::barrierSync(const Task& task) {
+  std::unique_lock lock(_mutex);
+  _changed.wait(lock, [this] { return !_barrier; });
+  _barrier = true;
+  _changed.wait(lock, [this] { return _unfinished == 0; });
+  lock.unlock();
+  task();
+  lock.lock();
+  _barrier = false;
+  for (Task& waiting : std::exchange(_behindBarrier, {})) start(std::move(waiting));
+  _changed.notify_all();
+}
+
+void ConcurrentQueue::apply(std::size_t iterations, const std::function<void(std::size_t)>& task) {
+  if (iterations == 0) return;
+  DispatchGroup others;
+  for (std::size_t index = 0; index + 1 < iterations; ++index) {
+    others.enter();
+    async([&, index] {
+      task(index);
+      others.leave();
+    });
+  }
+  task(iterations - 1);
+  others.wait();
+}
+
+}  // namespace platform

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+
+namespace platform {
+
+// Counts pieces of work under way and lets threads wait until there are none. Any thread may enter, leave and wait.
+// What was written before a leave is visible after the wait that it ended.
+class DispatchGroup {
+ public:
+  void enter();
+  // One call for every enter. The group may be destroyed as soon as a wait has returned.
+  void leave();
+  // Waits, without a time limit, until every enter was followed by its leave.
+  void wait();
+
+ private:
+  std::mutex _mutex;
+  std::condition_variable _empty;
+  uint64_t _entered = 0;  // guarded by _mutex
+};
+
+}  // namespace platform

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+// The domain of errors that a system call reported; their code is the errno value.
+inline constexpr std::string_view POSIXErrorDomain = "POSIXErrorDomain";
+
+// A failure that a caller can act on. A plain value: copies are independent.
+struct Error {
+  std::string domain;
+  int64_t code = 0;
+  std::optional<std::string> description;  // what a person reads; some errors are told by their code alone
+  std::optional<std::string> path;         // absolute path of the file that the error is about
+};
+
+// Where a caller wants an error to be put; null when it asks for none. The caller owns the place, which must stay valid
+// for as long as the operation documents.
+using ErrorPlace = std::optional<Error>*;
+
+// Puts the error into the place, if there is one, and returns false, so that a failing operation can end with it.
+bool fail(ErrorPlace place, Error error);
+
+// The error of a failed system call: `call` on `path` gave the errno value `code`.
+Error posixError(std::string_view call, std::string_view path, int code);
+
+}  // namespace platform

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <utility>
+
+namespace platform {
+
+// Owns one open descriptor and closes it. Move only.
+class FileDescriptor {
+ public:
+  FileDescriptor() = default;
+  explicit FileDescriptor(int descriptor) : _descriptor(descriptor) {}
+  FileDescriptor(FileDescriptor&& other) noexcept : _descriptor(std::exchange(other._descriptor, -1)) {}
+  FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+    std::swap(_descriptor, other._descriptor);
+    return *this;
+  }
+  FileDescriptor(const FileDescriptor&) = delete;
+  FileDescriptor& operator=(const FileDescriptor&) = delete;
+  ~FileDescriptor() { close(); }
+
+  [[nodiscard]] bool isOpen() const { return _descriptor >= 0; }
+  [[nodiscard]] int get() const { return _descriptor; }
+
+  // Closes now, for callers to whom the result matters: 0, or the errno value of the close. Nothing open is 0.
+  int close();
+
+ private:
+  int _descriptor = -1;
+};
+
+}  // namespace platform

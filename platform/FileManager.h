@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "platform/Error.h"
+
+// What is done to files by name.
+namespace platform {
+
+// Tells files apart whatever their names: two names with the same identity are the same file.
+struct FileIdentity {
+  uint64_t device = 0;
+  uint64_t inode = 0;
+  bool operator==(const FileIdentity&) const = default;
+};
+
+// Identity of the file at the path, through symbolic links; none when there is none.
+std::optional<FileIdentity> identityOfFile(const std::string& path);
+
+// Identity of what stands at the path itself, be it a symbolic link; none when nothing does.
+std::optional<FileIdentity> identityOfItem(const std::string& path);
+
+// True when the name is taken: by a file, a directory, a symbolic link wherever it leads.
+bool fileExistsAtPath(const std::string& path);
+
+// Size in bytes of the file at the path, through symbolic links; none when it can't be told.
+std::optional<uint64_t> sizeOfFile(const std::string& path);
+
+// Removes a file or a symbolic link, never a directory. On failure false and a POSIXErrorDomain error.
+bool removeItem(const std::string& path, ErrorPlace error);
+
+// Renames within one file system. What stands at the new name is never replaced, not even when it appears at the last
+// moment: that is a POSIXErrorDomain error with the code EEXIST, as other failures have theirs.
+bool moveItem(const std::string& from, const std::string& to, ErrorPlace error);
+
+// Makes the data of the file at the path permanent, and what is needed to read it back, under whatever name it has.
+// Returns what the failed call returned, else 0. Where no file stands at the path nothing is to be done, which is 0
+// too.
+int makeDataPermanent(const std::string& path);
+
+// Makes the file at the path permanent, and its name with it: a full sync of the file, then one of its directory, which
+// is passed over where the file system knows no such thing. A failed sync is not tried again: the system has already
+// forgotten what it could not write. Returns what the failed call returned, else 0. When the file can't be opened for
+// writing descriptor 0 is synced in its place, which callers rely on for the value that they print; since that proves
+// nothing, success there is a failure too.
+int fullSync(const std::string& path);
+
+}  // namespace platform

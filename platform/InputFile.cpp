@@ -1,0 +1,109 @@
+#include "platform/InputFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <tuple>
+
+#include "platform/CachedPages.h"
+
+namespace platform {
+
+namespace {
+
+// One call of the system moves no more than this, a multiple of every alignment.
+constexpr std::size_t largestTransfer = std::size_t{1} << 30;
+
+bool isRegularFile(int descriptor) {
+  struct stat facts = {};
+  return ::fstat(descriptor, &facts) == 0 && S_ISREG(facts.st_mode);
+}
+
+}  // namespace
+
+std::optional<InputFile> InputFile::open(const std::string& path) {
+  FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file.isOpen()) return std::nullopt;
+  return InputFile(std::move(file));
+}
+
+InputFile::InputFile(FileDescriptor file) : _file(std::move(file)), _alignment(directAlignment(_file.get())) {
+  if (!isRegularFile(_file.get())) return;
+  std::ignore = ::posix_fadvise(_file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+  _direct = setDirect(_file.get(), true);
+  if (!_direct) {
+    startCachedRoad();
+    return;
+  }
+  // Some file systems take the flag and read from the cache all the same, and the end of the file may have to be read
+  // through it: what is cached now must not be there then.
+  std::ignore = pushPages(_file.get(), 0, 0);
+  dropPages(_file.get(), 0, 0);
+}
+
+InputFile::~InputFile() {
+  if (_file.isOpen()) dropPages(_file.get(), 0, 0);
+}
+
+void InputFile::startCachedRoad() {
+  _direct = false;
+  std::ignore = setDirect(_file.get(), false);
+  // Dirty pages can't be dropped. Where this fails the device does not hold the file, and the pages, still there, are
+  // all that can be read.
+  std::ignore = ::fdatasync(_file.get());
+  dropPages(_file.get(), 0, 0);
+  _dropped = _position;
+}
+
+ReadResult InputFile::read(std::byte* buffer, std::size_t size) {
+  std::size_t filled = 0;
+  while (filled < size) {
+    const int64_t length = readSome(buffer + filled, std::min(size - filled, largestTransfer));
+    if (length < 0) return ReadResult{.length = -1, .error = errno};
+    if (length == 0) break;
+    filled += static_cast<std::size_t>(length);
+  }
+  if (!_direct) dropBehind();
+  return ReadResult{.length = static_cast<int64_t>(filled)};
+}
+
+int64_t InputFile::readSome(std::byte* buffer, std::size_t size) {
+  if (_direct && _position % _alignment != 0) return readToAlignment(buffer, size);
+  const int64_t length = readAtPosition(buffer, size);
+  if (length >= 0 || !_direct || errno != EINVAL) return length;
+  startCachedRoad();
+  return readAtPosition(buffer, size);
+}
+
+// Behind a short read: the end of the file, or a file system that gives less than it was asked for. Only the cache can
+// tell, since transfers past it have to start on a boundary; they go on from the next one.
+int64_t InputFile::readToAlignment(std::byte* buffer, std::size_t size) {
+  const auto gap = static_cast<std::size_t>(_alignment - _position % _alignment);
+  if (gap > size || !setDirect(_file.get(), false)) {
+    startCachedRoad();
+    return readAtPosition(buffer, size);
+  }
+  const int64_t length = readAtPosition(buffer, gap);
+  if (length > 0 && !setDirect(_file.get(), true)) startCachedRoad();
+  return length;
+}
+
+int64_t InputFile::readAtPosition(std::byte* buffer, std::size_t size) {
+  int64_t length = 0;
+  do {
+    length = ::read(_file.get(), buffer, size);
+  } while (length < 0 && errno == EINTR);
+  if (length > 0) _position += length;
+  return length;
+}
+
+void InputFile::dropBehind() {
+  if (_position - _dropped < smallestDrop) return;
+  dropPages(_file.get(), _dropped, _position - _dropped);
+  _dropped = _position;
+}
+
+}  // namespace platform

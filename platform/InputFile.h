@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "platform/FileDescriptor.h"
+
+namespace platform {
+
+// What one read of a file gave.
+struct ReadResult {
+  int64_t length = 0;  // bytes, or -1 when the read failed
+  int error = 0;       // errno of the failure, else 0
+};
+
+// A file that is read from start to end from the device, past the file cache, whatever of it was cached before; nothing
+// of it stays in the cache afterwards. Move only, used by one thread at a time.
+//
+// Where the file system refuses transfers past the cache (when they are switched on, or at the first read) the file is
+// read through the cache, but its pages are dropped before and behind every read.
+class InputFile {
+ public:
+  // None when the file cannot be opened for reading; errno then tells why.
+  static std::optional<InputFile> open(const std::string& path);
+
+  InputFile(InputFile&&) = default;
+  InputFile& operator=(InputFile&&) = delete;
+  ~InputFile();
+
+  [[nodiscard]] int descriptor() const { return _file.get(); }
+
+  // Reads on until the buffer is full, the file ends or an error comes; a short result is the end of the file and
+  // nothing else. An error after some bytes is an error: what the buffer holds then is not to be used.
+  //   buffer   page-aligned, `size` bytes, the caller's
+  ReadResult read(std::byte* buffer, std::size_t size);
+
+ private:
+  explicit InputFile(FileDescriptor file);
+  int64_t readSome(std::byte* buffer, std::size_t size);
+  int64_t readToAlignment(std::byte* buffer, std::size_t size);
+  int64_t readAtPosition(std::byte* buffer, std::size_t size);
+  void startCachedRoad();
+  void dropBehind();
+
+  FileDescriptor _file;
+  int64_t _alignment;
+  int64_t _position = 0;
+  int64_t _dropped = 0;  // on the cached road: everything before this offset was dropped
+  bool _direct = false;
+};
+
+}  // namespace platform

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstddef>
+#include <mutex>
+#include <string>
+
+#include "platform/DispatchGroup.h"
+#include "platform/WorkerThreads.h"
+
+namespace platform {
+
+// Runs operations on threads of its own, at most a given number at a time, started in the order added, and counts those
+// that have not ended. Any thread may call it; an operation must not wait for its own queue.
+class OperationQueue {
+ public:
+  explicit OperationQueue(std::string label) : _workers(std::move(label)) {}
+  OperationQueue(const OperationQueue&) = delete;
+  OperationQueue& operator=(const OperationQueue&) = delete;
+
+  // To be called before the first operation is added; 1 when it is not.
+  void setMaxConcurrentOperationCount(std::size_t count) { _maxConcurrentOperationCount = count; }
+
+  // Queues the operation and returns. What it refers to must live until it has run; it must not throw.
+  void addOperationWithBlock(Task operation);
+
+  // Returns when no operation that was added is left; what they wrote is visible then.
+  void waitUntilAllOperationsAreFinished() { _unfinished.wait(); }
+
+ private:
+  std::size_t _maxConcurrentOperationCount = 1;
+  std::once_flag _start;
+  DispatchGroup _unfinished;
+  WorkerThreads _workers;
+};
+
+}  // namespace platform

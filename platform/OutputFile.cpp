@@ -1,0 +1,117 @@
+#include "platform/OutputFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <tuple>
+#include <utility>
+
+#include "platform/CachedPages.h"
+
+namespace platform {
+
+namespace {
+
+// One call of the system moves no more than this, a multiple of every alignment.
+constexpr std::size_t largestTransfer = std::size_t{1} << 30;
+
+// No link is followed (it could lead out of the destination), nothing is emptied before it is known what it is, and a
+// pipe planted here is not waited for.
+FileDescriptor openForCreation(const std::string& path, int exclusive) {
+  constexpr mode_t lessTheUmask = 0666;
+  return FileDescriptor(
+      ::open(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | exclusive, lessTheUmask));
+}
+
+// Calls write until `length` bytes are taken, in pieces that the system accepts; the first short piece is the last.
+int64_t writePieces(int descriptor, const std::byte* bytes, std::size_t length) {
+  std::size_t taken = 0;
+  while (taken < length) {
+    const std::size_t piece = std::min(length - taken, largestTransfer);
+    int64_t result = 0;
+    do {
+      result = ::write(descriptor, bytes + taken, piece);
+    } while (result < 0 && errno == EINTR);
+    if (result < 0) return taken == 0 ? result : static_cast<int64_t>(taken);
+    taken += static_cast<std::size_t>(result);
+    if (static_cast<std::size_t>(result) < piece) break;
+  }
+  return static_cast<int64_t>(taken);
+}
+
+}  // namespace
+
+std::optional<OutputFile> OutputFile::createEmpty(const std::string& path, const std::optional<FileIdentity>& source) {
+  FileDescriptor file = openForCreation(path, 0);
+  struct stat facts = {};
+  if (!file.isOpen() || ::fstat(file.get(), &facts) != 0 || !S_ISREG(facts.st_mode)) return std::nullopt;
+  if (source == FileIdentity{.device = facts.st_dev, .inode = facts.st_ino}) return std::nullopt;
+  if (facts.st_nlink > 1) {
+    if (::unlink(path.c_str()) != 0) return std::nullopt;
+    file = openForCreation(path, O_EXCL);
+    if (!file.isOpen()) return std::nullopt;
+  } else if (::ftruncate(file.get(), 0) != 0) {
+    return std::nullopt;
+  }
+  return OutputFile(std::move(file));
+}
+
+OutputFile::OutputFile(FileDescriptor file) : _file(std::move(file)), _alignment(directAlignment(_file.get())) {
+  _direct = setDirect(_file.get(), true);
+  _cachedRoad = !_direct;
+}
+
+OutputFile::~OutputFile() {
+  if (_file.isOpen()) dropPages(_file.get(), 0, 0);
+}
+
+int64_t OutputFile::write(const std::byte* bytes, std::size_t length) {
+  std::size_t direct = 0;
+  if (_direct && _position % _alignment == 0) direct = length - length % static_cast<std::size_t>(_alignment);
+  const int64_t first = direct == 0 ? 0 : writeDirect(bytes, direct);
+  if (first < 0 || static_cast<std::size_t>(first) < direct || direct == length) return first;
+  const int64_t second = writeThroughCache(bytes + direct, length - direct);
+  return second < 0 ? second : first + second;
+}
+
+int64_t OutputFile::writeDirect(const std::byte* bytes, std::size_t length) {
+  const int64_t result = writePieces(_file.get(), bytes, length);
+  if (result < 0 && errno == EINVAL) {
+    _cachedRoad = true;
+    return writeThroughCache(bytes, length);
+  }
+  if (result > 0) _position += result;
+  _dropped = _position;
+  return result;
+}
+
+int64_t OutputFile::writeThroughCache(const std::byte* bytes, std::size_t length) {
+  // Switched off for good: behind a piece that is no whole number of blocks nothing can be aligned again.
+  if (std::exchange(_direct, false) && !setDirect(_file.get(), false)) return -1;
+  const int64_t result = writePieces(_file.get(), bytes, length);
+  if (result <= 0) return result;
+  if (!pushAndDrop(_position, result)) return -1;
+  _position += result;
+  return result;
+}
+
+bool OutputFile::pushAndDrop(int64_t offset, int64_t length) {
+  if (!pushPages(_file.get(), offset, length)) return false;
+  if (offset + length - _dropped >= smallestDrop) {
+    dropPages(_file.get(), _dropped, offset + length - _dropped);
+    _dropped = offset + length;
+  }
+  return true;
+}
+
+bool OutputFile::close() {
+  bool reachedDevice = true;
+  if (_cachedRoad && ::fdatasync(_file.get()) != 0) reachedDevice = false;
+  dropPages(_file.get(), 0, 0);
+  return _file.close() == 0 && reachedDevice;
+}
+
+}  // namespace platform

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "platform/FileDescriptor.h"
+#include "platform/FileManager.h"
+
+namespace platform {
+
+// A destination while it is written, from start to end and past the file cache. Move only, used by one thread at a
+// time.
+//
+// What cannot go past the cache (the end of a file that does not fill a block; everything where the file system
+// refuses, when transfers past the cache are switched on or at the first write) is pushed to the device and dropped
+// from the cache behind every write, and a file that took that road is synced before it is closed.
+class OutputFile {
+ public:
+  // Creates the file, or empties the one that is there (an old temporary file). None, with nothing changed on disk,
+  // when that can't be done or must not be:
+  //   - a symbolic link or anything but a regular file stands there,
+  //   - the file there is `source`, under whatever name.
+  // An old file that has other names as well keeps its content under those: only this name is given to a new file.
+  static std::optional<OutputFile> createEmpty(const std::string& path, const std::optional<FileIdentity>& source);
+
+  OutputFile(OutputFile&&) = default;
+  OutputFile& operator=(OutputFile&&) = delete;
+  ~OutputFile();
+
+  // Writes the bytes behind those written before, with one call of the system for what goes past the cache and one for
+  // the rest. Returns the number of bytes that the file took, which is short on a full device, or a negative value when
+  // nothing was taken; errno then tells why. A short result is not made up for.
+  //   bytes   page-aligned, `length` bytes, the caller's
+  int64_t write(const std::byte* bytes, std::size_t length);
+
+  // Ends the writing. False when something that was written did not reach the device after all: the file is to be taken
+  // as not written.
+  bool close();
+
+ private:
+  explicit OutputFile(FileDescriptor file);
+  int64_t writeDirect(const std::byte* bytes, std::size_t length);
+  int64_t writeThroughCache(const std::byte* bytes, std::size_t length);
+  bool pushAndDrop(int64_t offset, int64_t length);
+
+  FileDescriptor _file;
+  int64_t _alignment;
+  int64_t _position = 0;
+  int64_t _dropped = 0;      // everything written before this offset was dropped from the cache
+  bool _direct = false;      // the next aligned write goes past the cache
+  bool _cachedRoad = false;  // the file system refused: everything goes through the cache
+};
+
+}  // namespace platform

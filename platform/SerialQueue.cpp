@@ -1,0 +1,29 @@
+#include "platform/SerialQueue.h"
+
+#include <utility>
+
+#include "platform/DispatchGroup.h"
+#include "platform/Process.h"
+
+namespace platform {
+
+void SerialQueue::async(Task task) {
+  std::call_once(_start, [this] {
+    _worker.addThread();
+    _hasStarted = true;
+  });
+  _worker.post(std::move(task));
+}
+
+void SerialQueue::sync(const Task& task) {
+  if (isCurrentQueue()) assertionFailed("!isCurrentQueue()", "sync");
+  DispatchGroup done;
+  done.enter();
+  async([&] {
+    task();
+    done.leave();
+  });
+  done.wait();
+}
+
+}  // namespace platform

@@ -1,0 +1,70 @@
+#include "platform/WorkerThreads.h"
+
+#include <pthread.h>
+
+#include <asio/executor_work_guard.hpp>
+#include <asio/io_context.hpp>
+#include <asio/post.hpp>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "platform/Process.h"
+
+namespace platform {
+
+struct WorkerThreads::State {
+  explicit State(std::string name) : label(std::move(name)) {}
+
+  const std::string label;
+  asio::io_context context;
+  asio::executor_work_guard<asio::io_context::executor_type> work = asio::make_work_guard(context);
+  std::mutex mutex;
+  std::vector<std::thread> threads;  // guarded by mutex
+};
+
+namespace {
+
+thread_local const void* stateOfThisThread = nullptr;
+
+}  // namespace
+
+WorkerThreads::WorkerThreads(std::string label) : _state(std::make_shared<State>(std::move(label))) {}
+
+WorkerThreads::~WorkerThreads() {
+  _state->work.reset();
+  const bool ownThread = isCurrentThread();
+  for (std::thread& thread : _state->threads) {
+    if (ownThread) {
+      thread.detach();
+    } else {
+      thread.join();
+    }
+  }
+}
+
+void WorkerThreads::addThread() {
+  const std::lock_guard lock(_state->mutex);
+  try {
+    // The thread shares the state, which thus outlives a queue that is destroyed by its own last task.
+    _state->threads.emplace_back([state = _state] {
+      stateOfThisThread = state.get();
+      ::pthread_setname_np(::pthread_self(), state->label.substr(0, 15).c_str());
+      state->context.run();
+    });
+  } catch (const std::system_error& error) {
+    endProcessForLackOf("a thread for the queue " + _state->label + " (" + error.what() + ")");
+  }
+}
+
+void WorkerThreads::post(Task task) {
+  asio::post(_state->context, std::move(task));
+}
+
+bool WorkerThreads::isCurrentThread() const {
+  return stateOfThisThread == _state.get();
+}
+
+}  // namespace platform

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace platform {
+
+using Task = std::function<void()>;
+
+// The threads under one queue: tasks are started in the order in which they were posted, each on the first thread that
+// is free. The threads belong to this object alone, so a task that blocks holds up nobody else's. They carry the label
+// as their name (its first 15 bytes, which is what the system keeps). No thread exists before addThread. When a thread
+// cannot be had the process ends with a message (endProcessForLackOf). All operations may be called from any thread.
+class WorkerThreads {
+ public:
+  explicit WorkerThreads(std::string label);
+  // Runs everything that was posted, then ends the threads. From one of its own threads (the last task owned the last
+  // reference to this object) the threads end by themselves after that task.
+  ~WorkerThreads();
+  WorkerThreads(const WorkerThreads&) = delete;
+  WorkerThreads& operator=(const WorkerThreads&) = delete;
+
+  void addThread();
+  void post(Task task);
+  [[nodiscard]] bool isCurrentThread() const;
+
+ private:
+  struct State;
+  std::shared_ptr<State> _state;
+};
+
+}  // namespace platform
