@@ -1,0 +1,18 @@
+#include "digest/KDXDigestContextMD5.h"
+
+#include <array>
+
+void KDXDigestContextMD5::reset() {
+  MD5_Init(&_context);
+}
+
+void KDXDigestContextMD5::update(const void* bytes, uint64_t length) {
+  MD5_Update(&_context, bytes, length);
+  _totalLength += length;
+}
+
+void KDXDigestContextMD5::finalize() {
+  std::array<uint8_t, MD5_DIGEST_LENGTH> digest{};
+  MD5_Final(digest.data(), &_context);
+  storeResult(digest);
+}

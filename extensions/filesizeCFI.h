@@ -1,0 +1,9 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "platform/FileURL.h"
+
+// Size in bytes of the file, as its file system tells it (through symbolic links); none when it can't be told.
+std::optional<uint64_t> filesizeCFI(const platform::FileURL& file);
