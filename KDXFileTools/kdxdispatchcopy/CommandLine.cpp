@@ -1,0 +1,114 @@
+#include "KDXFileTools/kdxdispatchcopy/CommandLine.h"
+
+#include <getopt.h>
+
+#include <array>
+#include <cstdlib>
+
+#include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
+
+namespace {
+
+// What the parser reports for options that have no short form, beyond every character.
+enum LongOnly : int { sequence = 256, noDestination, ignoredSwitch, skipSource, skipFlush, skipFileSize };
+
+// The leading "-": a path is reported where it stands, so the order of paths and options is kept.
+constexpr const char* shortOptions = "-a:t:e:knvfb:";
+constexpr int path = 1;
+
+const std::array<option, 15> longOptions{{
+    {"v", no_argument, nullptr, 'v'},
+    {"f_size", required_argument, nullptr, 'a'},
+    {"k", no_argument, nullptr, 'k'},
+    {"n", no_argument, nullptr, 'n'},
+    {"s", no_argument, nullptr, LongOnly::sequence},
+    {"j", no_argument, nullptr, LongOnly::noDestination},
+    {"c", no_argument, nullptr, LongOnly::ignoredSwitch},
+    {"ns", no_argument, nullptr, LongOnly::skipSource},
+    {"nf", no_argument, nullptr, LongOnly::skipFlush},
+    {"nfs", no_argument, nullptr, LongOnly::skipFileSize},
+    {"f", no_argument, nullptr, 'f'},
+    {"t", required_argument, nullptr, 't'},
+    {"b", required_argument, nullptr, 'b'},
+    {"e", required_argument, nullptr, 'e'},
+    {nullptr, 0, nullptr, 0},
+}};
+
+// The first path is the source, whatever becomes of it; every later one is a destination.
+void takePath(CommandLine& line, bool& sourceSeen, const char* argument) {
+  const std::optional<platform::FileURL> url = platform::FileURL::fromArgument(argument);
+  if (sourceSeen) {
+    if (url) line.destinations.push_back(*url);
+    return;
+  }
+  sourceSeen = true;
+  if (!line.isSequence) {
+    line.source = url;
+  } else if (url) {
+    line.sequenceIdentifier = argument;
+  }
+}
+
+void takeOption(CommandLine& line, int option, const char* argument) {
+  constexpr int32_t readBack = KDXVerificationOptionVerifySource | KDXVerificationOptionVerifyDestinations;
+  switch (option) {
+    case 'v':
+      line.verbose = true;
+      break;
+    case 'a':
+      line.expectedFilesize = std::atoll(argument);  // NOLINT(cert-err34-c): a word that is no number counts as 0
+      break;
+    case 'k':
+      line.verificationOptions &= ~readBack;
+      break;
+    case 'n':
+      line.verificationOptions &= ~(readBack | KDXVerificationOptionHashDuringCopy);
+      break;
+    case LongOnly::sequence:
+      line.isSequence = true;
+      break;
+    case LongOnly::noDestination:
+      line.noDestinationNeeded = true;
+      break;
+    case LongOnly::skipSource:
+      line.verificationOptions &= ~KDXVerificationOptionVerifySource;
+      break;
+    case LongOnly::skipFlush:
+      line.skipFlush = true;
+      break;
+    case LongOnly::skipFileSize:
+      line.verificationOptions |= KDXVerificationOptionSkipFileSizeCheck;
+      break;
+    case 'f':
+      line.forceOverwrite = true;
+      break;
+    case 't':
+      line.algorithmWord = argument;
+      break;
+    case 'e':
+      line.externalHash = argument;
+      break;
+    default:
+      // "-c", "-b VALUE", unknown options and options without their argument: older callers give them, nothing is
+      // meant.
+      break;
+  }
+}
+
+}  // namespace
+
+CommandLine parseCommandLine(int argc, char* const* argv) {
+  CommandLine line;
+  bool sourceSeen = false;
+  opterr = 0;
+  optind = 0;  // starts the parser anew
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): the declaration says so
+  for (int found = 0; (found = getopt_long_only(argc, argv, shortOptions, longOptions.data(), nullptr)) != -1;) {
+    if (found == path) {
+      takePath(line, sourceSeen, optarg);
+    } else {
+      takeOption(line, found, optarg);
+    }
+  }
+  return line;
+}

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/FileURL.h"
+
+// What the command line asks for, and nothing done about it yet. A plain value.
+struct CommandLine {
+  int32_t verificationOptions = 14;  // digest while copying, read source and destinations back
+  std::optional<platform::FileURL> source;
+  std::optional<std::string> sequenceIdentifier;  // the source, when -s came before it
+  std::vector<platform::FileURL> destinations;    // in the order given, duplicates too
+  bool isSequence = false;
+  bool noDestinationNeeded = false;
+  bool verbose = false;
+  bool forceOverwrite = false;
+  bool skipFlush = false;
+  std::optional<int64_t> expectedFilesize;  // bytes
+  std::optional<std::string> algorithmWord;
+  std::optional<std::string> externalHash;
+};
+
+// Parses the arguments of the process. Options may stand anywhere among the paths and may be shortened as
+// getopt_long_only(3) allows; one that is unknown or lacks its argument is passed over. A path that is not UTF-8 is
+// none. Uses the parser's global state: one call at a time.
+CommandLine parseCommandLine(int argc, char* const* argv);

@@ -1,0 +1,93 @@
+#include "KDXFileTools/kdxdispatchcopy/FrontEnd.h"
+
+#include <array>
+
+#include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
+#include "platform/Log.h"
+#include "platform/Process.h"
+
+namespace {
+
+struct Phase {
+  bool (KDXDispatchCopy::*run)(platform::ErrorPlace);
+  const char* failureLine;  // null: the phase has said what there is to say
+};
+
+constexpr std::array phases{
+    Phase{&KDXDispatchCopy::performCopy, "failed to perform copy"},
+    Phase{&KDXDispatchCopy::startVerification, nullptr},
+    Phase{&KDXDispatchCopy::finishVerification, nullptr},
+    Phase{&KDXDispatchCopy::moveFilesInPlace, "failed to move files in place"},
+    Phase{&KDXDispatchCopy::flushFilesystem, "failed to flush filesystem"},
+};
+
+std::optional<uint32_t> digestAlgorithmFromWord(const std::string& word) {
+  if (word == "md5") return KDXDigestAlgorithmMD5;
+  if (word == "sha1") return KDXDigestAlgorithmSHA1;
+  if (word == "xxhash64be") return KDXDigestAlgorithmXXHash64BE;
+  return std::nullopt;
+}
+
+std::shared_ptr<KDXDispatchCopy> refuse(const char* reason) {
+  platform::printAndWait("{}\n", reason);
+  return nullptr;
+}
+
+std::shared_ptr<KDXDispatchCopy> makeJobForSource(const CommandLine& line) {
+  if (line.isSequence) {
+    if (!line.sequenceIdentifier) return refuse("is sequence but could not get input sequence");
+    return refuse("file sequences are not supported yet");
+  }
+  if (!line.source) return refuse("no source specified");
+  std::shared_ptr<KDXDispatchCopy> theCopier = KDXDispatchCopy::initWithSourceURL(line.source);
+  if (!theCopier) platform::assertionFailed("theCopier != nil && @\"copier is nil\"", "main");
+  return theCopier;
+}
+
+}  // namespace
+
+std::shared_ptr<KDXDispatchCopy> makeJob(const CommandLine& line) {
+  if (!line.noDestinationNeeded && line.destinations.empty()) return refuse("no destination specified");
+  std::shared_ptr<KDXDispatchCopy> theCopier = makeJobForSource(line);
+  if (!theCopier) return nullptr;
+  for (const platform::FileURL& destination : line.destinations) theCopier->addDestinationURL(destination);
+  theCopier->setExpectedFilesize(line.expectedFilesize);
+  // Without a digest the word is not looked at, whatever it is: callers keep giving one beside -n.
+  if ((line.verificationOptions & KDXVerificationOptionHashDuringCopy) != 0) {
+    const std::string word = line.algorithmWord.value_or("md5");
+    const std::optional<uint32_t> algorithm = digestAlgorithmFromWord(word);
+    if (!algorithm) return refuse(("invalid digest algorithm " + word).c_str());
+    theCopier->setDigestAlgorithm(*algorithm);
+  }
+  theCopier->setVerificationOptions(line.verificationOptions);
+  theCopier->setVerbose(line.verbose);
+  theCopier->setForceOverwrite(line.forceOverwrite);
+  theCopier->setExternalHash(line.externalHash);
+  theCopier->setSkipFlush(line.skipFlush);
+  return theCopier;
+}
+
+int exitStatusOf(const std::optional<platform::Error>& error) {
+  constexpr int32_t statuses = 256;
+  const int32_t status = error ? static_cast<int32_t>(error->code) % statuses : 0;
+  return status == 0 ? ExitStatus::failure : status;
+}
+
+int runJob(const std::shared_ptr<KDXDispatchCopy>& theCopier) {
+  if (!theCopier) platform::assertionFailed("theCopier != nil && @\"copier is nil\"", "main");
+  std::optional<platform::Error> error;
+  for (const Phase& phase : phases) {
+    if ((theCopier.get()->*phase.run)(&error)) continue;
+    if (phase.failureLine != nullptr) platform::printAndWait("{}\n", phase.failureLine);
+    if (error) platform::systemLog(platform::description(*error));
+    return exitStatusOf(error);
+  }
+  return ExitStatus::success;
+}
+
+int runFrontEnd(int argc, char* const* argv) {
+  const std::shared_ptr<KDXDispatchCopy> theCopier = makeJob(parseCommandLine(argc, argv));
+  if (theCopier) return runJob(theCopier);
+  platform::printAndWait("invalid arguments\n");
+  return ExitStatus::failure;
+}

@@ -1,0 +1,172 @@
+#include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
+
+#include <fmt/format.h>
+
+#include <string_view>
+#include <utility>
+
+#include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
+#include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
+#include "KDXFileTools/kdxdispatchcopy/KDXReadFile.h"
+#include "extensions/filesizeCFI.h"
+#include "platform/DispatchGroup.h"
+#include "platform/Log.h"
+#include "platform/Process.h"
+
+using platform::ConcurrentQueue;
+using platform::OutputFile;
+
+std::shared_ptr<KDXDispatchCopy> KDXDispatchCopy::initWithSourceURL(std::optional<FileURL> sourceURL) {
+  return std::shared_ptr<KDXDispatchCopy>(new KDXDispatchCopy(std::move(sourceURL)));
+}
+
+KDXDispatchCopy::KDXDispatchCopy(std::optional<FileURL> sourceURL) : _sourceURL(std::move(sourceURL)) {
+  std::ignore = platform::logQueue();
+}
+
+KDXDispatchCopy::~KDXDispatchCopy() = default;
+
+void KDXDispatchCopy::addDestinationURL(const FileURL& finalURL) {
+  _destinationURLs.push_back(finalURL.appendingPathExtension("kdxcopy"));
+}
+
+void KDXDispatchCopy::setDigestAlgorithm(uint32_t algorithm) {
+  _sourceDigestContext = KDXDigestContext::contextWithAlgorithm(algorithm);
+}
+
+uint32_t KDXDispatchCopy::digestAlgorithm() const {
+  return _sourceDigestContext ? _sourceDigestContext->algorithm() : KDXDigestAlgorithmNone;
+}
+
+bool KDXDispatchCopy::skipVerification() const {
+  return !hasOption(KDXVerificationOptionVerifySource | KDXVerificationOptionVerifyDestinations);
+}
+
+void KDXDispatchCopy::logCopyStart() {
+  platform::logQueue().async([self = shared_from_this()] {
+    const std::string directory = self->_sourceURL ? self->_sourceURL->deletingLastPathComponent().path() : "(null)";
+    platform::printOnLogQueue(fmt::format("INFO: copying {}...\n", directory));
+  });
+}
+
+bool KDXDispatchCopy::performCopy(ErrorPlace error) {
+  if (_expectedFilesize) _sourceFileSize = static_cast<uint64_t>(*_expectedFilesize);
+  logCopyStart();
+  return doTheCopyWork(error);
+}
+
+bool KDXDispatchCopy::doTheCopyWork(ErrorPlace error) {
+  if (!_forceOverwrite && !finalNamesAreFree(error)) return false;
+  const auto start = ProgressClock::Clock::now();
+  querySourceFileSizeIfUnknown();
+  setupHash();
+  std::vector<OutputFile> destinations = createTemporaryDestinations();
+  const uint64_t bytesCopied = streamSourceInto(destinations);
+  finalizeHash();
+  if (_verbose) queueSpeedLine("copy", bytesCopied, start);
+  closeDestinations(std::move(destinations));
+  return true;
+}
+
+bool KDXDispatchCopy::finalNamesAreFree(ErrorPlace error) const {
+  for (const FileURL& temporaryURL : _destinationURLs) {
+    const std::string finalPath = temporaryURL.deletingPathExtension().path();
+    if (!platform::fileExistsAtPath(finalPath)) continue;
+    return platform::fail(error, copyError(CopyErrorCode::finalNameTaken, finalPath + " already exists", finalPath));
+  }
+  return true;
+}
+
+void KDXDispatchCopy::querySourceFileSizeIfUnknown() {
+  if (_sourceFileSize != 0 || hasOption(KDXVerificationOptionSkipFileSizeCheck)) return;
+  _sourceFileSize = filesizeCFI(*_sourceURL).value_or(0);
+}
+
+void KDXDispatchCopy::setupHash() {
+  if (!_externalHash) return;
+  const std::string_view text = *_externalHash;
+  const std::size_t colon = text.find(':');
+  const bool hasTwoParts = colon != std::string_view::npos && text.find(':', colon + 1) == std::string_view::npos;
+  if (!hasTwoParts || colon + 1 == text.size()) {
+    platform::printAndWait("invalid external hash string: {}\n", text);
+    platform::endProcess(ExitStatus::failure);
+  }
+  const uint32_t algorithm = KDXDigestAlgorithmFromName(text.substr(0, colon));
+  if (algorithm == KDXDigestAlgorithmNone) {
+    platform::printAndWait("invalid external hash format: {}\n", text);
+    platform::endProcess(ExitStatus::failure);
+  }
+  if (algorithm == digestAlgorithm()) return;
+  _externalDigestAlgorithm = static_cast<int32_t>(algorithm);
+  _externalDigestContext = KDXDigestContext::contextWithAlgorithm(algorithm);
+}
+
+std::vector<OutputFile> KDXDispatchCopy::createTemporaryDestinations() const {
+  const std::optional<platform::FileIdentity> source = platform::identityOfFile(_sourceURL->path());
+  std::vector<OutputFile> destinations;
+  for (const FileURL& temporaryURL : _destinationURLs) {
+    std::optional<OutputFile> destination = OutputFile::createEmpty(temporaryURL.path(), source);
+    if (!destination) platform::endProcess(ExitStatus::temporaryFileNotCreated);
+    destinations.push_back(std::move(*destination));
+  }
+  return destinations;
+}
+
+uint64_t KDXDispatchCopy::streamSourceInto(std::vector<OutputFile>& destinations) {
+  uint64_t bytesCopied = 0;  // changed on _readQ alone until done
+  ProgressClock progress(progressInterval);
+  ConcurrentQueue writeQueue("write");
+  platform::DispatchGroup done;
+  done.enter();
+  KDXReadFile(_sourceURL->path(), _readQ, [&](bool isLast, const std::byte* bytes, int64_t length, int32_t error) {
+    if (error != 0) platform::endProcess(ExitStatus::sourceReadFailed);
+    if (length != 0) {
+      writeAndDigest(writeQueue, destinations, bytes, static_cast<std::size_t>(length));
+      bytesCopied += static_cast<uint64_t>(length);
+      if (_verbose && progress.isDue()) {
+        platform::queueLine("INFO: copied {} of {} bytes\n", bytesCopied, _sourceFileSize);
+      }
+    }
+    if (isLast) done.leave();
+  });
+  done.wait();
+  return bytesCopied;
+}
+
+void KDXDispatchCopy::writeAndDigest(ConcurrentQueue& writeQueue, std::vector<OutputFile>& destinations,
+                                     const std::byte* bytes, std::size_t length) {
+  writeQueue.apply(destinations.size() + 1, [&](std::size_t index) {
+    if (index == destinations.size()) {
+      updateHash(bytes, length);
+      return;
+    }
+    const int64_t result = destinations[index].write(bytes, length);
+    if (result >= 0) return;
+    // No newline, and the value of the write instead of its reason: managing applications know this line.
+    platform::printAndWait("write failed: {}", result);
+    platform::endProcess(ExitStatus::writeFailed);
+  });
+}
+
+void KDXDispatchCopy::closeDestinations(std::vector<OutputFile> destinations) const {
+  for (OutputFile& destination : destinations) {
+    if (destination.close()) continue;
+    // What a destination took and then lost is a failed write like any other.
+    platform::printAndWait("write failed: {}", -1);
+    platform::endProcess(ExitStatus::writeFailed);
+  }
+}
+
+void KDXDispatchCopy::updateHash(const std::byte* bytes, uint64_t length) {
+  if (_sourceDigestContext) _sourceDigestContext->update(bytes, length);
+  if (_externalDigestContext) _externalDigestContext->update(bytes, length);
+  _bytesHashed += length;
+}
+
+void KDXDispatchCopy::finalizeHash() {
+  if (_sourceDigestContext) _sourceDigestContext->finalize();
+  if (_externalDigestContext) _externalDigestContext->finalize();
+  if (digestAlgorithm() != KDXDigestAlgorithmNone) {
+    platform::queueLine("hash {}\n", _sourceDigestContext->digestString());
+  }
+}

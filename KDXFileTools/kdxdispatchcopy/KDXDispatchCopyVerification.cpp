@@ -1,0 +1,176 @@
+// How a copy job proves its copy.
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
+#include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
+#include "KDXFileTools/kdxdispatchcopy/KDXDispatchVerify.h"
+#include "KDXFileTools/kdxdispatchcopy/KDXFileSystemOperationQueueManager.h"
+#include "extensions/filesizeCFI.h"
+#include "platform/Log.h"
+
+namespace {
+
+std::string lowerCased(std::string text) {
+  std::ranges::transform(text, text.begin(),
+                         [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+  return text;
+}
+
+std::string bareHexText(const std::shared_ptr<KDXDigestContext>& context) {
+  return context ? context->rawDigestString().value_or("(null)") : "(null)";
+}
+
+void printDescription(const std::optional<platform::Error>& error) {
+  platform::printAndWait("{}\n", error ? error->description.value_or("(null)") : "(null)");
+}
+
+}  // namespace
+
+bool KDXDispatchCopy::startVerification(ErrorPlace error) {
+  if (!runCheck(&KDXDispatchCopy::performFileSizeCheck, error)) return false;
+  if (!runCheck(&KDXDispatchCopy::performExternalHashVerification, error)) return false;
+  _verificationStartTime = ProgressClock::Clock::now();
+  auto& queues = KDXFileSystemOperationQueueManager::sharedOperationQueueManager();
+  if (hasOption(KDXVerificationOptionVerifySource)) {
+    const auto queue = queues.operationQueueForURL(*_sourceURL);
+    if (!queue) return false;
+    queue->addOperationWithBlock([self = shared_from_this(), error] { self->readSourceBack(error); });
+  }
+  if (hasOption(KDXVerificationOptionVerifyDestinations)) {
+    for (std::size_t index = 0; index < _destinationURLs.size(); ++index) {
+      const FileURL& temporaryURL = _destinationURLs[index];
+      const auto queue = queues.operationQueueForURL(temporaryURL);
+      if (!queue) continue;
+      queue->addOperationWithBlock(
+          [self = shared_from_this(), temporaryURL, index] { self->readDestinationBack(temporaryURL, index); });
+    }
+  }
+  return true;
+}
+
+bool KDXDispatchCopy::runCheck(bool (KDXDispatchCopy::*check)(ErrorPlace), ErrorPlace error) {
+  std::optional<platform::Error> failure;
+  if ((this->*check)(&failure)) return true;
+  printDescription(failure);
+  if (error != nullptr) *error = failure;
+  return false;
+}
+
+void KDXDispatchCopy::readSourceBack(ErrorPlace error) {
+  // Numbered behind the destinations, which are 1 to n.
+  const std::size_t number = _destinationURLs.size() + 1;
+  std::optional<platform::Error> failure;
+  if (verifyURL(*_sourceURL, &failure)) {
+    platform::queueLine("verify of source file #{} ({}) ok.\n", number, _sourceURL->path());
+    handlSuccessfullCopiedSource(*_sourceURL);
+    return;
+  }
+  printDescription(failure);
+  int64_t code = failure ? failure->code : 0;
+  if (code == CopyErrorCode::destinationDigestDiffers) {
+    platform::printAndWait("ERROR: verify of source file #{} ({}) failed, wrong hash.\n", number, _sourceURL->path());
+    code = CopyErrorCode::verificationFailed;
+  }
+  markAsVerificationFailed(*_sourceURL, code);
+  if (error != nullptr) *error = failure;
+}
+
+void KDXDispatchCopy::readDestinationBack(const FileURL& temporaryURL, std::size_t index) {
+  std::optional<platform::Error> failure;
+  if (verifyURL(temporaryURL, &failure)) {
+    platform::queueLine("verify of destination file #{} ({}) ok.\n", index + 1,
+                        temporaryURL.deletingPathExtension().path());
+    handlSuccessfullCopiedDestination(temporaryURL);
+    return;
+  }
+  printDescription(failure);
+  const int64_t code = failure ? failure->code : 0;
+  if (code == CopyErrorCode::destinationDigestDiffers) {
+    // The temporary name: that is where the damaged file can be looked at.
+    platform::printAndWait("ERROR: verify of destination file #{} ({}) failed, wrong hash.\n", index + 1,
+                           temporaryURL.path());
+  }
+  markAsVerificationFailed(temporaryURL, code);
+}
+
+bool KDXDispatchCopy::verifyURL(const FileURL& file, ErrorPlace error) {
+  const auto verifier = KDXDispatchVerify::initWithFileURL(file, digestAlgorithm());
+  const std::string directory = file.deletingLastPathComponent().path();
+  if (_verbose) {
+    verifier->setProgressInterval(
+        progressInterval, &platform::logQueue(), [directory, size = _sourceFileSize](uint64_t bytesRead) {
+          platform::printOnLogQueue(
+              fmt::format("INFO: verified {} of {} bytes of path {}\n", bytesRead, size, directory));
+        });
+  }
+  platform::queueLine("INFO: verifying {}\n", directory);
+  const std::shared_ptr<KDXDigestContext> digest = verifier->calculateDigest(nullptr);
+  if (digest && digest->isEqual(_sourceDigestContext.get())) return true;
+  return platform::fail(error, copyError(CopyErrorCode::destinationDigestDiffers,
+                                         fmt::format("INFO: expected hash: {} but got hash: {}.",
+                                                     bareHexText(_sourceDigestContext), bareHexText(digest)),
+                                         file.path()));
+}
+
+bool KDXDispatchCopy::performExternalHashVerification(ErrorPlace error) {
+  if (!_externalHash) return true;
+  const auto& context = _externalDigestContext ? _externalDigestContext : _sourceDigestContext;
+  const std::string digest = context ? context->digestString() : "(null)";
+  if (lowerCased(*_externalHash) == lowerCased(digest)) return true;
+  const std::string description = fmt::format("INFO: external hash: {} but got hash: {}.", *_externalHash, digest);
+  // The caller prints the description once more; managing applications expect the line twice.
+  platform::printAndWait("{}\n", description);
+  return platform::fail(error, copyError(CopyErrorCode::externalHashDiffers, description));
+}
+
+bool KDXDispatchCopy::performFileSizeCheck(ErrorPlace error) {
+  if (!skipVerification()) return true;
+  const uint64_t expected = _expectedFilesize ? static_cast<uint64_t>(*_expectedFilesize) : _sourceFileSize;
+  if (expected != _bytesHashed) {
+    return platform::fail(
+        error, copyError(CopyErrorCode::sizeDiffers,
+                         fmt::format("the expected filesize ({}) is not the number of bytes copied ({})", expected,
+                                     _bytesHashed)));
+  }
+  return std::ranges::all_of(
+      _destinationURLs, [&](const FileURL& temporaryURL) { return destinationHasSize(temporaryURL, expected, error); });
+}
+
+bool KDXDispatchCopy::destinationHasSize(const FileURL& temporaryURL, uint64_t expected, ErrorPlace error) {
+  const std::string finalPath = temporaryURL.deletingPathExtension().path();
+  if (hasOption(KDXVerificationOptionSkipFileSizeCheck)) {
+    platform::queueLine("Copy completed successfully for destination file ({})\n", finalPath);
+    return true;
+  }
+  if (filesizeCFI(temporaryURL) == expected) {
+    platform::queueLine("Copy completed successfully for destination file with file size check ({})\n", finalPath);
+    return true;
+  }
+  // The last number is that of the bytes copied, not the size found: it tells a short write from a short source.
+  return platform::fail(
+      error, copyError(CopyErrorCode::sizeDiffers,
+                       fmt::format("the expected filesize ({}) is not the number of bytes for file {} ({})", expected,
+                                   temporaryURL.path(), _bytesHashed),
+                       temporaryURL.path()));
+}
+
+void KDXDispatchCopy::markAsVerificationFailed(const FileURL& file, int64_t errorCode) {
+  const std::lock_guard lock(_lock);
+  if (_verificationError) return;
+  _verificationError = copyError(errorCode == 0 ? CopyErrorCode::verificationFailed : errorCode,
+                                 "verification failed: " + file.path(), file.path());
+}
+
+bool KDXDispatchCopy::finishVerification(ErrorPlace error) {
+  KDXFileSystemOperationQueueManager::sharedOperationQueueManager().waitUntilAllOperationQueuesAreFinished();
+  {
+    const std::lock_guard lock(_lock);
+    if (_verificationError) return platform::fail(error, *_verificationError);
+  }
+  // The size of the source once, however many files were read back.
+  if (_verbose && !skipVerification()) queueSpeedLine("verification", _sourceFileSize, _verificationStartTime);
+  return true;
+}

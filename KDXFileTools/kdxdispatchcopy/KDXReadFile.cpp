@@ -1,0 +1,123 @@
+#include "KDXFileTools/kdxdispatchcopy/KDXReadFile.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
+#include "KDXFileTools/kdxdispatchcopy/ReadBuffers.h"
+#include "extensions/filesizeCFI.h"
+#include "platform/DispatchGroup.h"
+#include "platform/InputFile.h"
+#include "platform/Log.h"
+#include "platform/Process.h"
+#include "platform/Settings.h"
+
+namespace {
+
+constexpr int64_t MiB = 1'048'576;
+
+platform::InputFile _openForRead(const std::string& path) {
+  std::optional<platform::InputFile> file = platform::InputFile::open(path);
+  if (!file) {
+    platform::printAndWait("ERROR: could not open file at path: {}\n", path);
+    platform::endProcess(ExitStatus::fileNotReadable);
+  }
+  // Standard input's number means that standard input was closed: nothing else in the process expects a file there.
+  if (file->descriptor() == 0) platform::assertionFailed("fd > 0 && @\"invalid fd\"", "_openForRead");
+  return std::move(*file);
+}
+
+std::size_t bufferSizeFromSettings() {
+  constexpr int64_t defaultMegabytes = 10;
+  const int64_t megabytes = platform::integerForKey("readBufferSizeMB");
+  if (megabytes <= 0) return defaultMegabytes * MiB;
+  platform::systemLog(fmt::format("KDXReadFile buffer size {}", megabytes));
+  if (megabytes > std::numeric_limits<int64_t>::max() / MiB) {
+    platform::endProcessForLackOf(fmt::format("a read buffer of {} MiB", megabytes));
+  }
+  return static_cast<std::size_t>(megabytes * MiB);
+}
+
+std::size_t bufferSizeOfThisProcess() {
+  static const std::size_t size = bufferSizeFromSettings();
+  return size;
+}
+
+// One reading call: its buffers, and where its data goes.
+class BufferedReader {
+ public:
+  BufferedReader(std::size_t bufferSize, platform::DispatchQueue& queue, KDXReadFileDataBlock dataBlock)
+      : _buffers(ReadBuffers::make(bufferSize)),
+        _queue(queue),
+        _dataBlock(std::make_shared<const KDXReadFileDataBlock>(std::move(dataBlock))) {}
+
+  // Issues all reads of the file; the callbacks of the last two may be pending when it returns.
+  void readToEnd(platform::InputFile file) {
+    bool isLast = false;
+    while (!isLast) {
+      std::shared_ptr<std::byte> buffer = _buffers->next();
+      const platform::ReadResult result = file.read(buffer.get(), _buffers->bufferSize());
+      isLast = result.length < static_cast<int64_t>(_buffers->bufferSize());
+      _callbacks->enter();
+      _queue.async(
+          [isLast, result, buffer = std::move(buffer), dataBlock = _dataBlock, callbacks = _callbacks]() mutable {
+            (*dataBlock)(isLast, buffer.get(), result.length, result.error);
+            buffer.reset();
+            callbacks->leave();
+          });
+    }
+  }
+
+  void waitForCallbacks() { _callbacks->wait(); }
+
+ private:
+  std::shared_ptr<ReadBuffers> _buffers;
+  platform::DispatchQueue& _queue;
+  std::shared_ptr<const KDXReadFileDataBlock> _dataBlock;
+  std::shared_ptr<platform::DispatchGroup> _callbacks = std::make_shared<platform::DispatchGroup>();
+};
+
+}  // namespace
+
+void KDXReadFile(const std::string& path, platform::DispatchQueue& queue, KDXReadFileDataBlock dataBlock) {
+  const std::size_t bufferSize = bufferSizeOfThisProcess();
+  platform::InputFile file = _openForRead(path);
+  BufferedReader(bufferSize, queue, std::move(dataBlock)).readToEnd(std::move(file));
+}
+
+std::size_t KDXReadFilesBufferSize(uint64_t firstFileSize) {
+  constexpr double headroom = 1.2;
+  constexpr uint64_t halvedAbove = 16 * MiB;
+  constexpr uint64_t smallest = MiB;
+  constexpr uint64_t largest = 32 * MiB;
+  auto size = static_cast<uint64_t>(std::ceil(static_cast<double>(firstFileSize) * headroom / MiB)) * MiB;
+  while (size > halvedAbove) size >>= 1;
+  return std::clamp(size, smallest, largest);
+}
+
+void KDXReadFiles(const std::vector<platform::FileURL>& files, platform::DispatchQueue& queue,
+                  const KDXReadFilesStartBlock& startBlock, KDXReadFileDataBlock dataBlock) {
+  if (files.empty()) return;
+  const uint64_t firstFileSize = filesizeCFI(files.front()).value_or(0);
+  BufferedReader reader(KDXReadFilesBufferSize(firstFileSize), queue, std::move(dataBlock));
+  std::atomic<bool> stop = false;
+  platform::DispatchGroup startCallbacks;
+  for (const platform::FileURL& file : files) {
+    startCallbacks.enter();
+    queue.async([&] {
+      if (!startBlock(file)) stop = true;
+      startCallbacks.leave();
+    });
+    reader.readToEnd(_openForRead(file.path()));
+    if (stop) break;
+  }
+  startCallbacks.wait();
+  reader.waitForCallbacks();
+}

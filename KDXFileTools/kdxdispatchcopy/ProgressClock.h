@@ -1,0 +1,28 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string_view>
+
+// Decides when the next progress line is due: when more than the interval has passed since the last one, or since the
+// clock was made. Reports that come earlier are dropped, not put off. Used by one thread or queue at a time.
+class ProgressClock {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  explicit ProgressClock(double intervalSeconds, Clock::time_point start = Clock::now())
+      : _interval(intervalSeconds), _lastReport(start) {}
+
+  // True when a report is due now, which then counts as made.
+  bool isDue(Clock::time_point now = Clock::now());
+
+ private:
+  std::chrono::duration<double> _interval;
+  Clock::time_point _lastReport;
+};
+
+// The least time between two progress lines, in seconds.
+inline constexpr double progressInterval = 0.5;
+
+// Queues "INFO: <what> speed ..." for the bytes handled since the start, in decimal megabytes.
+void queueSpeedLine(std::string_view what, uint64_t bytes, ProgressClock::Clock::time_point start);

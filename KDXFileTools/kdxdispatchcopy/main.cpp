@@ -1,0 +1,9 @@
+#include "KDXFileTools/kdxdispatchcopy/FrontEnd.h"
+#include "platform/Process.h"
+
+int main(int argc, char* argv[]) {
+  platform::keepOutputOutOfFiles();
+  platform::makeStandardOutputUnbuffered();
+  platform::raiseDiskPriority();
+  platform::endProcess(runFrontEnd(argc, argv));
+}
