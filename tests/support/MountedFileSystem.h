@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "tests/support/ScratchDirectory.h"
+
+// A real file system of the test's own, mounted in a scratch folder and unmounted when the test ends. Needs root.
+class MountedFileSystem {
+ public:
+  // "ext4" or "xfs" on a loop device of `size` bytes (xfs needs 300 MiB), "tmpfs" or "ramfs" in memory.
+  // Null where it can't be mounted here; `whyNot` then says why, for a visible skip.
+  static std::unique_ptr<MountedFileSystem> mount(const std::string& type, std::size_t size, std::string& whyNot);
+  ~MountedFileSystem();
+  MountedFileSystem(const MountedFileSystem&) = delete;
+  MountedFileSystem& operator=(const MountedFileSystem&) = delete;
+
+  [[nodiscard]] const std::filesystem::path& path() const { return _mountPoint; }
+  // The absolute path of a name in it; the folders above it are made.
+  [[nodiscard]] std::string file(const std::string& name) const;
+
+  // Bytes that the loop device has delivered to reads so far; 0 for file systems in memory.
+  [[nodiscard]] uint64_t bytesReadFromDevice() const;
+  // Bytes of the file that are in the page cache now.
+  [[nodiscard]] static uint64_t bytesInCache(const std::string& path);
+  // Reads the whole file through the cache, so that all of it is cached.
+  static void fillCache(const std::string& path);
+
+ private:
+  MountedFileSystem() = default;
+
+  ScratchDirectory _scratch;
+  std::filesystem::path _mountPoint;
+  std::string _loopDevice;  // "loop3"; empty in memory
+};

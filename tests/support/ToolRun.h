@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+// How the built program is started.
+struct ToolStart {
+  std::vector<std::string> arguments{};
+  // Programs in front, for example {"strace", "-f", "-o", log, "-e", "inject=..."}; empty: the tool itself.
+  std::vector<std::string> wrapper{};
+  std::string workingDirectory{};                    // empty: the test's own
+  std::map<std::string, std::string> environment{};  // added to the test's own; XDG_CONFIG_HOME is an empty folder
+  std::optional<std::string> standardInput{};        // a file to read from; none: /dev/null
+  std::vector<int> closedDescriptors{};              // closed before the program starts
+};
+
+// What a finished run left: exit statuses of signals are 128 + signal.
+struct ToolRun {
+  int exitStatus = -1;
+  std::string output;  // standard output, whole
+  std::string errors;  // standard error, whole
+  int64_t peakMemoryKiB = 0;
+
+  // Standard output's lines without their newlines; a last one without a newline counts too.
+  [[nodiscard]] std::vector<std::string> lines() const;
+};
+
+// Runs the program and waits for its end.
+ToolRun runTool(const ToolStart& start);
+ToolRun runTool(std::vector<std::string> arguments);
+
+// True when programs of this name can be run.
+bool haveProgram(const std::string& name);
+// True when this build's program can be traced (sanitizers do not run under strace).
+bool canInjectFaults();
+// `strace` arguments for the wrapper that make one call fail; `inject` as strace's -e inject= takes it.
+std::vector<std::string> injecting(const std::string& inject);
