@@ -27,7 +27,7 @@ std::shared_ptr<KDXDigestContext> KDXDispatchVerify::calculateDigest(platform::E
 
 std::shared_ptr<KDXDigestContext> KDXDispatchVerify::verifyURL(const platform::FileURL& file, uint32_t algorithm,
                                                                platform::ErrorPlace /*error*/) {
-  const std::shared_ptr<KDXDigestContext> context = KDXDigestContext::contextWithAlgorithm(algorithm);
+  std::shared_ptr<KDXDigestContext> context = KDXDigestContext::contextWithAlgorithm(algorithm);
   // Reports may be queued after this call has returned: they own what they use.
   const auto report = [clock = std::make_shared<ProgressClock>(_progressResportingTI),
                        block = _progressBlock](uint64_t bytesRead) {

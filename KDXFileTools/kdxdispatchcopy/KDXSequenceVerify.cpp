@@ -15,7 +15,7 @@ std::shared_ptr<KDXSequenceVerify> KDXSequenceVerify::initWithFileURLs(std::vect
 }
 
 std::shared_ptr<KDXDigestContext> KDXSequenceVerify::calculateDigest(platform::ErrorPlace /*error*/) {
-  const std::shared_ptr<KDXDigestContext> sequence = KDXDigestContext::contextWithAlgorithm(algorithm());
+  std::shared_ptr<KDXDigestContext> sequence = KDXDigestContext::contextWithAlgorithm(algorithm());
   if (!sequence) return nullptr;
   platform::SerialQueue verifyQueue("verify");
   std::string joined;
