@@ -22,9 +22,9 @@ constexpr std::array methods{Method{"MD5", KDXDigestAlgorithmMD5}, Method{"SHA1"
                              Method{"XXHash64", KDXDigestAlgorithmXXHash64}};
 
 template <typename Context>
-std::shared_ptr<KDXDigestContext> makeReset() {
+std::shared_ptr<KDXDigestContext> makeContext() {
   auto context = std::make_shared<Context>();
-  context->reset();
+  context->initContext();
   return context;
 }
 
@@ -40,13 +40,13 @@ uint32_t KDXDigestAlgorithmFromName(std::string_view name) {
 std::shared_ptr<KDXDigestContext> KDXDigestContext::contextWithAlgorithm(uint32_t algorithm) {
   switch (algorithm) {
     case KDXDigestAlgorithmSHA1:
-      return makeReset<KDXDigestContextSHA1>();
+      return makeContext<KDXDigestContextSHA1>();
     case KDXDigestAlgorithmMD5:
-      return makeReset<KDXDigestContextMD5>();
+      return makeContext<KDXDigestContextMD5>();
     case KDXDigestAlgorithmXXHash64:
-      return makeReset<KDXDigestContextXX64LE>();
+      return makeContext<KDXDigestContextXX64LE>();
     case KDXDigestAlgorithmXXHash64BE:
-      return makeReset<KDXDigestContextXX64BE>();
+      return makeContext<KDXDigestContextXX64BE>();
     default:
       return nullptr;
   }
@@ -74,11 +74,11 @@ bool KDXDigestContext::isEqual(const KDXDigestContext* other) const {
   return other != nullptr && other->digestString() == digestString();
 }
 
-std::string KDXDigestContext::hexStringFromData(std::span<const uint8_t> data) {
+std::string KDXDigestContext::hexStringFromData(std::span<const uint8_t> data) const {
   return hexstringWithBytes(data);
 }
 
 void KDXDigestContext::storeResult(std::span<const uint8_t> digest) {
-  setDigest({digest.begin(), digest.end()});
+  setDigest(std::vector<uint8_t>(digest.begin(), digest.end()));
   _digestString = hexStringFromData(digest);
 }

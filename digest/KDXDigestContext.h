@@ -7,6 +7,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 // Codes of the digest algorithms. Distinct bits, but always used one at a time.
@@ -33,10 +34,13 @@ class KDXDigestContext {
   // Feeds the UTF-8 bytes of the text (nothing without one) and finalises.
   void updateAndFinalizeFromString(const std::optional<std::string>& text);
 
+  // Makes the context ready for its first digest; contextWithAlgorithm has done so.
+  void initContext() { reset(); }
+
   [[nodiscard]] virtual uint32_t algorithm() const { return KDXDigestAlgorithmNone; }
 
-  // Starts a new digest. The results so far stay until the next finalize, and totalLength counts on: it is the number
-  // of bytes that the context was ever fed.
+  // Starts a new digest. The results so far stay until the next finalize, and totalLength counts on: it is the number of
+  // bytes that the context was ever fed.
   virtual void reset() {}
 
   // Feeds `length` bytes; they are read before the call returns. The base class has no algorithm and counts nothing.
@@ -45,25 +49,24 @@ class KDXDigestContext {
   // Ends the digest and stores its result. Once for each digest; nothing is fed afterwards without a reset.
   virtual void finalize() {}
 
-  [[nodiscard]] virtual std::string digestMethodName() const;
-
   // The prefixed text: method name, ":", bare hex text ("(null)" before finalize).
   [[nodiscard]] std::string digestString() const;
 
   // The bare hex text, lower case; none before finalize.
   [[nodiscard]] const std::optional<std::string>& rawDigestString() const { return _digestString; }
 
-  // The digest's bytes, in the order of the hex text; none before finalize.
-  [[nodiscard]] const std::optional<std::vector<uint8_t>>& digest() const { return _digest; }
-  void setDigest(std::vector<uint8_t> digest) { _digest = std::move(digest); }
-
-  // True when the other is there and its prefixed text is exactly this one's: digests of different algorithms never
-  // agree.
+  // True when the other is there and its prefixed text is exactly this one's: digests of different algorithms never agree.
   [[nodiscard]] bool isEqual(const KDXDigestContext* other) const;
 
-  [[nodiscard]] static std::string hexStringFromData(std::span<const uint8_t> data);
+  [[nodiscard]] std::string hexStringFromData(std::span<const uint8_t> data) const;
+
+  [[nodiscard]] virtual std::string digestMethodName() const;
 
   [[nodiscard]] uint64_t totalLength() const { return _totalLength; }
+
+  // The digest's bytes, in the order of the hex text; none before finalize.
+  [[nodiscard]] const std::optional<std::vector<uint8_t>>& digest() const { return _digest; }
+  void setDigest(std::optional<std::vector<uint8_t>> digest) { _digest = std::move(digest); }
 
  protected:
   KDXDigestContext() = default;

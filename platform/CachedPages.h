@@ -17,7 +17,9 @@ void dropPages(int descriptor, int64_t offset, int64_t length);
 // Returns false when that failed; errno then holds the reason.
 bool pushPages(int descriptor, int64_t offset, int64_t length);
 
-// Alignment, in bytes, that address, offset and length of a transfer past the cache need for this file.
+// Alignment, in bytes, that offset and length of a transfer past the cache need for this file; its address needs no more
+// than that of a buffer (Memory.h). Where the system can't tell it is a guess, and a transfer that is refused takes the
+// road through the cache.
 int64_t directAlignment(int descriptor);
 
 // Switches transfers past the cache (O_DIRECT) on or off. False when the file system refuses.

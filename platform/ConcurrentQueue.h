@@ -12,7 +12,8 @@
 namespace platform {
 
 // Runs its tasks side by side. There is a thread for every task that has not ended, however many, so tasks may block or
-// wait for one another; threads are kept for later tasks. Destroying the queue waits until every task has run.
+// wait for one another; threads are kept for later tasks. Destroying the queue waits until every task has run; its own
+// tasks must not destroy it.
 class ConcurrentQueue final : public DispatchQueue {
  public:
   explicit ConcurrentQueue(std::string label) : _workers(std::move(label)) {}

@@ -21,6 +21,9 @@ class FileDescriptor {
   [[nodiscard]] bool isOpen() const { return _descriptor >= 0; }
   [[nodiscard]] int get() const { return _descriptor; }
 
+  // // Hands the open descriptor over: closing it is the caller's from now on.
+  int release() { return std::exchange(_descriptor, -1); }
+
   // Closes now, for callers to whom the result matters: 0, or the errno value of the close. Nothing open is 0.
   int close();
 

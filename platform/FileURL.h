@@ -28,8 +28,7 @@ class FileURL {
   // "/a/clip.mov" and "kdxcopy" give "/a/clip.mov.kdxcopy". The root has no name to extend and stays as it is.
   [[nodiscard]] FileURL appendingPathExtension(std::string_view extension) const;
 
-  // Undoes appendingPathExtension: takes the last "." of the last component and what follows away. A component without
-  // a
+  // Undoes appendingPathExtension: takes the last "." of the last component and what follows away. A component without a
   // "." behind its first character has no extension and stays as it is.
   [[nodiscard]] FileURL deletingPathExtension() const;
 

@@ -20,7 +20,7 @@ struct ReadResult {
 // of it stays in the cache afterwards. Move only, used by one thread at a time.
 //
 // Where the file system refuses transfers past the cache (when they are switched on, or at the first read) the file is
-// read through the cache, but its pages are dropped before and behind every read.
+// read through the cache, but all its pages are dropped before the first read and those behind every 8 MiB.
 class InputFile {
  public:
   // None when the file cannot be opened for reading; errno then tells why.
@@ -34,7 +34,8 @@ class InputFile {
 
   // Reads on until the buffer is full, the file ends or an error comes; a short result is the end of the file and
   // nothing else. An error after some bytes is an error: what the buffer holds then is not to be used.
-  //   buffer   page-aligned, `size` bytes, the caller's
+  //   buffer   page-aligned, `size` bytes, the caller's. A size that is no whole number of blocks is right too, but what is
+  //            read behind it may take the road through the cache.
   ReadResult read(std::byte* buffer, std::size_t size);
 
  private:

@@ -1,6 +1,10 @@
 #include "platform/Log.h"
 
-#include <cstdio>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
 #include <tuple>
 
 namespace platform {
@@ -12,7 +16,22 @@ SerialQueue& logQueue() {
 }
 
 void printOnLogQueue(const std::string& text) {
-  std::ignore = std::fwrite(text.data(), 1, text.size(), stdout);
+  writeText(STDOUT_FILENO, text);
+}
+
+void writeText(int descriptor, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = ::write(descriptor, text.data(), text.size());
+    if (written >= 0) {
+      text.remove_prefix(static_cast<std::size_t>(written));
+    } else if (errno == EAGAIN) {
+      pollfd reader{.fd = descriptor, .events = POLLOUT, .revents = 0};
+      constexpr int withoutLimit = -1;
+      std::ignore = ::poll(&reader, 1, withoutLimit);
+    } else if (errno != EINTR) {
+      return;
+    }
+  }
 }
 
 void queueText(std::string text) {
@@ -24,8 +43,11 @@ void printTextAndWait(const std::string& text) {
 }
 
 void systemLog(const std::string& message) {
-  const std::string line = "kdxdispatchcopy: " + message + "\n";
-  logQueue().sync([&] { std::ignore = std::fwrite(line.data(), 1, line.size(), stderr); });
+  std::string line = "kdxdispatchcopy: " + message;
+  std::ranges::replace_if(
+      line, [](char c) { return (c >= '\0' && c < ' ') || c == '\x7f'; }, '?');
+  line += '\n';
+  logQueue().sync([&] { writeText(STDERR_FILENO, line); });
 }
 
 std::string description(const Error& error) {

@@ -6,11 +6,11 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <tuple>
 
-#include "platform/FileDescriptor.h"
 #include "platform/Log.h"
 
 namespace platform {
@@ -19,14 +19,11 @@ namespace {
 
 void openOnDevNullIfClosed(int descriptor) {
   if (::fcntl(descriptor, F_GETFD) >= 0) return;
-  FileDescriptor devNull(::open("/dev/null", O_WRONLY));
-  if (devNull.get() == descriptor) {
-    // The lowest free descriptor was this very one; it stays open for the life of the process.
-    static FileDescriptor kept[2];
-    kept[descriptor - 1] = std::move(devNull);
-    return;
-  }
-  std::ignore = ::dup2(devNull.get(), descriptor);
+  // Without /dev/null the root does as well: every write to it fails, which is passed over.
+  int opened = ::open("/dev/null", O_WRONLY);
+  if (opened < 0) opened = ::open("/", O_RDONLY);
+  if (opened < 0 || ::dup2(opened, descriptor) < 0) ::_exit(EXIT_FAILURE);
+  if (opened != descriptor) ::close(opened);
 }
 
 // Output that is already queued is let out, unless the log queue cannot do it: it never ran, or it is the one that
@@ -46,6 +43,11 @@ void makeStandardOutputUnbuffered() {
   std::ignore = std::setvbuf(stdout, nullptr, _IONBF, 0);
 }
 
+void letWritesFailInsteadOfSignals() {
+  std::ignore = std::signal(SIGPIPE, SIG_IGN);
+  std::ignore = std::signal(SIGXFSZ, SIG_IGN);
+}
+
 void raiseDiskPriority() {
   constexpr int wholeProcess = 0;
   std::ignore = ::syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, wholeProcess, IOPRIO_PRIO_VALUE(IOPRIO_CLASS_BE, 0));
@@ -57,13 +59,14 @@ void endProcess(int status) {
 }
 
 void endProcessForLackOf(std::string_view resource) {
-  fmt::print(stderr, "kdxdispatchcopy: could not get {}\n", resource);
-  endProcess(EXIT_FAILURE);
+  drainLogQueue();
+  writeText(STDERR_FILENO, fmt::format("kdxdispatchcopy: could not get {}\n", resource));
+  ::_exit(EXIT_FAILURE);
 }
 
 void assertionFailed(std::string_view expression, std::string_view function) {
   drainLogQueue();
-  fmt::print(stderr, "kdxdispatchcopy: assertion failed: {}, in {}\n", expression, function);
+  writeText(STDERR_FILENO, fmt::format("kdxdispatchcopy: assertion failed: {}, in {}\n", expression, function));
   std::abort();
 }
 

@@ -9,7 +9,7 @@
 namespace platform {
 
 // Runs one task after the other, on one thread of its own that starts with the first task. Destroying the queue waits
-// until every task has run.
+// until every task has run, except when its own last task destroys it: the thread then ends by itself.
 class SerialQueue final : public DispatchQueue {
  public:
   explicit SerialQueue(std::string label) : _worker(std::move(label)) {}

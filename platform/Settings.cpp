@@ -1,9 +1,15 @@
 #include "platform/Settings.h"
 
+#include <fcntl.h>
 #include <ini.h>
+#include <sys/stat.h>
 
+#include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
+
+#include "platform/FileDescriptor.h"
 
 namespace platform {
 
@@ -34,11 +40,19 @@ int keepValue(void* user, const char*, const char* name, const char* value) {
   return 1;
 }
 
+// Nothing but a regular file is read: a pipe in its place would be waited for.
+std::unique_ptr<std::FILE, int (*)(std::FILE*)> openSettings() {
+  FileDescriptor file(::open(settingsPath().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  struct stat facts = {};
+  if (!file.isOpen() || ::fstat(file.get(), &facts) != 0 || !S_ISREG(facts.st_mode)) return {nullptr, std::fclose};
+  return {::fdopen(file.release(), "r"), std::fclose};
+}
+
 }  // namespace
 
 int64_t integerForKey(std::string_view key) {
   Query query{.key = key};
-  ::ini_parse(settingsPath().c_str(), keepValue, &query);
+  if (const auto settings = openSettings()) ::ini_parse_file(settings.get(), keepValue, &query);
   return query.value;
 }
 

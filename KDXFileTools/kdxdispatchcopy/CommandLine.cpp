@@ -5,28 +5,30 @@
 #include <array>
 #include <cstdlib>
 
-#include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
-
 namespace {
 
 // What the parser reports for options that have no short form, beyond every character.
-enum LongOnly : int { sequence = 256, noDestination, ignoredSwitch, skipSource, skipFlush, skipFileSize };
+enum class LongOnly : int { sequence = 256, noDestination, ignoredSwitch, skipSource, skipFlush, skipFileSize };
+
+constexpr int code(LongOnly option) {
+  return static_cast<int>(option);
+}
 
 // The leading "-": a path is reported where it stands, so the order of paths and options is kept.
 constexpr const char* shortOptions = "-a:t:e:knvfb:";
-constexpr int path = 1;
+constexpr int pathFound = 1;
 
 const std::array<option, 15> longOptions{{
     {"v", no_argument, nullptr, 'v'},
     {"f_size", required_argument, nullptr, 'a'},
     {"k", no_argument, nullptr, 'k'},
     {"n", no_argument, nullptr, 'n'},
-    {"s", no_argument, nullptr, LongOnly::sequence},
-    {"j", no_argument, nullptr, LongOnly::noDestination},
-    {"c", no_argument, nullptr, LongOnly::ignoredSwitch},
-    {"ns", no_argument, nullptr, LongOnly::skipSource},
-    {"nf", no_argument, nullptr, LongOnly::skipFlush},
-    {"nfs", no_argument, nullptr, LongOnly::skipFileSize},
+    {"s", no_argument, nullptr, code(LongOnly::sequence)},
+    {"j", no_argument, nullptr, code(LongOnly::noDestination)},
+    {"c", no_argument, nullptr, code(LongOnly::ignoredSwitch)},
+    {"ns", no_argument, nullptr, code(LongOnly::skipSource)},
+    {"nf", no_argument, nullptr, code(LongOnly::skipFlush)},
+    {"nfs", no_argument, nullptr, code(LongOnly::skipFileSize)},
     {"f", no_argument, nullptr, 'f'},
     {"t", required_argument, nullptr, 't'},
     {"b", required_argument, nullptr, 'b'},
@@ -64,19 +66,19 @@ void takeOption(CommandLine& line, int option, const char* argument) {
     case 'n':
       line.verificationOptions &= ~(readBack | KDXVerificationOptionHashDuringCopy);
       break;
-    case LongOnly::sequence:
+    case code(LongOnly::sequence):
       line.isSequence = true;
       break;
-    case LongOnly::noDestination:
+    case code(LongOnly::noDestination):
       line.noDestinationNeeded = true;
       break;
-    case LongOnly::skipSource:
+    case code(LongOnly::skipSource):
       line.verificationOptions &= ~KDXVerificationOptionVerifySource;
       break;
-    case LongOnly::skipFlush:
+    case code(LongOnly::skipFlush):
       line.skipFlush = true;
       break;
-    case LongOnly::skipFileSize:
+    case code(LongOnly::skipFileSize):
       line.verificationOptions |= KDXVerificationOptionSkipFileSizeCheck;
       break;
     case 'f':
@@ -104,7 +106,7 @@ CommandLine parseCommandLine(int argc, char* const* argv) {
   optind = 0;  // starts the parser anew
   // NOLINTNEXTLINE(concurrency-mt-unsafe): the declaration says so
   for (int found = 0; (found = getopt_long_only(argc, argv, shortOptions, longOptions.data(), nullptr)) != -1;) {
-    if (found == path) {
+    if (found == pathFound) {
       takePath(line, sourceSeen, optarg);
     } else {
       takeOption(line, found, optarg);

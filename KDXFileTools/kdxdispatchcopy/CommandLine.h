@@ -5,11 +5,13 @@
 #include <string>
 #include <vector>
 
+#include "KDXFileTools/kdxdispatchcopy/KDXVerificationOptions.h"
 #include "platform/FileURL.h"
 
 // What the command line asks for, and nothing done about it yet. A plain value.
 struct CommandLine {
-  int32_t verificationOptions = 14;  // digest while copying, read source and destinations back
+  int32_t verificationOptions =
+      KDXVerificationOptionHashDuringCopy | KDXVerificationOptionVerifySource | KDXVerificationOptionVerifyDestinations;
   std::optional<platform::FileURL> source;
   std::optional<std::string> sequenceIdentifier;  // the source, when -s came before it
   std::vector<platform::FileURL> destinations;    // in the order given, duplicates too
@@ -20,7 +22,7 @@ struct CommandLine {
   bool skipFlush = false;
   std::optional<int64_t> expectedFilesize;  // bytes
   std::optional<std::string> algorithmWord;
-  std::optional<std::string> externalHash;
+  std::optional<std::string> externalHash;  // the bytes as given: a check that was asked for must not get lost
 };
 
 // Parses the arguments of the process. Options may stand anywhere among the paths and may be shortened as

@@ -1,6 +1,7 @@
 #pragma once
 
-// Statuses with which the process ends from inside a phase. Managing applications tell the causes apart by them.
+// // Statuses with which the process ends, but for those that come from the code of a phase's error. Managing applications
+// tell the causes apart by them.
 namespace ExitStatus {
 
 inline constexpr int success = 0;

@@ -39,9 +39,7 @@ std::shared_ptr<KDXDispatchCopy> makeJobForSource(const CommandLine& line) {
     return refuse("file sequences are not supported yet");
   }
   if (!line.source) return refuse("no source specified");
-  std::shared_ptr<KDXDispatchCopy> theCopier = KDXDispatchCopy::initWithSourceURL(line.source);
-  if (!theCopier) platform::assertionFailed("theCopier != nil && @\"copier is nil\"", "main");
-  return theCopier;
+  return KDXDispatchCopy::initWithSourceURL(line.source);
 }
 
 }  // namespace
@@ -73,21 +71,24 @@ int exitStatusOf(const std::optional<platform::Error>& error) {
   return status == 0 ? ExitStatus::failure : status;
 }
 
-int runJob(const std::shared_ptr<KDXDispatchCopy>& theCopier) {
+int runJob(const std::shared_ptr<KDXDispatchCopy>& theCopier, platform::ErrorPlace error) {
   if (!theCopier) platform::assertionFailed("theCopier != nil && @\"copier is nil\"", "main");
-  std::optional<platform::Error> error;
   for (const Phase& phase : phases) {
-    if ((theCopier.get()->*phase.run)(&error)) continue;
+    if ((theCopier.get()->*phase.run)(error)) continue;
     if (phase.failureLine != nullptr) platform::printAndWait("{}\n", phase.failureLine);
-    if (error) platform::systemLog(platform::description(*error));
-    return exitStatusOf(error);
+    if (*error) platform::systemLog(platform::description(**error));
+    return exitStatusOf(*error);
   }
   return ExitStatus::success;
 }
 
-int runFrontEnd(int argc, char* const* argv) {
+void runFrontEnd(int argc, char* const* argv) {
   const std::shared_ptr<KDXDispatchCopy> theCopier = makeJob(parseCommandLine(argc, argv));
-  if (theCopier) return runJob(theCopier);
-  platform::printAndWait("invalid arguments\n");
-  return ExitStatus::failure;
+  if (!theCopier) {
+    platform::printAndWait("invalid arguments\n");
+    platform::endProcess(ExitStatus::failure);
+  }
+  // Ends here, with the job still alive: what a failed phase left at work may go on using it until the process is gone.
+  std::optional<platform::Error> error;
+  platform::endProcess(runJob(theCopier, &error));
 }

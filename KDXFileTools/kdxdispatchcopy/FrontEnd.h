@@ -11,13 +11,14 @@
 // line.
 std::shared_ptr<KDXDispatchCopy> makeJob(const CommandLine& line);
 
-// Drives the job through its five phases, up to the first that fails, and returns the exit status of the process.
-// Without a job it is a failed assertion.
-int runJob(const std::shared_ptr<KDXDispatchCopy>& theCopier);
+// Drives the job through its five phases, up to the first that fails, and returns the exit status of the process. Without
+// a job it is a failed assertion.
+//   error   the place for the failed phase's error, not null; must live as long as the job is at work
+int runJob(const std::shared_ptr<KDXDispatchCopy>& theCopier, platform::ErrorPlace error);
 
 // The exit status for a failed phase: the error's code, as a 32-bit number, remainder 256 (with its sign); 1 when that
 // is 0 or there is no error.
 int exitStatusOf(const std::optional<platform::Error>& error);
 
-// Parses, makes the job and runs it; returns the exit status.
-int runFrontEnd(int argc, char* const* argv);
+// Parses, makes the job, runs it and ends the process.
+[[noreturn]] void runFrontEnd(int argc, char* const* argv);

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <string_view>
+#include <tuple>
 #include <utility>
 
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"

@@ -6,8 +6,10 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "KDXFileTools/kdxdispatchcopy/KDXVerificationOptions.h"
 #include "KDXFileTools/kdxdispatchcopy/ProgressClock.h"
 #include "digest/KDXDigestContext.h"
 #include "platform/ConcurrentQueue.h"
@@ -16,12 +18,6 @@
 #include "platform/FileURL.h"
 #include "platform/OutputFile.h"
 #include "platform/SerialQueue.h"
-
-// What a job does to prove its copy; a bit set.
-inline constexpr int32_t KDXVerificationOptionHashDuringCopy = 2;      // digest while copying
-inline constexpr int32_t KDXVerificationOptionVerifySource = 4;        // read the source back
-inline constexpr int32_t KDXVerificationOptionVerifyDestinations = 8;  // read the destinations back
-inline constexpr int32_t KDXVerificationOptionSkipFileSizeCheck = 16;  // do not look at sizes on disk
 
 // Copies one file to any number of destinations in a single read, proves the copies and moves them to their final
 // names.

@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "digest/KDXDigestContext.h"
 #include "platform/DispatchQueue.h"
@@ -13,7 +14,8 @@
 // Receives the number of bytes read from the file so far.
 using KDXVerifyProgressBlock = std::function<void(uint64_t bytesRead)>;
 
-// Reads one existing file from start to end and digests it. It knows of no copy: the caller compares.
+// // Reads one existing file from start to end and digests it. It knows of no copy: the caller compares. Set up and asked by
+// one thread.
 class KDXDispatchVerify {
  public:
   static std::shared_ptr<KDXDispatchVerify> initWithFileURL(platform::FileURL file, uint32_t algorithm);
@@ -28,7 +30,7 @@ class KDXDispatchVerify {
 
   // Reads the whole file on the calling thread and returns its finalised digest; null when the algorithm is unknown.
   // Where a read fails the digest is that of what was read before. `error` is never written: a difference is for the
-  // caller to see. A file that can't be opened ends the process with status 108.
+  // caller to see. A file that can't be opened ends the process with status 108. Not to be called on the progress queue.
   virtual std::shared_ptr<KDXDigestContext> calculateDigest(platform::ErrorPlace error);
 
   // The same for any file and algorithm.

@@ -20,9 +20,11 @@ using KDXReadFileDataBlock = std::function<void(bool isLast, const std::byte* by
 using KDXReadFilesStartBlock = std::function<bool(const platform::FileURL& file)>;
 
 // Reads the file from start to end, past the file cache, and hands each filled buffer to dataBlock on `queue` (a serial
-// queue, which thus sees them in file order) while the next one is filled.
+// queue, which thus sees them in file order) while the next one is filled. The memory is shared by all calls of the process
+// (ReadBuffers.h): when many run at once, reading and working on what was read take turns.
 // Reads on the calling thread and returns when the last read has been issued: callbacks may still be pending, and only
-// the one with isLast tells the end. The queue must outlive them. A file that can't be opened ends the process with
+// the one with isLast tells the end. The queue must outlive them, and since
+// the call waits for them it must not come from the queue. A file that can't be opened ends the process with
 // status 108 and a line; descriptor 0 is a failed assertion. The buffers have the size of the setting readBufferSizeMB
 // (MiB, read once in a process), 10 MiB without it.
 void KDXReadFile(const std::string& path, platform::DispatchQueue& queue, KDXReadFileDataBlock dataBlock);

@@ -16,7 +16,6 @@ std::shared_ptr<KDXSequenceVerify> KDXSequenceVerify::initWithFileURLs(std::vect
 
 std::shared_ptr<KDXDigestContext> KDXSequenceVerify::calculateDigest(platform::ErrorPlace /*error*/) {
   std::shared_ptr<KDXDigestContext> sequence = KDXDigestContext::contextWithAlgorithm(algorithm());
-  if (!sequence) return nullptr;
   platform::SerialQueue verifyQueue("verify");
   std::string joined;
   std::shared_ptr<KDXDigestContext> file;
@@ -28,11 +27,12 @@ std::shared_ptr<KDXDigestContext> KDXSequenceVerify::calculateDigest(platform::E
         return true;
       },
       [&](bool isLast, const std::byte* bytes, int64_t length, int32_t) {
+        if (!file) return;
         file->update(bytes, length < 0 ? 0 : static_cast<uint64_t>(length));
         if (!isLast) return;
         file->finalize();
         joined += file->rawDigestString().value();
       });
-  sequence->updateAndFinalizeFromString(joined);
+  if (sequence) sequence->updateAndFinalizeFromString(joined);
   return sequence;
 }

@@ -80,6 +80,7 @@ std::shared_ptr<std::byte> ReadBuffers::next() {
   if (_held++ == 0) --memory.callsWithout;
   ++memory.buffersInUse;
   std::byte* const buffer = takeIdleOrAllocate(_bufferSize).release();
+  lock.unlock();
   return {buffer, [self = shared_from_this()](std::byte* bytes) {
             SharedMemory& owner = shared();
             const std::lock_guard giveBack(owner.mutex);

@@ -4,6 +4,7 @@
 int main(int argc, char* argv[]) {
   platform::keepOutputOutOfFiles();
   platform::makeStandardOutputUnbuffered();
+  platform::letWritesFailInsteadOfSignals();
   platform::raiseDiskPriority();
-  platform::endProcess(runFrontEnd(argc, argv));
+  runFrontEnd(argc, argv);
 }
