@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
 
@@ -40,6 +41,21 @@ int keepValue(void* user, const char*, const char* name, const char* value) {
   return 1;
 }
 
+// Hands one whole line to the parser, as fgets does. Left to itself the parser cuts long lines, so that the end of a comment
+// could become a setting, and takes an indented line as the continuation of the value before it.
+char* readLine(char* line, int size, void* stream) {
+  char* text = nullptr;
+  std::size_t capacity = 0;
+  const ssize_t length = ::getline(&text, &capacity, static_cast<std::FILE*>(stream));
+  const std::unique_ptr<char, void (*)(void*)> owner(text, std::free);
+  if (length < 0) return nullptr;
+  const std::string_view trimmed = std::string_view(text).substr(std::strspn(text, " \t"));
+  const bool fits = trimmed.size() < static_cast<std::size_t>(size);
+  const std::string_view taken = fits ? trimmed : "\n";
+  line[taken.copy(line, taken.size())] = '\0';
+  return line;
+}
+
 // Nothing but a regular file is read: a pipe in its place would be waited for.
 std::unique_ptr<std::FILE, int (*)(std::FILE*)> openSettings() {
   FileDescriptor file(::open(settingsPath().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
@@ -52,7 +68,7 @@ std::unique_ptr<std::FILE, int (*)(std::FILE*)> openSettings() {
 
 int64_t integerForKey(std::string_view key) {
   Query query{.key = key};
-  if (const auto settings = openSettings()) ::ini_parse_file(settings.get(), keepValue, &query);
+  if (const auto settings = openSettings()) ::ini_parse_stream(readLine, settings.get(), keepValue, &query);
   return query.value;
 }
 

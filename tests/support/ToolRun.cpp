@@ -73,12 +73,18 @@ bool haveProgram(const std::string& name) {
   return std::system(("command -v " + name + " > /dev/null 2>&1").c_str()) == 0;
 }
 
-bool canInjectFaults() {
+bool isSanitized() {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  return false;
+  return true;
+#elif defined(__has_feature)
+  return __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
 #else
-  return haveProgram("strace");
+  return false;
 #endif
+}
+
+bool canInjectFaults() {
+  return !isSanitized() && haveProgram("strace");
 }
 
 std::vector<std::string> injecting(const std::string& inject) {

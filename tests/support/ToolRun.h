@@ -34,6 +34,8 @@ ToolRun runTool(std::vector<std::string> arguments);
 
 // True when programs of this name can be run.
 bool haveProgram(const std::string& name);
+// True when this build runs under AddressSanitizer or ThreadSanitizer, whose memory and limits are their own.
+bool isSanitized();
 // True when this build's program can be traced (sanitizers do not run under strace).
 bool canInjectFaults();
 // `strace` arguments for the wrapper that make one call fail; `inject` as strace's -e inject= takes it.

@@ -1,0 +1,33 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+
+#include "platform/Memory.h"
+#include "tests/support/ToolRun.h"
+
+using platform::allocatePages;
+using platform::PageAlignedMemory;
+
+namespace {
+
+TEST(Memory, StartsOnAPageAndCanBeWrittenToItsEnd) {
+  for (const std::size_t size : {std::size_t{1}, std::size_t{4095}, std::size_t{4096}, std::size_t{1'048'577}}) {
+    const PageAlignedMemory memory = allocatePages(size);
+    EXPECT_EQ(0U, reinterpret_cast<std::uintptr_t>(memory.get()) % 4096) << size;
+    std::fill_n(memory.get(), size, std::byte{7});
+    EXPECT_EQ(static_cast<std::ptrdiff_t>(size), std::count(memory.get(), memory.get() + size, std::byte{7}));
+  }
+}
+
+TEST(MemoryDeathTest, MoreThanThereIsEndsTheProcessWithAMessage) {
+  if (isSanitized()) GTEST_SKIP() << "the allocator of the sanitizers ends the process by itself";
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  constexpr std::size_t tooMuch = std::numeric_limits<std::ptrdiff_t>::max() - 4096;
+  EXPECT_EXIT(allocatePages(tooMuch), testing::ExitedWithCode(1),
+              "kdxdispatchcopy: could not get 9223372036854771711 bytes of memory");
+}
+
+}  // namespace

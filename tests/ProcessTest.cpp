@@ -1,0 +1,297 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <linux/ioprio.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/Log.h"
+#include "platform/Process.h"
+#include "platform/SerialQueue.h"
+#include "tests/support/ScratchDirectory.h"
+#include "tests/support/ToolRun.h"
+
+using testing::HasSubstr;
+
+namespace {
+
+using Names = std::vector<std::string>;
+
+// What a process left that ran the task alone and then ended.
+struct ChildRun {
+  int exitStatus = -1;  // 128 + signal when a signal ended it
+  std::string output;   // descriptors 1 and 2, in the order in which they were written
+};
+
+constexpr int cameBack = 99;
+
+ChildRun runInChild(const std::function<void()>& task) {
+  const ScratchDirectory scratch;
+  const std::string output = scratch.file("output");
+  writeFile(output, "");
+  std::fflush(nullptr);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const int file = ::open(output.c_str(), O_WRONLY | O_APPEND);
+    ::dup2(file, STDOUT_FILENO);
+    ::dup2(file, STDERR_FILENO);
+    ::close(file);
+    platform::makeStandardOutputUnbuffered();
+    task();
+    ::_exit(cameBack);
+  }
+  int status = 0;
+  EXPECT_EQ(child, ::waitpid(child, &status, 0));
+  return {.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), .output = readFile(output)};
+}
+
+// A sanitizer that sees a leak or a race changes the status at the end, so the checks of a child are told by their own.
+void endChild(bool asExpected) {
+  ::_exit(asExpected ? 0 : 1);
+}
+
+std::string manyLines() {
+  std::string lines;
+  for (int line = 0; line < 300; ++line) lines += "line " + std::to_string(line) + "\n";
+  return lines;
+}
+
+void queueManyLines() {
+  for (int line = 0; line < 300; ++line) platform::queueLine("line {}\n", line);
+}
+
+// Ends of the process
+
+TEST(Process, ItsEndWaitsUntilAllThatWasQueuedIsOut) {
+  const ChildRun run = runInChild([] {
+    queueManyLines();
+    platform::endProcess(7);
+  });
+  EXPECT_EQ(7, run.exitStatus);
+  EXPECT_EQ(manyLines(), run.output);
+}
+
+TEST(Process, ItsEndFromAnotherQueueWaitsToo) {
+  const ChildRun run = runInChild([] {
+    platform::SerialQueue queue("read");
+    queue.sync([] {
+      queueManyLines();
+      platform::endProcess(111);
+    });
+  });
+  EXPECT_EQ(111, run.exitStatus);
+  EXPECT_EQ(manyLines(), run.output);
+}
+
+TEST(Process, ItsEndWithoutOutputNeedsNoThread) {
+  const ChildRun run = runInChild([] { platform::endProcess(0); });
+  EXPECT_EQ(0, run.exitStatus);
+  EXPECT_EQ("", run.output);
+}
+
+TEST(Process, ItsEndRunsNoDestructors) {
+  const ChildRun run = runInChild([] {
+    static const std::unique_ptr<int, void (*)(int*)> object(new int(1), [](int* number) {
+      delete number;
+      ::_exit(cameBack);
+    });
+    platform::endProcess(5);
+  });
+  EXPECT_EQ(5, run.exitStatus);
+}
+
+TEST(Process, WhatCouldNotBeHadIsNamedBehindWhatWasQueued) {
+  const ChildRun run = runInChild([] {
+    queueManyLines();
+    platform::logQueue().sync([] {});
+    platform::endProcessForLackOf("12 bytes of memory");
+  });
+  EXPECT_EQ(1, run.exitStatus);
+  EXPECT_EQ(manyLines() + "kdxdispatchcopy: could not get 12 bytes of memory\n", run.output);
+}
+
+TEST(Process, LackOfAnythingLosesNoLineThatWasQueued) {
+  const ChildRun run = runInChild([] {
+    queueManyLines();
+    platform::endProcessForLackOf("a thread");
+  });
+  EXPECT_EQ(1, run.exitStatus);
+  EXPECT_THAT(run.output, HasSubstr("line 299\n"));
+  EXPECT_THAT(run.output, HasSubstr("kdxdispatchcopy: could not get a thread\n"));
+}
+
+TEST(Process, AFailedAssertionIsToldBehindWhatWasQueuedAndAborts) {
+  const ChildRun run = runInChild([] {
+    queueManyLines();
+    platform::assertionFailed("fd > 0", "_openForRead");
+  });
+  EXPECT_EQ(128 + SIGABRT, run.exitStatus);
+  EXPECT_EQ(manyLines() + "kdxdispatchcopy: assertion failed: fd > 0, in _openForRead\n", run.output);
+}
+
+TEST(Process, AnAssertionThatFailsOnTheLogQueueItselfAbortsToo) {
+  const ChildRun run =
+      runInChild([] { platform::logQueue().sync([] { platform::assertionFailed("never", "task"); }); });
+  EXPECT_EQ(128 + SIGABRT, run.exitStatus);
+  EXPECT_EQ("kdxdispatchcopy: assertion failed: never, in task\n", run.output);
+}
+
+// Standard output
+
+TEST(Process, UnbufferedOutputIsOutWithoutAFlush) {
+  const ChildRun run = runInChild([] {
+    platform::makeStandardOutputUnbuffered();
+    std::fputs("no newline", stdout);
+    ::_exit(0);
+  });
+  EXPECT_EQ("no newline", run.output);
+}
+
+// Where a descriptor leads, as the kernel tells it; empty when it is closed.
+std::string targetOf(int descriptor) {
+  std::string target(256, '\0');
+  const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+  const ssize_t length = ::readlink(link.c_str(), target.data(), target.size());
+  target.resize(length < 0 ? 0 : static_cast<std::size_t>(length));
+  return target;
+}
+
+struct ClosedRow {
+  const char* name;
+  std::vector<int> closed;
+
+  friend void PrintTo(const ClosedRow& row, std::ostream* out) { *out << row.name; }
+};
+
+class ClosedDescriptors : public testing::TestWithParam<ClosedRow> {};
+
+TEST_P(ClosedDescriptors, AreOpenedOnDevNullAndTheOthersAreLeftAsTheyAre) {
+  const std::vector<int>& closed = GetParam().closed;
+  const ChildRun run = runInChild([&] {
+    for (const int descriptor : closed) ::close(descriptor);
+    const bool inputWasOpen = ::fcntl(STDIN_FILENO, F_GETFD) >= 0;
+    const std::string outputBefore = targetOf(STDOUT_FILENO);
+    const std::string errorsBefore = targetOf(STDERR_FILENO);
+    platform::keepOutputOutOfFiles();
+    const auto isRight = [](int descriptor, const std::string& before) {
+      return targetOf(descriptor) == (before.empty() ? "/dev/null" : before);
+    };
+    endChild(isRight(STDOUT_FILENO, outputBefore) && isRight(STDERR_FILENO, errorsBefore) &&
+             inputWasOpen == (::fcntl(STDIN_FILENO, F_GETFD) >= 0));
+  });
+  EXPECT_EQ(0, run.exitStatus);
+}
+
+TEST_P(ClosedDescriptors, TakeOutputWithoutAnErrorAfterwards) {
+  const ChildRun run = runInChild([&] {
+    for (const int descriptor : GetParam().closed) ::close(descriptor);
+    platform::keepOutputOutOfFiles();
+    endChild(::write(STDOUT_FILENO, "x", 1) == 1 && ::write(STDERR_FILENO, "x", 1) == 1);
+  });
+  EXPECT_EQ(0, run.exitStatus);
+}
+
+INSTANTIATE_TEST_SUITE_P(Process, ClosedDescriptors,
+                         testing::Values(ClosedRow{"None", {}}, ClosedRow{"Output", {1}}, ClosedRow{"Errors", {2}},
+                                         ClosedRow{"OutputAndErrors", {1, 2}}, ClosedRow{"InputAndOutput", {0, 1}},
+                                         ClosedRow{"All", {0, 1, 2}}),
+                         [](const auto& row) { return row.param.name; });
+
+class OffloadWithClosedOutput : public testing::TestWithParam<ClosedRow> {
+ protected:
+  // The setting is there because the reader then writes a line on standard error too.
+  ToolRun offload(const std::vector<std::string>& arguments) const {
+    writeFile(_settings.file("kdxdispatchcopy/defaults.ini"), "readBufferSizeMB = 1\n");
+    return runTool({.arguments = arguments,
+                    .environment = {{"XDG_CONFIG_HOME", _settings.path().string()}},
+                    .closedDescriptors = GetParam().closed});
+  }
+
+ private:
+  ScratchDirectory _settings;
+};
+
+TEST_P(OffloadWithClosedOutput, PutsNoLineIntoADestination) {
+  const ScratchDirectory scratch;
+  const std::string source = scratch.file("card/clip.mov");
+  const std::string bytes = mediaBytes(2 * MiB + 17);
+  writeFile(source, bytes);
+
+  const ToolRun run = offload({"-v", source, scratch.file("a/clip.mov"), scratch.file("b/clip.mov")});
+
+  EXPECT_EQ(0, run.exitStatus) << run.output << run.errors;
+  EXPECT_EQ((Names{"a/clip.mov", "b/clip.mov", "card/clip.mov"}), namesBelow(scratch.path()));
+  EXPECT_TRUE(bytes == readFile(source));
+  EXPECT_TRUE(bytes == readFile(scratch.file("a/clip.mov")));
+  EXPECT_TRUE(bytes == readFile(scratch.file("b/clip.mov")));
+}
+
+TEST_P(OffloadWithClosedOutput, ThatFailsPutsNoLineIntoAFileEither) {
+  const ScratchDirectory scratch;
+  const std::string source = scratch.file("card/clip.mov");
+  const std::string bytes = mediaBytes(MiB + 17);
+  writeFile(source, bytes);
+
+  const ToolRun run = offload({"-e", "MD5:00000000000000000000000000000000", source, scratch.file("a/clip.mov")});
+
+  EXPECT_EQ(103, run.exitStatus) << run.output << run.errors;
+  EXPECT_EQ((Names{"a/clip.mov.kdxcopy", "card/clip.mov"}), namesBelow(scratch.path()));
+  EXPECT_TRUE(bytes == readFile(source));
+  EXPECT_TRUE(bytes == readFile(scratch.file("a/clip.mov.kdxcopy")));
+}
+
+INSTANTIATE_TEST_SUITE_P(Process, OffloadWithClosedOutput,
+                         testing::Values(ClosedRow{"None", {}}, ClosedRow{"Output", {1}}, ClosedRow{"Errors", {2}},
+                                         ClosedRow{"OutputAndErrors", {1, 2}}),
+                         [](const auto& row) { return row.param.name; });
+
+// Disk priority
+
+int64_t diskPriority() {
+  constexpr int thisThread = 0;
+  return ::syscall(SYS_ioprio_get, IOPRIO_WHO_PROCESS, thisThread);
+}
+
+TEST(Process, TheDiskPriorityBecomesTheHighestOfTheBestEffortClass) {
+  constexpr int64_t highest = IOPRIO_PRIO_VALUE(IOPRIO_CLASS_BE, 0);
+  const ChildRun run = runInChild([] {
+    if (diskPriority() < 0 || diskPriority() == highest) ::_exit(cameBack);
+    platform::raiseDiskPriority();
+    endChild(diskPriority() == highest);
+  });
+  if (run.exitStatus == cameBack) GTEST_SKIP() << "this process has the highest disk priority already, or none";
+  EXPECT_EQ(0, run.exitStatus);
+}
+
+TEST(Process, ThreadsThatStartLaterInheritTheDiskPriority) {
+  const ChildRun run = runInChild([] {
+    platform::raiseDiskPriority();
+    int64_t inherited = -1;
+    platform::SerialQueue("read").sync([&] { inherited = diskPriority(); });
+    endChild(inherited == IOPRIO_PRIO_VALUE(IOPRIO_CLASS_BE, 0));
+  });
+  EXPECT_EQ(0, run.exitStatus);
+}
+
+TEST(Process, ARefusedDiskPriorityDoesNotStopTheOffload) {
+  if (!canInjectFaults()) GTEST_SKIP() << "making system calls fail needs strace and a build without sanitizers";
+  const ScratchDirectory scratch;
+  writeFile(scratch.file("clip.mov"), mediaBytes(1000));
+  const ToolRun run = runTool({.arguments = {"-k", scratch.file("clip.mov"), scratch.file("a/clip.mov")},
+                               .wrapper = injecting("ioprio_set:error=EPERM")});
+  EXPECT_EQ(0, run.exitStatus) << run.errors;
+  EXPECT_EQ(readFile(scratch.file("clip.mov")), readFile(scratch.file("a/clip.mov")));
+}
+
+}  // namespace
