@@ -1,0 +1,130 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+
+#include "KDXFileTools/kdxdispatchcopy/ProgressClock.h"
+#include "platform/Log.h"
+#include "tests/support/ScratchDirectory.h"
+
+using namespace std::chrono_literals;
+
+namespace {
+
+// Any time will do: the clock is asked about given times only.
+constexpr ProgressClock::Clock::time_point start{1000s};
+
+TEST(ProgressClock, NothingIsDueAtTheStart) {
+  EXPECT_FALSE(ProgressClock(0.5, start).isDue(start));
+}
+
+TEST(ProgressClock, NothingIsDueWithinTheFirstInterval) {
+  EXPECT_FALSE(ProgressClock(0.5, start).isDue(start + 499ms));
+}
+
+TEST(ProgressClock, NothingIsDueExactlyOneIntervalAfterTheStart) {
+  EXPECT_FALSE(ProgressClock(0.5, start).isDue(start + 500ms));
+}
+
+TEST(ProgressClock, AReportIsDueWhenMoreThanTheIntervalHasPassed) {
+  EXPECT_TRUE(ProgressClock(0.5, start).isDue(start + 500ms + 1ns));
+}
+
+TEST(ProgressClock, TheNextReportIsDueMoreThanAnIntervalAfterTheLast) {
+  ProgressClock clock(0.5, start);
+  ASSERT_TRUE(clock.isDue(start + 800ms));
+  EXPECT_FALSE(clock.isDue(start + 800ms));
+  EXPECT_FALSE(clock.isDue(start + 1300ms));
+  EXPECT_TRUE(clock.isDue(start + 1300ms + 1ns));
+}
+
+TEST(ProgressClock, AReportThatCameTooEarlyDoesNotPutOffTheNext) {
+  ProgressClock clock(0.5, start);
+  ASSERT_FALSE(clock.isDue(start + 400ms));
+  EXPECT_TRUE(clock.isDue(start + 501ms));
+}
+
+TEST(ProgressClock, AfterALongPauseOneReportIsDueAndNotAllThatWereMissed) {
+  ProgressClock clock(0.5, start);
+  EXPECT_TRUE(clock.isDue(start + 1h));
+  EXPECT_FALSE(clock.isDue(start + 1h + 1ms));
+}
+
+TEST(ProgressClock, WithoutAnIntervalEveryLaterTimeIsDue) {
+  ProgressClock clock(0, start);
+  EXPECT_FALSE(clock.isDue(start));
+  EXPECT_TRUE(clock.isDue(start + 1ns));
+  EXPECT_FALSE(clock.isDue(start + 1ns));
+  EXPECT_TRUE(clock.isDue(start + 2ns));
+}
+
+TEST(ProgressClock, ANegativeIntervalIsAlwaysDue) {
+  ProgressClock clock(-1, start);
+  EXPECT_TRUE(clock.isDue(start));
+  EXPECT_TRUE(clock.isDue(start));
+}
+
+TEST(ProgressClock, WithAnEndlessIntervalNothingIsEverDue) {
+  EXPECT_FALSE(ProgressClock(1e300, start).isDue(start + 100'000h));
+}
+
+TEST(ProgressClock, TheIntervalOfTheProgressLinesIsHalfASecond) {
+  EXPECT_EQ(0.5, progressInterval);
+}
+
+// What is printed on standard output while the object lives.
+class CapturedOutput {
+ public:
+  CapturedOutput() : _standardOutput(::dup(STDOUT_FILENO)) {
+    std::fflush(stdout);
+    const int file = ::open(_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    EXPECT_EQ(STDOUT_FILENO, ::dup2(file, STDOUT_FILENO));
+    ::close(file);
+  }
+  CapturedOutput(const CapturedOutput&) = delete;
+  CapturedOutput& operator=(const CapturedOutput&) = delete;
+  ~CapturedOutput() {
+    ::dup2(_standardOutput, STDOUT_FILENO);
+    ::close(_standardOutput);
+  }
+
+  [[nodiscard]] std::string text() const {
+    platform::logQueue().sync([] { std::fflush(stdout); });
+    return readFile(_path);
+  }
+
+ private:
+  ScratchDirectory _scratch;
+  std::string _path = _scratch.file("output");
+  int _standardOutput;
+};
+
+std::string speedLine(const char* what, uint64_t bytes, std::chrono::seconds ago) {
+  const CapturedOutput output;
+  queueSpeedLine(what, bytes, ProgressClock::Clock::now() - ago);
+  return output.text();
+}
+
+// The starts lie so far back that the time of the test itself does not show in what is compared.
+
+TEST(SpeedLine, TellsTheBytesTheSecondsAndTheDecimalMegabytesPerSecond) {
+  EXPECT_THAT(speedLine("copy", 5'000'000'000'000, 1'000'000s),
+              testing::MatchesRegex(
+                  "INFO: copy speed 5000000000000 bytes in 10000[0-9]{2}\\.[0-9]{5} sec \\(5\\.0 MB/sec\\)\n"));
+}
+
+TEST(SpeedLine, OfNoBytesHasTheSpeedZero) {
+  EXPECT_THAT(
+      speedLine("verification", 0, 1'000'000s),
+      testing::MatchesRegex("INFO: verification speed 0 bytes in 10000[0-9]{2}\\.[0-9]{5} sec \\(0\\.0 MB/sec\\)\n"));
+}
+
+TEST(SpeedLine, OfTheLargestFilesIsNotCutOff) {
+  EXPECT_THAT(speedLine("copy", 18'446'744'073'709'551'615u, 1'000'000s),
+              testing::StartsWith("INFO: copy speed 18446744073709551615 bytes in 10000"));
+}
+
+}  // namespace
