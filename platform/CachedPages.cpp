@@ -26,8 +26,12 @@ int64_t directAlignment(int descriptor) {
   constexpr int64_t page = 4096;
   struct statx facts = {};
   const bool told = ::statx(descriptor, "", AT_EMPTY_PATH, STATX_DIOALIGN, &facts) == 0;
-  if (told && (facts.stx_mask & STATX_DIOALIGN) != 0) return std::max<int64_t>(page, facts.stx_dio_offset_align);
-  return page;
+  if (!told || (facts.stx_mask & STATX_DIOALIGN) == 0) return page;
+  return facts.stx_dio_offset_align == 0 ? 0 : std::max<int64_t>(page, facts.stx_dio_offset_align);
+}
+
+bool isDirectRefused(int code) {
+  return code == EINVAL || code == ENOTSUP;
 }
 
 bool setDirect(int descriptor, bool on) {

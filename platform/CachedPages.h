@@ -18,9 +18,13 @@ void dropPages(int descriptor, int64_t offset, int64_t length);
 bool pushPages(int descriptor, int64_t offset, int64_t length);
 
 // Alignment, in bytes, that offset and length of a transfer past the cache need for this file; its address needs no more
-// than that of a buffer (Memory.h). Where the system can't tell it is a guess, and a transfer that is refused takes the
-// road through the cache.
+// than that of a buffer (Memory.h). 0 when the file system says that it has no such transfers, also where it would take the
+// flag and use the cache. Where the system can't tell it is a guess, and a transfer that is refused takes the road through
+// the cache.
 int64_t directAlignment(int descriptor);
+
+// True for the errno values with which a transfer past the cache is refused, rather than failed.
+bool isDirectRefused(int code);
 
 // Switches transfers past the cache (O_DIRECT) on or off. False when the file system refuses.
 bool setDirect(int descriptor, bool on);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <utility>
 
 namespace platform {
@@ -21,7 +22,7 @@ class FileDescriptor {
   [[nodiscard]] bool isOpen() const { return _descriptor >= 0; }
   [[nodiscard]] int get() const { return _descriptor; }
 
-  // // Hands the open descriptor over: closing it is the caller's from now on.
+  // Hands the open descriptor over: closing it is the caller's from now on.
   int release() { return std::exchange(_descriptor, -1); }
 
   // Closes now, for callers to whom the result matters: 0, or the errno value of the close. Nothing open is 0.
@@ -30,5 +31,9 @@ class FileDescriptor {
  private:
   int _descriptor = -1;
 };
+
+// Opens the file at the path itself: no link is followed, which could lead out of the folder, and a pipe that was planted
+// there is not waited for. Not open when that fails; errno then tells why.
+FileDescriptor openUnlessPipe(const std::string& path, int flags);
 
 }  // namespace platform

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -34,19 +35,41 @@ std::optional<int> moveWithLink(const char* from, const char* to) {
   return ::unlink(from) == 0 ? 0 : errno;
 }
 
-// For file systems without links too: as close as can be had. Returns 0 or errno.
+// For file systems without links too: as close as can be had. Returns 0 or errno. Only a name that is known to be free is
+// taken.
 int moveWithCheck(const char* from, const char* to) {
-  if (fileExistsAtPath(to)) return EEXIST;
+  struct stat facts = {};
+  if (::lstat(to, &facts) == 0) return EEXIST;
+  if (errno != ENOENT) return errno;
   return ::rename(from, to) == 0 ? 0 : errno;
 }
 
-int syncDirectoryOf(const std::string& path) {
-  const std::string directory = FileURL(path).deletingLastPathComponent().path();
+bool isUnsupported(int code) {
+  return code == EINVAL || code == ENOTSUP;
+}
+
+// `file` is open in the directory.
+int syncDirectoryOf(const std::string& path, int file) {
+  std::string directory = FileURL(path).deletingLastPathComponent().path();
+  if (directory.empty()) directory = ".";
   const FileDescriptor descriptor(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!descriptor.isOpen()) return -1;
+  // A directory that may be written but not read is synced with its whole file system.
+  if (!descriptor.isOpen()) return errno == EACCES ? ::syncfs(file) : -1;
   const int result = ::fsync(descriptor.get());
-  const bool directoriesAreNotSynced = result != 0 && (errno == EINVAL || errno == ENOTSUP);
-  return directoriesAreNotSynced ? 0 : result;
+  return result != 0 && isUnsupported(errno) ? 0 : result;
+}
+
+std::optional<FileStamp> stamp(int directory, const char* path, int flags) {
+  struct statx facts = {};
+  if (::statx(directory, path, flags | AT_SYMLINK_NOFOLLOW, STATX_INO | STATX_BTIME, &facts) != 0) return std::nullopt;
+  FileStamp found{.device = ::makedev(facts.stx_dev_major, facts.stx_dev_minor)};
+  if ((facts.stx_mask & STATX_BTIME) != 0) {
+    found.createdSeconds = facts.stx_btime.tv_sec;
+    found.createdNanoseconds = facts.stx_btime.tv_nsec;
+  } else {
+    found.inode = facts.stx_ino;
+  }
+  return found;
 }
 
 }  // namespace
@@ -57,10 +80,33 @@ std::optional<FileIdentity> identityOfFile(const std::string& path) {
   return identity(result, facts);
 }
 
+std::optional<FileIdentity> identityOfOpenFile(int descriptor) {
+  struct stat facts = {};
+  const int result = ::fstat(descriptor, &facts);
+  return identity(result, facts);
+}
+
 std::optional<FileIdentity> identityOfItem(const std::string& path) {
   struct stat facts = {};
   const int result = ::lstat(path.c_str(), &facts);
   return identity(result, facts);
+}
+
+PinnedFile::PinnedFile(const std::string& path) {
+  const FileDescriptor file(::open(path.c_str(), O_PATH | O_CLOEXEC));
+  if (!file.isOpen()) return;
+  // Beyond the standard descriptors: which file gets a closed standard input's number is no matter of this one.
+  constexpr int behindStandardDescriptors = 3;
+  _file = FileDescriptor(::fcntl(file.get(), F_DUPFD_CLOEXEC, behindStandardDescriptors));
+  _identity = identityOfOpenFile(file.get());
+}
+
+std::optional<FileStamp> stampOfFile(int descriptor) {
+  return stamp(descriptor, "", AT_EMPTY_PATH);
+}
+
+std::optional<FileStamp> stampOfItem(const std::string& path) {
+  return stamp(AT_FDCWD, path.c_str(), 0);
 }
 
 bool fileExistsAtPath(const std::string& path) {
@@ -90,19 +136,29 @@ bool moveItem(const std::string& from, const std::string& to, ErrorPlace error) 
 }
 
 int makeDataPermanent(const std::string& path) {
-  const FileDescriptor descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  const FileDescriptor descriptor = openUnlessPipe(path, O_RDONLY);
   if (!descriptor.isOpen()) return errno == ENOENT ? 0 : -1;
   return ::fdatasync(descriptor.get());
 }
 
+int makeFileSystemPermanent(const std::string& path) {
+  const FileDescriptor descriptor = openUnlessPipe(path, O_RDONLY);
+  if (!descriptor.isOpen()) return errno == ENOENT ? 0 : -1;
+  return ::syncfs(descriptor.get());
+}
+
+int fullSyncOfNothing() {
+  return ::fsync(STDIN_FILENO);
+}
+
 int fullSync(const std::string& path) {
-  const FileDescriptor descriptor(::open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  const FileDescriptor descriptor = openUnlessPipe(path, O_WRONLY);
   if (!descriptor.isOpen()) {
-    const int result = ::fsync(STDIN_FILENO);
+    const int result = fullSyncOfNothing();
     return result == 0 ? -1 : result;
   }
   const int result = ::fsync(descriptor.get());
-  return result == 0 ? syncDirectoryOf(path) : result;
+  return result == 0 ? syncDirectoryOf(path, descriptor.get()) : result;
 }
 
 }  // namespace platform

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <compare>
 #include <cstdint>
 #include <optional>
 #include <string>
 
 #include "platform/Error.h"
+#include "platform/FileDescriptor.h"
 
 // What is done to files by name.
 namespace platform {
@@ -13,11 +15,40 @@ namespace platform {
 struct FileIdentity {
   uint64_t device = 0;
   uint64_t inode = 0;
-  bool operator==(const FileIdentity&) const = default;
+  auto operator<=>(const FileIdentity&) const = default;
 };
 
-// Identity of the file at the path, through symbolic links; none when there is none.
+// // Identity of the file at the path, through symbolic links; none when there is none.
 std::optional<FileIdentity> identityOfFile(const std::string& path);
+
+// Holds on to a file so that its identity stays what it is: some file systems number a file anew once it was forgotten.
+class PinnedFile {
+ public:
+  explicit PinnedFile(const std::string& path);
+  // None when there is no such file.
+  [[nodiscard]] const std::optional<FileIdentity>& identity() const { return _identity; }
+
+ private:
+  FileDescriptor _file;
+  std::optional<FileIdentity> _identity;
+};
+
+// Tells a file from one that was put in its place later under the same name, also when that one got the same inode: by the
+// time of its creation where the file system keeps it, else by its inode.
+struct FileStamp {
+  uint64_t device = 0;
+  uint64_t inode = 0;  // 0 where the time of creation is known
+  int64_t createdSeconds = 0;
+  uint32_t createdNanoseconds = 0;
+  bool operator==(const FileStamp&) const = default;
+};
+
+// Stamp of an open file, and of what stands at a path itself (not through links); none when it can't be told.
+std::optional<FileStamp> stampOfFile(int descriptor);
+std::optional<FileStamp> stampOfItem(const std::string& path);
+
+// // Identity of an open file; none when it can't be told.
+std::optional<FileIdentity> identityOfOpenFile(int descriptor);
 
 // Identity of what stands at the path itself, be it a symbolic link; none when nothing does.
 std::optional<FileIdentity> identityOfItem(const std::string& path);
@@ -40,11 +71,16 @@ bool moveItem(const std::string& from, const std::string& to, ErrorPlace error);
 // too.
 int makeDataPermanent(const std::string& path);
 
+// The same for every file of the file system that the file at the path is on.
+int makeFileSystemPermanent(const std::string& path);
+
 // Makes the file at the path permanent, and its name with it: a full sync of the file, then one of its directory, which
 // is passed over where the file system knows no such thing. A failed sync is not tried again: the system has already
-// forgotten what it could not write. Returns what the failed call returned, else 0. When the file can't be opened for
-// writing descriptor 0 is synced in its place, which callers rely on for the value that they print; since that proves
-// nothing, success there is a failure too.
+// forgotten what it could not write. Returns what the failed call returned, else 0. When the file can't be opened for writing descriptor 0 is synced in its
+// place, which callers rely on for the value that they print; since that proves nothing, success there is a failure too.
 int fullSync(const std::string& path);
+
+// What fullSync does when there is no file at all: syncs descriptor 0. Returns what the call returned.
+int fullSyncOfNothing();
 
 }  // namespace platform

@@ -17,9 +17,11 @@ namespace {
 // One call of the system moves no more than this, a multiple of every alignment.
 constexpr std::size_t largestTransfer = std::size_t{1} << 30;
 
-bool isRegularFile(int descriptor) {
+// Size of a regular file, none of anything else.
+std::optional<int64_t> sizeOfRegularFile(int descriptor) {
   struct stat facts = {};
-  return ::fstat(descriptor, &facts) == 0 && S_ISREG(facts.st_mode);
+  if (::fstat(descriptor, &facts) != 0 || !S_ISREG(facts.st_mode)) return std::nullopt;
+  return facts.st_size;
 }
 
 }  // namespace
@@ -31,17 +33,26 @@ std::optional<InputFile> InputFile::open(const std::string& path) {
 }
 
 InputFile::InputFile(FileDescriptor file) : _file(std::move(file)), _alignment(directAlignment(_file.get())) {
-  if (!isRegularFile(_file.get())) return;
+  const std::optional<int64_t> size = sizeOfRegularFile(_file.get());
+  if (!size) return;
+  _leastSize = *size;
   std::ignore = ::posix_fadvise(_file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-  _direct = setDirect(_file.get(), true);
+  _direct = _alignment != 0 && setDirect(_file.get(), true);
   if (!_direct) {
     startCachedRoad();
     return;
   }
   // Some file systems take the flag and read from the cache all the same, and the end of the file may have to be read
   // through it: what is cached now must not be there then.
-  std::ignore = pushPages(_file.get(), 0, 0);
+  keepDeviceError(pushPages(_file.get(), 0, 0));
   dropPages(_file.get(), 0, 0);
+}
+
+// The system tells only once that the device did not take what was written: what is in memory now is not what the device
+// holds, and must not be read as if it were.
+void InputFile::keepDeviceError(bool pushed) {
+  const bool isOfTheDevice = errno == EIO || errno == ENOSPC || errno == EDQUOT;
+  if (!pushed && isOfTheDevice) _deviceError = errno;
 }
 
 InputFile::~InputFile() {
@@ -59,11 +70,15 @@ void InputFile::startCachedRoad() {
 }
 
 ReadResult InputFile::read(std::byte* buffer, std::size_t size) {
+  if (_deviceError != 0) return ReadResult{.length = -1, .error = _deviceError};
   std::size_t filled = 0;
   while (filled < size) {
     const int64_t length = readSome(buffer + filled, std::min(size - filled, largestTransfer));
     if (length < 0) return ReadResult{.length = -1, .error = errno};
-    if (length == 0) break;
+    if (length == 0) {
+      if (_position < _leastSize) return ReadResult{.length = -1, .error = EIO};
+      break;
+    }
     filled += static_cast<std::size_t>(length);
   }
   if (!_direct) dropBehind();
@@ -73,7 +88,7 @@ ReadResult InputFile::read(std::byte* buffer, std::size_t size) {
 int64_t InputFile::readSome(std::byte* buffer, std::size_t size) {
   if (_direct && _position % _alignment != 0) return readToAlignment(buffer, size);
   const int64_t length = readAtPosition(buffer, size);
-  if (length >= 0 || !_direct || errno != EINVAL) return length;
+  if (length >= 0 || !_direct || !isDirectRefused(errno)) return length;
   startCachedRoad();
   return readAtPosition(buffer, size);
 }

@@ -33,13 +33,15 @@ class InputFile {
   [[nodiscard]] int descriptor() const { return _file.get(); }
 
   // Reads on until the buffer is full, the file ends or an error comes; a short result is the end of the file and
-  // nothing else. An error after some bytes is an error: what the buffer holds then is not to be used.
+  // nothing else. An error after some bytes is an error: what the buffer holds then is not to be used. A file that ends
+  // before the size it had when it was opened, or whose dirty pages the device did not take, is EIO or the device's error.
   //   buffer   page-aligned, `size` bytes, the caller's. A size that is no whole number of blocks is right too, but what is
   //            read behind it may take the road through the cache.
   ReadResult read(std::byte* buffer, std::size_t size);
 
  private:
   explicit InputFile(FileDescriptor file);
+  void keepDeviceError(bool pushed);
   int64_t readSome(std::byte* buffer, std::size_t size);
   int64_t readToAlignment(std::byte* buffer, std::size_t size);
   int64_t readAtPosition(std::byte* buffer, std::size_t size);
@@ -47,7 +49,9 @@ class InputFile {
   void dropBehind();
 
   FileDescriptor _file;
-  int64_t _alignment;
+  int64_t _alignment;      // bytes; 0 without transfers past the cache
+  int64_t _leastSize = 0;  // bytes that the file had when it was opened; 0 for what is no regular file
+  int _deviceError = 0;    // errno with which dirty pages could not be written to the device
   int64_t _position = 0;
   int64_t _dropped = 0;  // on the cached road: everything before this offset was dropped
   bool _direct = false;

@@ -18,12 +18,9 @@ namespace {
 // One call of the system moves no more than this, a multiple of every alignment.
 constexpr std::size_t largestTransfer = std::size_t{1} << 30;
 
-// No link is followed (it could lead out of the destination), nothing is emptied before it is known what it is, and a
-// pipe planted here is not waited for.
-FileDescriptor openForCreation(const std::string& path, int exclusive) {
-  constexpr mode_t lessTheUmask = 0666;
-  return FileDescriptor(
-      ::open(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | exclusive, lessTheUmask));
+bool removeRegularFile(const std::string& path) {
+  struct stat facts = {};
+  return ::lstat(path.c_str(), &facts) == 0 && S_ISREG(facts.st_mode) && ::unlink(path.c_str()) == 0;
 }
 
 // Calls write until `length` bytes are taken, in pieces that the system accepts; the first short piece is the last.
@@ -44,23 +41,28 @@ int64_t writePieces(int descriptor, const std::byte* bytes, std::size_t length) 
 
 }  // namespace
 
-std::optional<OutputFile> OutputFile::createEmpty(const std::string& path, const std::optional<FileIdentity>& source) {
-  FileDescriptor file = openForCreation(path, 0);
-  struct stat facts = {};
-  if (!file.isOpen() || ::fstat(file.get(), &facts) != 0 || !S_ISREG(facts.st_mode)) return std::nullopt;
-  if (source == FileIdentity{.device = facts.st_dev, .inode = facts.st_ino}) return std::nullopt;
-  if (facts.st_nlink > 1) {
-    if (::unlink(path.c_str()) != 0) return std::nullopt;
-    file = openForCreation(path, O_EXCL);
-    if (!file.isOpen()) return std::nullopt;
-  } else if (::ftruncate(file.get(), 0) != 0) {
-    return std::nullopt;
+std::optional<OutputFile> OutputFile::createEmpty(const std::string& path, const std::optional<FileIdentity>& source,
+                                                  const std::set<FileIdentity>& shared) {
+  int creation = O_CREAT | O_EXCL;
+  if (const std::optional<FileIdentity> standing = identityOfItem(path)) {
+    if (standing == source) return std::nullopt;
+    if (shared.contains(*standing)) {
+      creation = 0;
+    } else if (!removeRegularFile(path)) {
+      return std::nullopt;
+    }
   }
-  return OutputFile(std::move(file));
+  FileDescriptor file = openUnlessPipe(path, O_WRONLY | creation);
+  if (!file.isOpen()) return std::nullopt;
+  const std::optional<FileIdentity> identity = identityOfOpenFile(file.get());
+  const std::optional<FileStamp> stamp = stampOfFile(file.get());
+  if (!identity || !stamp) return std::nullopt;
+  return OutputFile(std::move(file), *identity, *stamp);
 }
 
-OutputFile::OutputFile(FileDescriptor file) : _file(std::move(file)), _alignment(directAlignment(_file.get())) {
-  _direct = setDirect(_file.get(), true);
+OutputFile::OutputFile(FileDescriptor file, FileIdentity identity, FileStamp stamp)
+    : _file(std::move(file)), _identity(identity), _stamp(stamp), _alignment(directAlignment(_file.get())) {
+  _direct = _alignment != 0 && setDirect(_file.get(), true);
   _cachedRoad = !_direct;
 }
 
@@ -79,7 +81,7 @@ int64_t OutputFile::write(const std::byte* bytes, std::size_t length) {
 
 int64_t OutputFile::writeDirect(const std::byte* bytes, std::size_t length) {
   const int64_t result = writePieces(_file.get(), bytes, length);
-  if (result < 0 && errno == EINVAL) {
+  if (result < 0 && isDirectRefused(errno)) {
     _cachedRoad = true;
     return writeThroughCache(bytes, length);
   }
@@ -108,8 +110,8 @@ bool OutputFile::pushAndDrop(int64_t offset, int64_t length) {
 }
 
 bool OutputFile::close() {
-  bool reachedDevice = true;
-  if (_cachedRoad && ::fdatasync(_file.get()) != 0) reachedDevice = false;
+  // Some file systems take the flag and use the cache all the same: pushing costs nothing where nothing is dirty.
+  const bool reachedDevice = _cachedRoad ? ::fdatasync(_file.get()) == 0 : pushPages(_file.get(), 0, 0);
   dropPages(_file.get(), 0, 0);
   return _file.close() == 0 && reachedDevice;
 }

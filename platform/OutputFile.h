@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "platform/FileDescriptor.h"
@@ -18,12 +19,14 @@ namespace platform {
 // from the cache behind every write, and a file that took that road is synced before it is closed.
 class OutputFile {
  public:
-  // Creates the file, or empties the one that is there (an old temporary file). None, with nothing changed on disk,
-  // when that can't be done or must not be:
-  //   - a symbolic link or anything but a regular file stands there,
-  //   - the file there is `source`, under whatever name.
-  // An old file that has other names as well keeps its content under those: only this name is given to a new file.
-  static std::optional<OutputFile> createEmpty(const std::string& path, const std::optional<FileIdentity>& source);
+  // Creates the file anew; a regular file that is there (an old temporary file) loses this name, so that another run that
+  // still writes it, or another name that it has, keeps what it holds. None, when that can't be done or must not be:
+  //   - a symbolic link or anything but a regular file stands there, or the file there is `source`, under whatever name:
+  //     nothing is changed on disk then,
+  //   - the file can't be created.
+  // A file that is one of `shared` is not created anew but opened once more: the caller has just created it.
+  static std::optional<OutputFile> createEmpty(const std::string& path, const std::optional<FileIdentity>& source,
+                                               const std::set<FileIdentity>& shared = {});
 
   OutputFile(OutputFile&&) = default;
   OutputFile& operator=(OutputFile&&) = delete;
@@ -36,18 +39,24 @@ class OutputFile {
   //   bytes   page-aligned, `length` bytes, the caller's
   int64_t write(const std::byte* bytes, std::size_t length);
 
+  // What tells this file from others, and from one that is put in its place later.
+  [[nodiscard]] const FileIdentity& identity() const { return _identity; }
+  [[nodiscard]] const FileStamp& stamp() const { return _stamp; }
+
   // Ends the writing. False when something that was written did not reach the device after all: the file is to be taken
   // as not written.
   bool close();
 
  private:
-  explicit OutputFile(FileDescriptor file);
+  OutputFile(FileDescriptor file, FileIdentity identity, FileStamp stamp);
   int64_t writeDirect(const std::byte* bytes, std::size_t length);
   int64_t writeThroughCache(const std::byte* bytes, std::size_t length);
   bool pushAndDrop(int64_t offset, int64_t length);
 
   FileDescriptor _file;
-  int64_t _alignment;
+  FileIdentity _identity;
+  FileStamp _stamp;
+  int64_t _alignment;  // bytes; 0 without transfers past the cache
   int64_t _position = 0;
   int64_t _dropped = 0;      // everything written before this offset was dropped from the cache
   bool _direct = false;      // the next aligned write goes past the cache

@@ -514,8 +514,13 @@ TEST_F(SyncOfTheOffload, PassesOverFileSystemsThatSyncNoFolders) {
 }
 
 TEST_F(SyncOfTheOffload, FailsWhenTheFolderCannotBeOpened) {
-  const ToolRun run = offloadWith(injectingAt(folder(), "openat:error=EACCES"));
+  const ToolRun run = offloadWith(injectingAt(folder(), "openat:error=EIO"));
   EXPECT_EQ(106, run.exitStatus);
+}
+
+TEST_F(SyncOfTheOffload, OfAFolderThatMayNotBeReadIsThatOfItsFileSystem) {
+  const ToolRun run = offloadWith(injectingAt(folder(), "openat:error=EACCES"));
+  EXPECT_EQ(0, run.exitStatus);
 }
 
 TEST_F(SyncOfTheOffload, FailsBeforeTheMoveWhenTheDataCannotBeMadePermanent) {

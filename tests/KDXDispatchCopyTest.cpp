@@ -655,8 +655,8 @@ TEST_F(KDXDispatchCopyConfiguration, UpdateHashCountsBytesWithoutADigest) {
   const auto job = jobTo({});
   job->setDigestAlgorithm(KDXDigestAlgorithmNone);
 
-  job->updateHash(reinterpret_cast<const std::byte*>("abc"), 3);
-  job->updateHash(reinterpret_cast<const std::byte*>("de"), 2);
+  job->updateHash(std::as_bytes(std::span("abc", 3)));
+  job->updateHash(std::as_bytes(std::span("de", 2)));
 
   EXPECT_EQ(5U, job->_bytesHashed);
 }
@@ -667,7 +667,7 @@ TEST_F(KDXDispatchCopyConfiguration, UpdateHashFeedsBothDigestsAndFinalizeHashEn
   job->setupHash();
   ASSERT_NE(nullptr, job->_externalDigestContext);
 
-  job->updateHash(reinterpret_cast<const std::byte*>("abc"), 3);
+  job->updateHash(std::as_bytes(std::span("abc", 3)));
   const std::string output = outputOf([&] { job->finalizeHash(); });
 
   EXPECT_EQ(3U, job->_bytesHashed);

@@ -1,5 +1,7 @@
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
 
+#include <fmt/format.h>
+
 #include <utility>
 
 platform::Error copyError(int64_t code, std::optional<std::string> description, std::optional<std::string> path) {
@@ -7,4 +9,16 @@ platform::Error copyError(int64_t code, std::optional<std::string> description, 
                          .code = code,
                          .description = std::move(description),
                          .path = std::move(path)};
+}
+
+platform::Error wrongNumberOfBytesCopied(uint64_t expected, uint64_t copied) {
+  return copyError(CopyErrorCode::sizeDiffers,
+                   fmt::format("the expected filesize ({}) is not the number of bytes copied ({})", expected, copied));
+}
+
+platform::Error wrongSizeOnDisk(const std::string& temporaryPath, uint64_t expected, uint64_t copied) {
+  return copyError(CopyErrorCode::sizeDiffers,
+                   fmt::format("the expected filesize ({}) is not the number of bytes for file {} ({})", expected,
+                               temporaryPath, copied),
+                   temporaryPath);
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-// // Statuses with which the process ends, but for those that come from the code of a phase's error. Managing applications
+// Statuses with which the process ends, but for those that come from the code of a phase's error. Managing applications
 // tell the causes apart by them.
 namespace ExitStatus {
 

@@ -2,11 +2,13 @@
 
 #include <fmt/format.h>
 
+#include <span>
 #include <string_view>
 #include <tuple>
 #include <utility>
 
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
+#include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
 #include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXReadFile.h"
 #include "extensions/filesizeCFI.h"
@@ -28,7 +30,7 @@ KDXDispatchCopy::KDXDispatchCopy(std::optional<FileURL> sourceURL) : _sourceURL(
 KDXDispatchCopy::~KDXDispatchCopy() = default;
 
 void KDXDispatchCopy::addDestinationURL(const FileURL& finalURL) {
-  _destinationURLs.push_back(finalURL.appendingPathExtension("kdxcopy"));
+  _destinationURLs.push_back(finalURL.appendingPathExtension(temporaryExtension));
 }
 
 void KDXDispatchCopy::setDigestAlgorithm(uint32_t algorithm) {
@@ -44,8 +46,11 @@ bool KDXDispatchCopy::skipVerification() const {
 }
 
 void KDXDispatchCopy::logCopyStart() {
-  platform::logQueue().async([self = shared_from_this()] {
-    const std::string directory = self->_sourceURL ? self->_sourceURL->deletingLastPathComponent().path() : "(null)";
+  queueStartLine(_sourceURL ? _sourceURL->deletingLastPathComponent().path() : "(null)");
+}
+
+void KDXDispatchCopy::queueStartLine(std::string sourceDirectory) {
+  platform::logQueue().async([self = shared_from_this(), directory = std::move(sourceDirectory)] {
     platform::printOnLogQueue(fmt::format("INFO: copying {}...\n", directory));
   });
 }
@@ -62,10 +67,10 @@ bool KDXDispatchCopy::doTheCopyWork(ErrorPlace error) {
   querySourceFileSizeIfUnknown();
   setupHash();
   std::vector<OutputFile> destinations = createTemporaryDestinations();
-  const uint64_t bytesCopied = streamSourceInto(destinations);
+  const uint64_t bytesCopied = streamSourceInto(destinations, start);
   finalizeHash();
   if (_verbose) queueSpeedLine("copy", bytesCopied, start);
-  closeDestinations(std::move(destinations));
+  closeAll(destinations, [this](std::size_t index, int64_t result) { endForFailedWrite(index, result); });
   return true;
 }
 
@@ -102,28 +107,32 @@ void KDXDispatchCopy::setupHash() {
   _externalDigestContext = KDXDigestContext::contextWithAlgorithm(algorithm);
 }
 
-std::vector<OutputFile> KDXDispatchCopy::createTemporaryDestinations() const {
-  const std::optional<platform::FileIdentity> source = platform::identityOfFile(_sourceURL->path());
+std::vector<OutputFile> KDXDispatchCopy::createTemporaryDestinations() {
+  TemporaryFileMaker maker(*_sourceURL);
   std::vector<OutputFile> destinations;
   for (const FileURL& temporaryURL : _destinationURLs) {
-    std::optional<OutputFile> destination = OutputFile::createEmpty(temporaryURL.path(), source);
-    if (!destination) platform::endProcess(ExitStatus::temporaryFileNotCreated);
-    destinations.push_back(std::move(*destination));
+    destinations.push_back(maker.create(temporaryURL));
+    _temporaryFiles.push_back(destinations.back().stamp());
   }
+  maker.endIfSourceWasCreated();
   return destinations;
 }
 
-uint64_t KDXDispatchCopy::streamSourceInto(std::vector<OutputFile>& destinations) {
+uint64_t KDXDispatchCopy::streamSourceInto(std::vector<OutputFile>& destinations,
+                                           ProgressClock::Clock::time_point start) {
   uint64_t bytesCopied = 0;  // changed on _readQ alone until done
-  ProgressClock progress(progressInterval);
+  ProgressClock progress(progressInterval, start);
   ConcurrentQueue writeQueue("write");
   platform::DispatchGroup done;
   done.enter();
   KDXReadFile(_sourceURL->path(), _readQ, [&](bool isLast, const std::byte* bytes, int64_t length, int32_t error) {
     if (error != 0) platform::endProcess(ExitStatus::sourceReadFailed);
     if (length != 0) {
-      writeAndDigest(writeQueue, destinations, bytes, static_cast<std::size_t>(length));
-      bytesCopied += static_cast<uint64_t>(length);
+      const std::span data(bytes, static_cast<std::size_t>(length));
+      writeToAll(
+          writeQueue, destinations, data, [&] { updateHash(data); },
+          [this](std::size_t index, int64_t result) { endForFailedWrite(index, result); });
+      bytesCopied += data.size();
       if (_verbose && progress.isDue()) {
         platform::queueLine("INFO: copied {} of {} bytes\n", bytesCopied, _sourceFileSize);
       }
@@ -134,34 +143,16 @@ uint64_t KDXDispatchCopy::streamSourceInto(std::vector<OutputFile>& destinations
   return bytesCopied;
 }
 
-void KDXDispatchCopy::writeAndDigest(ConcurrentQueue& writeQueue, std::vector<OutputFile>& destinations,
-                                     const std::byte* bytes, std::size_t length) {
-  writeQueue.apply(destinations.size() + 1, [&](std::size_t index) {
-    if (index == destinations.size()) {
-      updateHash(bytes, length);
-      return;
-    }
-    const int64_t result = destinations[index].write(bytes, length);
-    if (result >= 0) return;
-    // No newline, and the value of the write instead of its reason: managing applications know this line.
-    platform::printAndWait("write failed: {}", result);
-    platform::endProcess(ExitStatus::writeFailed);
-  });
+void KDXDispatchCopy::endForFailedWrite(std::size_t /*destination*/, int64_t result) const {
+  // No newline, and the value of the write instead of its reason: managing applications know this line.
+  platform::printAndWait("write failed: {}", result);
+  platform::endProcess(ExitStatus::writeFailed);
 }
 
-void KDXDispatchCopy::closeDestinations(std::vector<OutputFile> destinations) const {
-  for (OutputFile& destination : destinations) {
-    if (destination.close()) continue;
-    // What a destination took and then lost is a failed write like any other.
-    platform::printAndWait("write failed: {}", -1);
-    platform::endProcess(ExitStatus::writeFailed);
-  }
-}
-
-void KDXDispatchCopy::updateHash(const std::byte* bytes, uint64_t length) {
-  if (_sourceDigestContext) _sourceDigestContext->update(bytes, length);
-  if (_externalDigestContext) _externalDigestContext->update(bytes, length);
-  _bytesHashed += length;
+void KDXDispatchCopy::updateHash(std::span<const std::byte> bytes) {
+  if (_sourceDigestContext) _sourceDigestContext->update(bytes.data(), bytes.size());
+  if (_externalDigestContext) _externalDigestContext->update(bytes.data(), bytes.size());
+  _bytesHashed += bytes.size();
 }
 
 void KDXDispatchCopy::finalizeHash() {

@@ -5,6 +5,8 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -94,7 +96,7 @@ class KDXDispatchCopy : public std::enable_shared_from_this<KDXDispatchCopy> {
   // understood ends the process with status 1.
   virtual void setupHash();
   // Feeds the digests; runs on one queue at a time.
-  void updateHash(const std::byte* bytes, uint64_t length);
+  void updateHash(std::span<const std::byte> bytes);
   // Ends the digests and prints that of the copy.
   void finalizeHash();
 
@@ -118,11 +120,31 @@ class KDXDispatchCopy : public std::enable_shared_from_this<KDXDispatchCopy> {
  protected:
   explicit KDXDispatchCopy(std::optional<FileURL> sourceURL);
 
+  [[nodiscard]] bool hasOption(int32_t option) const { return (_verificationOptions & option) != 0; }
+
+  // Prints the line for a destination (its position) whose write failed and returned `result`, and ends the process.
+  [[noreturn]] virtual void endForFailedWrite(std::size_t destination, int64_t result) const;
+
+  // // Queues the line that tells in which folder the source is: that is what people recognise a card by.
+  void queueStartLine(std::string sourceDirectory);
+
+  // As move, of the very file that the job created and proved: what another run put in its place meanwhile is not moved.
+  // A job that did not copy, and so has no stamp, moves what is there.
+  bool moveProved(const FileURL& temporaryURL, const std::optional<platform::FileStamp>& proved, ErrorPlace error);
+
   // Runs one check of startVerification: prints the failure's description and hands it to the caller.
   bool runCheck(bool (KDXDispatchCopy::*check)(ErrorPlace), ErrorPlace error);
 
-  // Prints what one failed sync returned and ends the process.
-  [[noreturn]] void endForFailedSync(const FileURL& file, int result) const;
+  // Prints the line of the phase and, unless flushing is skipped, makes the temporary files permanent: a loss of power
+  // between the move and the flush must not leave a short or hollow file under a final name.
+  void startMoving();
+  virtual void makeTemporaryFilesPermanent();
+
+  // Gathers the files that must not make room for a copy: the source, and what is still to be moved.
+  virtual void collectNeededFiles(std::set<platform::FileIdentity>& files) const;
+
+  // Prints what a failed sync returned and ends the process.
+  [[noreturn]] void endForFailedSync(const std::string& path, int result) const;
   // The closing lines of a run; returns when everything queued before is out.
   void printClosingLines() const;
 
@@ -135,6 +157,19 @@ class KDXDispatchCopy : public std::enable_shared_from_this<KDXDispatchCopy> {
   std::shared_ptr<KDXDigestContext> _externalDigestContext;  // in the external hash's algorithm, if that is another
   int32_t _externalDigestAlgorithm = 0;
   ProgressClock::Clock::time_point _verificationStartTime;
+
+ private:
+  bool finalNamesAreFree(ErrorPlace error) const;
+  void querySourceFileSizeIfUnknown();
+  [[nodiscard]] std::vector<platform::OutputFile> createTemporaryDestinations();
+  uint64_t streamSourceInto(std::vector<platform::OutputFile>& destinations, ProgressClock::Clock::time_point start);
+
+  bool destinationHasSize(const FileURL& temporaryURL, uint64_t expected, ErrorPlace error) const;
+  void readSourceBack(ErrorPlace error);
+  void readDestinationBack(const FileURL& temporaryURL, std::size_t index);
+
+  bool removeReplacedFile(const FileURL& finalURL, ErrorPlace error);
+
   std::optional<platform::Error> _verificationError;  // guarded by _lock; set once: the first failure is reported
   mutable std::recursive_mutex _lock;
   bool _verbose = false;
@@ -146,23 +181,6 @@ class KDXDispatchCopy : public std::enable_shared_from_this<KDXDispatchCopy> {
   std::optional<std::string> _externalHash;
   std::optional<FileURL> _sourceURL;
   std::vector<FileURL> _destinationURLs;
-
- private:
-  [[nodiscard]] bool hasOption(int32_t option) const { return (_verificationOptions & option) != 0; }
-
-  bool finalNamesAreFree(ErrorPlace error) const;
-  void querySourceFileSizeIfUnknown();
-  [[nodiscard]] std::vector<platform::OutputFile> createTemporaryDestinations() const;
-  uint64_t streamSourceInto(std::vector<platform::OutputFile>& destinations);
-  void writeAndDigest(platform::ConcurrentQueue& writeQueue, std::vector<platform::OutputFile>& destinations,
-                      const std::byte* bytes, std::size_t length);
-  void closeDestinations(std::vector<platform::OutputFile> destinations) const;
-
-  bool destinationHasSize(const FileURL& temporaryURL, uint64_t expected, ErrorPlace error);
-  void readSourceBack(ErrorPlace error);
-  void readDestinationBack(const FileURL& temporaryURL, std::size_t index);
-
-  void makeTemporaryFilesPermanent();
-  [[nodiscard]] bool isStillNeeded(const std::string& path) const;
-  bool removeReplacedFile(const FileURL& finalURL, ErrorPlace error) const;
+  std::vector<platform::FileStamp> _temporaryFiles;  // what the copy created, in the order of _destinationURLs
+  std::optional<std::set<platform::FileIdentity>> _neededFiles;  // gathered when the first existing file is in the way
 };

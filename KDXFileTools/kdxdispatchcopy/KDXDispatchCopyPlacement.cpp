@@ -1,39 +1,54 @@
 // How a copy job moves its destinations to their final names and makes them permanent.
 
-#include <algorithm>
 #include <cerrno>
+#include <tuple>
 
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
+#include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
 #include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
 #include "platform/Log.h"
 #include "platform/Process.h"
 
 bool KDXDispatchCopy::moveFilesInPlace(ErrorPlace error) {
-  platform::queueLine("INFO: moving files in place..\n");
-  if (!_skipFlush) makeTemporaryFilesPermanent();
-  for (const FileURL& temporaryURL : _destinationURLs) {
-    if (move(temporaryURL, error)) continue;
+  startMoving();
+  for (std::size_t index = 0; index < _destinationURLs.size(); ++index) {
+    const FileURL& temporaryURL = _destinationURLs[index];
+    const bool hasStamp = index < _temporaryFiles.size();
+    if (moveProved(temporaryURL, hasStamp ? std::optional(_temporaryFiles[index]) : std::nullopt, error)) continue;
     platform::printAndWait("failed to move {}\n", temporaryURL.path());
     return false;
   }
   return true;
 }
 
-// A loss of power between the move and the flush must not leave a short or hollow file under a final name.
+void KDXDispatchCopy::startMoving() {
+  platform::queueLine("INFO: moving files in place..\n");
+  if (!_skipFlush) makeTemporaryFilesPermanent();
+}
+
 void KDXDispatchCopy::makeTemporaryFilesPermanent() {
   std::vector<int> results(_destinationURLs.size());
   platform::ConcurrentQueue("sync").apply(results.size(), [&](std::size_t index) {
     results[index] = platform::makeDataPermanent(_destinationURLs[index].path());
   });
   for (std::size_t index = 0; index < results.size(); ++index) {
-    if (results[index] != 0) endForFailedSync(_destinationURLs[index], results[index]);
+    if (results[index] != 0) endForFailedSync(_destinationURLs[index].path(), results[index]);
   }
 }
 
 bool KDXDispatchCopy::move(const FileURL& temporaryURL, ErrorPlace error) {
+  return moveProved(temporaryURL, std::nullopt, error);
+}
+
+bool KDXDispatchCopy::moveProved(const FileURL& temporaryURL, const std::optional<platform::FileStamp>& proved,
+                                 ErrorPlace error) {
+  const auto isProved = [&proved](const FileURL& file) {
+    const std::optional<platform::FileStamp> found = platform::stampOfItem(file.path());
+    return found && (!proved || found == proved);
+  };
   // With nothing to put in its place nothing is removed.
-  if (!platform::fileExistsAtPath(temporaryURL.path())) return false;
+  if (!isProved(temporaryURL)) return false;
   const FileURL finalURL = temporaryURL.deletingPathExtension();
   if (_forceOverwrite && !removeReplacedFile(finalURL, error)) {
     // No newline: managing applications know this line.
@@ -41,7 +56,12 @@ bool KDXDispatchCopy::move(const FileURL& temporaryURL, ErrorPlace error) {
     return false;
   }
   std::optional<platform::Error> failure;
-  if (platform::moveItem(temporaryURL.path(), finalURL.path(), &failure)) return true;
+  if (platform::moveItem(temporaryURL.path(), finalURL.path(), &failure)) {
+    if (isProved(finalURL)) return true;
+    // Another run's file came in between the look and the move: it gets its name back.
+    std::ignore = platform::moveItem(finalURL.path(), temporaryURL.path(), nullptr);
+    return false;
+  }
   // Only a taken name is reported; other reasons leave the caller's place as it was, and the run ends with status 1.
   if (failure && failure->code == EEXIST) {
     platform::fail(error, copyError(CopyErrorCode::finalNameTaken, std::nullopt, temporaryURL.path()));
@@ -49,21 +69,18 @@ bool KDXDispatchCopy::move(const FileURL& temporaryURL, ErrorPlace error) {
   return false;
 }
 
-bool KDXDispatchCopy::removeReplacedFile(const FileURL& finalURL, ErrorPlace error) const {
+bool KDXDispatchCopy::removeReplacedFile(const FileURL& finalURL, ErrorPlace error) {
   const std::string& path = finalURL.path();
-  if (!platform::fileExistsAtPath(path)) return true;
-  if (isStillNeeded(path)) return platform::fail(error, platform::posixError("unlink", path, EBUSY));
+  const std::optional<platform::FileIdentity> replaced = platform::identityOfItem(path);
+  if (!replaced) return true;
+  if (!_neededFiles) collectNeededFiles(_neededFiles.emplace());
+  if (_neededFiles->contains(*replaced)) return platform::fail(error, platform::posixError("unlink", path, EBUSY));
   return platform::removeItem(path, error);
 }
 
-// The source itself, or the temporary file of a destination that was not moved yet, must not make room for a copy.
-bool KDXDispatchCopy::isStillNeeded(const std::string& path) const {
-  const std::optional<platform::FileIdentity> item = platform::identityOfItem(path);
-  if (!item) return false;
-  if (_sourceURL && platform::identityOfFile(_sourceURL->path()) == item) return true;
-  return std::ranges::any_of(_destinationURLs, [&](const FileURL& temporaryURL) {
-    return platform::identityOfItem(temporaryURL.path()) == item;
-  });
+void KDXDispatchCopy::collectNeededFiles(std::set<platform::FileIdentity>& files) const {
+  if (const auto source = platform::identityOfFile(_sourceURL->path())) files.insert(*source);
+  addIdentities(_destinationURLs, files);
 }
 
 bool KDXDispatchCopy::flushFilesystem(ErrorPlace error) {
@@ -89,12 +106,12 @@ void KDXDispatchCopy::printClosingLines() const {
 
 bool KDXDispatchCopy::flush(const FileURL& finalURL, ErrorPlace /*error*/) {
   const int result = platform::fullSync(finalURL.path());
-  if (result != 0) endForFailedSync(finalURL, result);
+  if (result != 0) endForFailedSync(finalURL.path(), result);
   return true;
 }
 
-void KDXDispatchCopy::endForFailedSync(const FileURL& file, int result) const {
-  platform::printAndWait("Error: couldn't sync the file system of file {} (error code {})\n", file.path(), result);
+void KDXDispatchCopy::endForFailedSync(const std::string& path, int result) const {
+  platform::printAndWait("Error: couldn't sync the file system of file {} (error code {})\n", path, result);
   platform::endProcess(ExitStatus::flushFailed);
 }
 
@@ -102,7 +119,5 @@ void KDXDispatchCopy::handlSuccessfullCopiedSource(const FileURL& /*source*/) {}
 
 void KDXDispatchCopy::handlSuccessfullCopiedDestination(const FileURL& temporaryURL) {
   // A destination that was read back has its own line.
-  if (!skipVerification()) return;
-  platform::queueLine("Copy completed successfully for destination file ({})\n",
-                      temporaryURL.deletingPathExtension().path());
+  if (skipVerification()) queueCompletedLine(temporaryURL, SizeCheck::skipped);
 }

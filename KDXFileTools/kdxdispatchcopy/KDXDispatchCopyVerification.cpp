@@ -3,8 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <tuple>
 
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
+#include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchVerify.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXFileSystemOperationQueueManager.h"
@@ -12,12 +14,6 @@
 #include "platform/Log.h"
 
 namespace {
-
-std::string lowerCased(std::string text) {
-  std::ranges::transform(text, text.begin(),
-                         [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-  return text;
-}
 
 std::string bareHexText(const std::shared_ptr<KDXDigestContext>& context) {
   return context ? context->rawDigestString().value_or("(null)") : "(null)";
@@ -33,19 +29,16 @@ bool KDXDispatchCopy::startVerification(ErrorPlace error) {
   if (!runCheck(&KDXDispatchCopy::performFileSizeCheck, error)) return false;
   if (!runCheck(&KDXDispatchCopy::performExternalHashVerification, error)) return false;
   _verificationStartTime = ProgressClock::Clock::now();
-  auto& queues = KDXFileSystemOperationQueueManager::sharedOperationQueueManager();
+  const auto self = shared_from_this();
   if (hasOption(KDXVerificationOptionVerifySource)) {
-    const auto queue = queues.operationQueueForURL(*_sourceURL);
-    if (!queue) return false;
-    queue->addOperationWithBlock([self = shared_from_this(), error] { self->readSourceBack(error); });
+    const bool queued = queueReadBack(*_sourceURL, [self, error] { self->readSourceBack(error); });
+    if (!queued) return false;
   }
   if (hasOption(KDXVerificationOptionVerifyDestinations)) {
     for (std::size_t index = 0; index < _destinationURLs.size(); ++index) {
       const FileURL& temporaryURL = _destinationURLs[index];
-      const auto queue = queues.operationQueueForURL(temporaryURL);
-      if (!queue) continue;
-      queue->addOperationWithBlock(
-          [self = shared_from_this(), temporaryURL, index] { self->readDestinationBack(temporaryURL, index); });
+      std::ignore =
+          queueReadBack(temporaryURL, [self, temporaryURL, index] { self->readDestinationBack(temporaryURL, index); });
     }
   }
   return true;
@@ -129,32 +122,21 @@ bool KDXDispatchCopy::performExternalHashVerification(ErrorPlace error) {
 bool KDXDispatchCopy::performFileSizeCheck(ErrorPlace error) {
   if (!skipVerification()) return true;
   const uint64_t expected = _expectedFilesize ? static_cast<uint64_t>(*_expectedFilesize) : _sourceFileSize;
-  if (expected != _bytesHashed) {
-    return platform::fail(
-        error, copyError(CopyErrorCode::sizeDiffers,
-                         fmt::format("the expected filesize ({}) is not the number of bytes copied ({})", expected,
-                                     _bytesHashed)));
-  }
+  if (expected != _bytesHashed) return platform::fail(error, wrongNumberOfBytesCopied(expected, _bytesHashed));
   return std::ranges::all_of(
       _destinationURLs, [&](const FileURL& temporaryURL) { return destinationHasSize(temporaryURL, expected, error); });
 }
 
-bool KDXDispatchCopy::destinationHasSize(const FileURL& temporaryURL, uint64_t expected, ErrorPlace error) {
-  const std::string finalPath = temporaryURL.deletingPathExtension().path();
+bool KDXDispatchCopy::destinationHasSize(const FileURL& temporaryURL, uint64_t expected, ErrorPlace error) const {
   if (hasOption(KDXVerificationOptionSkipFileSizeCheck)) {
-    platform::queueLine("Copy completed successfully for destination file ({})\n", finalPath);
+    queueCompletedLine(temporaryURL, SizeCheck::skipped);
     return true;
   }
   if (filesizeCFI(temporaryURL) == expected) {
-    platform::queueLine("Copy completed successfully for destination file with file size check ({})\n", finalPath);
+    queueCompletedLine(temporaryURL, SizeCheck::made);
     return true;
   }
-  // The last number is that of the bytes copied, not the size found: it tells a short write from a short source.
-  return platform::fail(
-      error, copyError(CopyErrorCode::sizeDiffers,
-                       fmt::format("the expected filesize ({}) is not the number of bytes for file {} ({})", expected,
-                                   temporaryURL.path(), _bytesHashed),
-                       temporaryURL.path()));
+  return platform::fail(error, wrongSizeOnDisk(temporaryURL.path(), expected, _bytesHashed));
 }
 
 void KDXDispatchCopy::markAsVerificationFailed(const FileURL& file, int64_t errorCode) {

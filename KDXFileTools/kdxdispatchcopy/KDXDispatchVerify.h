@@ -14,7 +14,7 @@
 // Receives the number of bytes read from the file so far.
 using KDXVerifyProgressBlock = std::function<void(uint64_t bytesRead)>;
 
-// // Reads one existing file from start to end and digests it. It knows of no copy: the caller compares. Set up and asked by
+// Reads one existing file from start to end and digests it. It knows of no copy: the caller compares. Set up and asked by
 // one thread.
 class KDXDispatchVerify {
  public:

@@ -20,7 +20,7 @@ class KDXFileSystemOperationQueueManager {
   KDXFileSystemOperationQueueManager(const KDXFileSystemOperationQueueManager&) = delete;
   KDXFileSystemOperationQueueManager& operator=(const KDXFileSystemOperationQueueManager&) = delete;
 
-  // // The queue for the URL, made at the first request. It lives as long as the process.
+  // The queue for the URL, made at the first request. It lives as long as the process.
   std::shared_ptr<platform::OperationQueue> operationQueueForURL(const platform::FileURL& file);
 
   // Returns when no queue has an operation left.

@@ -25,10 +25,7 @@ constexpr int64_t MiB = 1'048'576;
 
 platform::InputFile _openForRead(const std::string& path) {
   std::optional<platform::InputFile> file = platform::InputFile::open(path);
-  if (!file) {
-    platform::printAndWait("ERROR: could not open file at path: {}\n", path);
-    platform::endProcess(ExitStatus::fileNotReadable);
-  }
+  if (!file) endForUnreadableFile(path);
   // Standard input's number means that standard input was closed: nothing else in the process expects a file there.
   if (file->descriptor() == 0) platform::assertionFailed("fd > 0 && @\"invalid fd\"", "_openForRead");
   return std::move(*file);
@@ -85,6 +82,11 @@ class BufferedReader {
 };
 
 }  // namespace
+
+void endForUnreadableFile(const std::string& path) {
+  platform::printAndWait("ERROR: could not open file at path: {}\n", path);
+  platform::endProcess(ExitStatus::fileNotReadable);
+}
 
 void KDXReadFile(const std::string& path, platform::DispatchQueue& queue, KDXReadFileDataBlock dataBlock) {
   const std::size_t bufferSize = bufferSizeOfThisProcess();

@@ -38,3 +38,6 @@ void KDXReadFiles(const std::vector<platform::FileURL>& files, platform::Dispatc
 // Buffer size in bytes for a list whose first file has `firstFileSize` bytes: 20 % more in whole MiB, halved while that
 // is over 16 MiB, at least 1 MiB.
 std::size_t KDXReadFilesBufferSize(uint64_t firstFileSize);
+
+// Prints the line of a file that can't be opened for reading and ends the process with status 108.
+[[noreturn]] void endForUnreadableFile(const std::string& path);

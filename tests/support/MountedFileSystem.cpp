@@ -32,7 +32,7 @@ std::string firstLineOf(const fs::path& file) {
 }  // namespace
 
 std::unique_ptr<MountedFileSystem> MountedFileSystem::mount(const std::string& type, std::size_t size,
-                                                            std::string& whyNot) {
+                                                            std::string& whyNot, const std::string& deviceOptions) {
   if (::geteuid() != 0) {
     whyNot = "mounting " + type + " needs root";
     return nullptr;
@@ -63,7 +63,9 @@ std::unique_ptr<MountedFileSystem> MountedFileSystem::mount(const std::string& t
     return nullptr;
   }
   system->_loopDevice = fs::path(firstLineOf(loopName)).filename().string();
-  if (run("mount -t " + type + " /dev/" + system->_loopDevice + " " + system->_mountPoint.string())) return system;
+  if (run("mount -o " + deviceOptions + " -t " + type + " /dev/" + system->_loopDevice + " " +
+          system->_mountPoint.string()))
+    return system;
   whyNot = "mounting " + type + " on a loop device fails here";
   run("losetup --detach /dev/" + system->_loopDevice);
   system->_mountPoint.clear();

@@ -14,7 +14,9 @@ class MountedFileSystem {
  public:
   // "ext4" or "xfs" on a loop device of `size` bytes (xfs needs 300 MiB), "tmpfs" or "ramfs" in memory.
   // Null where it can't be mounted here; `whyNot` then says why, for a visible skip.
-  static std::unique_ptr<MountedFileSystem> mount(const std::string& type, std::size_t size, std::string& whyNot);
+  // `options` as mount -o takes them, for those on a device.
+  static std::unique_ptr<MountedFileSystem> mount(const std::string& type, std::size_t size, std::string& whyNot,
+                                                  const std::string& options = "rw");
   ~MountedFileSystem();
   MountedFileSystem(const MountedFileSystem&) = delete;
   MountedFileSystem& operator=(const MountedFileSystem&) = delete;

@@ -1,0 +1,70 @@
+#include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
+#include "KDXFileTools/kdxdispatchcopy/KDXFileSystemOperationQueueManager.h"
+#include "KDXFileTools/kdxdispatchcopy/KDXReadFile.h"
+#include "platform/Log.h"
+#include "platform/Process.h"
+
+TemporaryFileMaker::TemporaryFileMaker(const platform::FileURL& source) : _sourceURL(source), _source(source.path()) {}
+
+platform::OutputFile TemporaryFileMaker::create(const platform::FileURL& temporaryURL) {
+  std::optional<platform::OutputFile> destination =
+      platform::OutputFile::createEmpty(temporaryURL.path(), _source.identity(), _created);
+  if (!destination) platform::endProcess(ExitStatus::temporaryFileNotCreated);
+  _created.insert(destination->identity());
+  return std::move(*destination);
+}
+
+void TemporaryFileMaker::endIfSourceWasCreated() const {
+  if (_source.identity() || !platform::identityOfFile(_sourceURL.path())) return;
+  endForUnreadableFile(_sourceURL.path());
+}
+
+void writeToAll(platform::ConcurrentQueue& writeQueue, std::vector<platform::OutputFile>& destinations,
+                std::span<const std::byte> bytes, const std::function<void()>& digest,
+                const std::function<void(std::size_t, int64_t)>& endForFailedWrite) {
+  writeQueue.apply(destinations.size() + 1, [&](std::size_t index) {
+    if (index == destinations.size()) {
+      digest();
+      return;
+    }
+    const int64_t result = destinations[index].write(bytes.data(), bytes.size());
+    if (result < 0) endForFailedWrite(index, result);
+  });
+}
+
+void closeAll(std::vector<platform::OutputFile>& destinations,
+              const std::function<void(std::size_t, int64_t)>& endForFailedWrite) {
+  for (std::size_t index = 0; index < destinations.size(); ++index) {
+    if (!destinations[index].close()) endForFailedWrite(index, -1);
+  }
+  destinations.clear();
+}
+
+void queueCompletedLine(const platform::FileURL& temporaryURL, SizeCheck sizeCheck) {
+  platform::queueLine("Copy completed successfully for destination file{} ({})\n",
+                      sizeCheck == SizeCheck::made ? " with file size check" : "",
+                      temporaryURL.deletingPathExtension().path());
+}
+
+bool queueReadBack(const platform::FileURL& file, std::function<void()> operation) {
+  const auto queue = KDXFileSystemOperationQueueManager::sharedOperationQueueManager().operationQueueForURL(file);
+  if (queue) queue->addOperationWithBlock(std::move(operation));
+  return queue != nullptr;
+}
+
+std::string lowerCased(std::string text) {
+  std::ranges::transform(text, text.begin(),
+                         [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+  return text;
+}
+
+void addIdentities(std::span<const platform::FileURL> files, std::set<platform::FileIdentity>& identities) {
+  for (const platform::FileURL& file : files) {
+    if (const auto identity = platform::identityOfItem(file.path())) identities.insert(*identity);
+  }
+}

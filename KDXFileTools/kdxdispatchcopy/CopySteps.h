@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "platform/ConcurrentQueue.h"
+#include "platform/FileManager.h"
+#include "platform/FileURL.h"
+#include "platform/OutputFile.h"
+
+// Small steps that the jobs for one file and for a sequence have in common.
+
+// What a destination's name ends with until it is moved to its final name.
+inline constexpr std::string_view temporaryExtension = "kdxcopy";
+
+// // Creates the temporary destinations of one source file.
+class TemporaryFileMaker {
+ public:
+  explicit TemporaryFileMaker(const platform::FileURL& source);
+
+  // A new, empty file; for a destination given twice the file of the first time. Where it can't be had the process ends with
+  // status 107 and without a message.
+  platform::OutputFile create(const platform::FileURL& temporaryURL);
+
+  // A source that was not there before, and is now, is one of the files just created: there is nothing to copy. The process
+  // then ends as for every source that can't be opened.
+  void endIfSourceWasCreated() const;
+
+ private:
+  const platform::FileURL& _sourceURL;
+  platform::PinnedFile _source;
+  std::set<platform::FileIdentity> _created;
+};
+
+// Writes the bytes to all destinations and digests them, all side by side on the queue and the calling thread, and returns
+// when all is done: the bytes are then the caller's again.
+//   digest            called once
+//   endForFailedWrite called with the position of a destination that refused the bytes and with what its write returned,
+//                     on any of the threads; does not return
+void writeToAll(platform::ConcurrentQueue& writeQueue, std::vector<platform::OutputFile>& destinations,
+                std::span<const std::byte> bytes, const std::function<void()>& digest,
+                const std::function<void(std::size_t, int64_t)>& endForFailedWrite);
+
+// Closes the destinations in their order. What a destination took and then lost is a failed write like any other.
+void closeAll(std::vector<platform::OutputFile>& destinations,
+              const std::function<void(std::size_t, int64_t)>& endForFailedWrite);
+
+//
+
+// Queues the line of a destination that is not read back.
+enum class SizeCheck { skipped, made };
+void queueCompletedLine(const platform::FileURL& temporaryURL, SizeCheck sizeCheck);
+
+// Reads a file, or a list that begins with it, back on the operation queue of that file. False when it has none.
+bool queueReadBack(const platform::FileURL& file, std::function<void()> operation);
+
+// ASCII letters in lower case: digest texts have no others.
+std::string lowerCased(std::string text);
+
+// Adds the identities of the files that are there, links as such, to the set.
+void addIdentities(std::span<const platform::FileURL> files, std::set<platform::FileIdentity>& identities);
