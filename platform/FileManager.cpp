@@ -50,9 +50,9 @@ bool isUnsupported(int code) {
 
 // `file` is open in the directory.
 int syncDirectoryOf(const std::string& path, int file) {
-  std::string directory = FileURL(path).deletingLastPathComponent().path();
-  if (directory.empty()) directory = ".";
-  const FileDescriptor descriptor(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const std::string directory = FileURL(path).deletingLastPathComponent().path();
+  const char* const name = directory.empty() ? "." : directory.c_str();
+  const FileDescriptor descriptor(::open(name, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   // A directory that may be written but not read is synced with its whole file system.
   if (!descriptor.isOpen()) return errno == EACCES ? ::syncfs(file) : -1;
   const int result = ::fsync(descriptor.get());

@@ -18,7 +18,7 @@ struct FileIdentity {
   auto operator<=>(const FileIdentity&) const = default;
 };
 
-// // Identity of the file at the path, through symbolic links; none when there is none.
+// Identity of the file at the path, through symbolic links; none when there is none.
 std::optional<FileIdentity> identityOfFile(const std::string& path);
 
 // Holds on to a file so that its identity stays what it is: some file systems number a file anew once it was forgotten.
@@ -47,7 +47,7 @@ struct FileStamp {
 std::optional<FileStamp> stampOfFile(int descriptor);
 std::optional<FileStamp> stampOfItem(const std::string& path);
 
-// // Identity of an open file; none when it can't be told.
+// Identity of an open file; none when it can't be told.
 std::optional<FileIdentity> identityOfOpenFile(int descriptor);
 
 // Identity of what stands at the path itself, be it a symbolic link; none when nothing does.

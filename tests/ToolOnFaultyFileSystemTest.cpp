@@ -68,6 +68,13 @@ TEST_F(ToolOnFaultyFileSystem, WithoutAFaultBothDestinationsAreProvedAndInPlace)
   expectBothInPlace();
 }
 
+TEST_F(ToolOnFaultyFileSystem, TheSourceIsReadOnceWhateverTheNumberOfDestinations) {
+  const ToolRun run = offload({"-k"});
+
+  EXPECT_EQ(0, run.exitStatus) << run.output;
+  EXPECT_EQ(clipSize, server->counters("card/clip.mov").bytesRead);
+}
+
 // --- What the medium returns when it is read back ---
 
 class WrongByteAt : public ToolOnFaultyFileSystem, public testing::WithParamInterface<std::size_t> {};

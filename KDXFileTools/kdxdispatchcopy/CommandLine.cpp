@@ -44,10 +44,10 @@ void takePath(CommandLine& line, bool& sourceSeen, const char* argument) {
     return;
   }
   sourceSeen = true;
-  if (!line.isSequence) {
+  if (line.isSequence) {
+    line.sourceSequence = KDXFileSequence::initWithIdentifier(argument);
+  } else {
     line.source = url;
-  } else if (url) {
-    line.sequenceIdentifier = argument;
   }
 }
 

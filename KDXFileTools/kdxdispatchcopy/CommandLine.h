@@ -1,10 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "KDXFileTools/kdxdispatchcopy/KDXFileSequence.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXVerificationOptions.h"
 #include "platform/FileURL.h"
 
@@ -13,8 +15,8 @@ struct CommandLine {
   int32_t verificationOptions =
       KDXVerificationOptionHashDuringCopy | KDXVerificationOptionVerifySource | KDXVerificationOptionVerifyDestinations;
   std::optional<platform::FileURL> source;
-  std::optional<std::string> sequenceIdentifier;  // the source, when -s came before it
-  std::vector<platform::FileURL> destinations;    // in the order given, duplicates too
+  std::shared_ptr<const KDXFileSequence> sourceSequence;  // the source, when -s came before it; null if not understood
+  std::vector<platform::FileURL> destinations;            // in the order given, duplicates too
   bool isSequence = false;
   bool noDestinationNeeded = false;
   bool verbose = false;

@@ -18,7 +18,7 @@
 // What a destination's name ends with until it is moved to its final name.
 inline constexpr std::string_view temporaryExtension = "kdxcopy";
 
-// // Creates the temporary destinations of one source file.
+// Creates the temporary destinations of one source file.
 class TemporaryFileMaker {
  public:
   explicit TemporaryFileMaker(const platform::FileURL& source);

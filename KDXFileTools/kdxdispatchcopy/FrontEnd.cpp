@@ -3,6 +3,7 @@
 #include <array>
 
 #include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
+#include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
 #include "platform/Log.h"
 #include "platform/Process.h"
 
@@ -35,8 +36,8 @@ std::shared_ptr<KDXDispatchCopy> refuse(const char* reason) {
 
 std::shared_ptr<KDXDispatchCopy> makeJobForSource(const CommandLine& line) {
   if (line.isSequence) {
-    if (!line.sequenceIdentifier) return refuse("is sequence but could not get input sequence");
-    return refuse("file sequences are not supported yet");
+    if (!line.sourceSequence) return refuse("is sequence but could not get input sequence");
+    return KDXSequenceCopy::initWithFileSequence(line.sourceSequence);
   }
   if (!line.source) return refuse("no source specified");
   return KDXDispatchCopy::initWithSourceURL(line.source);

@@ -125,7 +125,7 @@ class KDXDispatchCopy : public std::enable_shared_from_this<KDXDispatchCopy> {
   // Prints the line for a destination (its position) whose write failed and returned `result`, and ends the process.
   [[noreturn]] virtual void endForFailedWrite(std::size_t destination, int64_t result) const;
 
-  // // Queues the line that tells in which folder the source is: that is what people recognise a card by.
+  // Queues the line that tells in which folder the source is: that is what people recognise a card by.
   void queueStartLine(std::string sourceDirectory);
 
   // As move, of the very file that the job created and proved: what another run put in its place meanwhile is not moved.

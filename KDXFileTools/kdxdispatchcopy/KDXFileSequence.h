@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+// A numbered run of files, one per frame, told by one text, the sequence identifier:
+//
+//   prefix, start frame, one or more "-", end frame, one separator, a run of "#" (one per digit), postfix
+//
+//   /data/shot/plate.1001-1100.####.dpx  is  /data/shot/plate.1001.dpx ... /data/shot/plate.1100.dpx
+//
+// Other texts are taken too, with whatever the rules of parsing make of them. Never changes once made, never looks at the
+// disk. Texts are UTF-8 outside; the rules count UTF-16 code units, which is what identifiers have always been cut by.
+class KDXFileSequence {
+ public:
+  // Null, after a line on standard output, when the identifier has no "#". It must be UTF-8: null without a line otherwise.
+  static std::shared_ptr<const KDXFileSequence> initWithIdentifier(std::string_view identifier);
+
+  [[nodiscard]] const std::string& identifier() const { return mIdentifier; }
+  [[nodiscard]] int64_t startFrame() const { return mStartFrame; }
+  [[nodiscard]] int64_t endFrameInclusive() const { return mEndFrameInclusive; }
+
+  // Number of files, modulo 2^64: an end before the start gives a huge one.
+  [[nodiscard]] uint64_t duration() const;
+
+  // Empty where half a character was cut off.
+  [[nodiscard]] std::string prefix() const;
+  [[nodiscard]] std::string postfix() const;
+  [[nodiscard]] int32_t numberOfDigits() const { return mNumberOfDigits; }
+
+  // The path of a frame's file. None, after a line on standard output, when the frame is not in the range (all compared as
+  // unsigned numbers); none when prefix and postfix, which are part of a printf pattern with the frame as its one argument,
+  // do not make a path: a "%" that asks for anything else, half a character, a width beyond every path.
+  [[nodiscard]] std::optional<std::string> filenameForFrameNumber(uint64_t frame) const;
+
+  // The same by position: index 0 is the start frame.
+  [[nodiscard]] std::optional<std::string> filenameForIndex(uint64_t index) const;
+
+ private:
+  KDXFileSequence() = default;
+  void countDigits(const std::u16string& identifier, std::size_t lastHash);
+  void parseRange(const std::u16string& identifier, std::size_t lastHash);
+
+  std::u16string mPrefix;
+  std::u16string mPostfix;
+  std::string mIdentifier;
+  int64_t mStartFrame = 0;
+  int64_t mEndFrameInclusive = 0;
+  int32_t mNumberOfDigits = 0;
+};

@@ -1,0 +1,234 @@
+#include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
+
+#include <functional>
+#include <span>
+#include <utility>
+
+#include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
+#include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
+#include "KDXFileTools/kdxdispatchcopy/KDXReadFile.h"
+#include "digest/DigestStrings.h"
+#include "extensions/filesizeCFI.h"
+#include "platform/Log.h"
+#include "platform/Process.h"
+
+using platform::ConcurrentQueue;
+using platform::OutputFile;
+
+std::shared_ptr<KDXSequenceCopy> KDXSequenceCopy::initWithFileSequence(
+    std::shared_ptr<const KDXFileSequence> sequence) {
+  return std::shared_ptr<KDXSequenceCopy>(new KDXSequenceCopy(std::move(sequence)));
+}
+
+KDXSequenceCopy::KDXSequenceCopy(std::shared_ptr<const KDXFileSequence> sequence)
+    : KDXDispatchCopy(std::nullopt), _sourceSequence(std::move(sequence)) {}
+
+void KDXSequenceCopy::logCopyStart() {
+  queueStartLine(FileURL(_sourceSequence->identifier()).deletingLastPathComponent().path());
+}
+
+void KDXSequenceCopy::addDestinationURL(const FileURL& destinationURL) {
+  KDXDispatchCopy::addDestinationURL(destinationURL);
+  _destinationSequencePaths.emplace_back();
+  _temporaryFiles.emplace_back();
+}
+
+// The files of one pass over the source, fed by the reader on _readQ, one file after the other.
+class KDXSequenceCopy::FrameStream {
+ public:
+  explicit FrameStream(KDXSequenceCopy& job) : _job(job) {}
+
+  void startFile(const FileURL& source) {
+    if (_job.hasOption(KDXVerificationOptionHashDuringCopy)) startDigests();
+    TemporaryFileMaker maker(source);
+    for (std::size_t index = 0; index < _job.destinationURLs().size(); ++index) {
+      const FileURL temporaryURL = _job.destinationURLs()[index]
+                                       .deletingLastPathComponent()
+                                       .appendingPathComponent(source.lastPathComponent())
+                                       .appendingPathExtension(temporaryExtension);
+      _destinations.push_back(maker.create(temporaryURL));
+      _job._destinationSequencePaths[index].push_back(temporaryURL);
+      _job._temporaryFiles[index].push_back(_destinations.back().stamp());
+    }
+    maker.endIfSourceWasCreated();
+  }
+
+  void takeData(bool isLast, const std::byte* bytes, int64_t length) {
+    if (length < 0) endForUnreadableFrame(length);
+    if (length != 0) {
+      const std::span data(bytes, static_cast<std::size_t>(length));
+      writeToAll(
+          _writeQueue, _destinations, data, [&] { digest(data); }, failedWrite());
+      _bytesCopied += data.size();
+    }
+    if (_job.verbose() && _progress.isDue()) {
+      platform::queueLine("INFO: copied {} of {} bytes\n", _bytesCopied, _job._totalBytesExpectedToCopy);
+    }
+    if (isLast) endFile();
+  }
+
+  // Ends the digests of the sequence and hands what was gathered to the job.
+  void endSequence() {
+    if (_job._sourceDigestContext) _job._sourceDigestContext->updateAndFinalizeFromString(_digestList);
+    if (_job._externalDigestContext) _job._externalDigestContext->updateAndFinalizeFromString(_externalDigestList);
+    if (_job._alternativeExternalDigestContext) {
+      _job._alternativeExternalDigestContext->updateAndFinalizeFromString(_alternativeDigestList);
+    }
+    if (_job.verbose()) queueSpeedLine("copy", _bytesCopied, _start);
+    _job._sourceDigests = std::move(_fileDigests);
+  }
+
+ private:
+  void startDigests() {
+    _fileDigest = KDXDigestContext::contextWithAlgorithm(_job.digestAlgorithm());
+    _externalFileDigest = KDXDigestContext::contextWithAlgorithm(static_cast<uint32_t>(_job._externalDigestAlgorithm));
+    _fileDigests.push_back(_fileDigest);
+  }
+
+  void digest(std::span<const std::byte> bytes) {
+    if (_fileDigest) _fileDigest->update(bytes.data(), bytes.size());
+    if (_externalFileDigest) _externalFileDigest->update(bytes.data(), bytes.size());
+    _job._bytesHashed += bytes.size();
+  }
+
+  void endFile() {
+    if (_fileDigest) {
+      _fileDigest->finalize();
+      platform::queueLine("hash {}\n", _fileDigest->digestString());
+      _digestList += _fileDigest->rawDigestString().value_or("");
+    }
+    if (_externalFileDigest) {
+      _externalFileDigest->finalize();
+      const std::string digits = _externalFileDigest->rawDigestString().value_or("");
+      _externalDigestList += digits;
+      _alternativeDigestList += XXHash64BEasXXHash64(digits);
+    }
+    closeAll(_destinations, failedWrite());
+  }
+
+  [[nodiscard]] std::function<void(std::size_t, int64_t)> failedWrite() const {
+    return [this](std::size_t index, int64_t result) { _job.endForFailedWrite(index, result); };
+  }
+
+  // A frame that can't be read must not become a frame that is short: nothing of it is written, and the run ends.
+  [[noreturn]] void endForUnreadableFrame(int64_t result) const {
+    if (!_destinations.empty()) _job.endForFailedWrite(0, result);
+    platform::endProcess(ExitStatus::sourceReadFailed);
+  }
+
+  KDXSequenceCopy& _job;
+  const ProgressClock::Clock::time_point _start = ProgressClock::Clock::now();
+  ProgressClock _progress{progressInterval, _start};
+  ConcurrentQueue _writeQueue{"write"};
+  uint64_t _bytesCopied = 0;
+  std::string _digestList;
+  std::string _externalDigestList;
+  std::string _alternativeDigestList;
+  std::vector<std::shared_ptr<KDXDigestContext>> _fileDigests;
+
+  // Of the file under way.
+  std::shared_ptr<KDXDigestContext> _fileDigest;
+  std::shared_ptr<KDXDigestContext> _externalFileDigest;
+  std::vector<OutputFile> _destinations;
+};
+
+bool KDXSequenceCopy::doTheCopyWork(ErrorPlace /*error*/) {
+  setupHash();
+  FrameStream stream(*this);
+  if (!listSourceFiles()) return false;
+  // Returns when every callback has returned.
+  KDXReadFiles(
+      _sourcePaths, _readQ,
+      [&](const FileURL& source) {
+        stream.startFile(source);
+        return true;
+      },
+      [&](bool isLast, const std::byte* bytes, int64_t length, int32_t) { stream.takeData(isLast, bytes, length); });
+  stream.endSequence();
+  platform::queueLine("sequence-hash {}\n", _sourceDigestContext ? _sourceDigestContext->digestString() : "(null)");
+  return true;
+}
+
+bool KDXSequenceCopy::listSourceFiles() {
+  const bool sizesAreMeasured = _sourceFileSize == 0 && !hasOption(KDXVerificationOptionSkipFileSizeCheck);
+  // A size from the command line is that of one file, and it is not multiplied: callers who give it know one file's size.
+  if (!sizesAreMeasured) _totalBytesExpectedToCopy = _sourceFileSize;
+  const uint64_t count = _sourceSequence->duration();
+  for (uint64_t index = 0; index < count; ++index) {
+    const std::optional<std::string> path = _sourceSequence->filenameForIndex(index);
+    if (!path) {
+      // No newline: managing applications know this line.
+      platform::printAndWait("ERROR no path for index: {}", index);
+      return false;
+    }
+    const FileURL& file = _sourcePaths.emplace_back(*path);
+    const uint64_t size = sizesAreMeasured ? filesizeCFI(file).value_or(0) : _sourceFileSize;
+    if (sizesAreMeasured) _totalBytesExpectedToCopy += size;
+    _expectedFileSizes.push_back(size);
+  }
+  _totalFileCount = _sourcePaths.size();
+  return true;
+}
+
+void KDXSequenceCopy::endForFailedWrite(std::size_t destination, int64_t /*result*/) const {
+  platform::printAndWait("ERROR: failed writing to {}\n",
+                         destinationURLs()[destination].deletingLastPathComponent().path());
+  platform::endProcess(ExitStatus::writeFailed);
+}
+
+void KDXSequenceCopy::setupHash() {
+  KDXDispatchCopy::setupHash();
+  for (const uint32_t algorithm : {digestAlgorithm(), static_cast<uint32_t>(_externalDigestAlgorithm)}) {
+    const bool hasTwoByteOrders = algorithm == KDXDigestAlgorithmXXHash64BE || algorithm == KDXDigestAlgorithmXXHash64;
+    if (!hasTwoByteOrders) continue;
+    _alternativeExternalDigestContext = KDXDigestContext::contextWithAlgorithm(algorithm);
+    return;
+  }
+}
+
+bool KDXSequenceCopy::moveFilesInPlace(ErrorPlace error) {
+  startMoving();
+  for (std::size_t list = 0; list < _destinationSequencePaths.size(); ++list) {
+    for (std::size_t index = 0; index < _destinationSequencePaths[list].size(); ++index) {
+      if (!moveProved(_destinationSequencePaths[list][index], _temporaryFiles[list][index], error)) return false;
+    }
+  }
+  return true;
+}
+
+// One sync of each file system instead of one of each file.
+void KDXSequenceCopy::makeTemporaryFilesPermanent() {
+  std::set<uint64_t> synced;
+  for (const std::vector<FileURL>& files : _destinationSequencePaths) {
+    if (files.empty()) continue;
+    const std::optional<platform::FileIdentity> first = platform::identityOfFile(files.front().path());
+    if (!first || !synced.insert(first->device).second) continue;
+    const int result = platform::makeFileSystemPermanent(files.front().path());
+    if (result != 0) endForFailedSync(files.front().path(), result);
+  }
+}
+
+void KDXSequenceCopy::collectNeededFiles(std::set<platform::FileIdentity>& files) const {
+  addIdentities(_sourcePaths, files);
+  for (const std::vector<FileURL>& destination : _destinationSequencePaths) addIdentities(destination, files);
+}
+
+// A sequence without files has none to flush; callers know the line that comes of it.
+bool KDXSequenceCopy::flushNothing() const {
+  const int result = platform::fullSyncOfNothing();
+  if (result != 0) endForFailedSync("(null)", result);
+  return true;
+}
+
+bool KDXSequenceCopy::flushFilesystem(ErrorPlace error) {
+  bool flushed = true;
+  if (!skipFlush()) {
+    platform::queueLine("INFO: flushing files\n");
+    for (const std::vector<FileURL>& files : _destinationSequencePaths) {
+      flushed = files.empty() ? flushNothing() : flush(files.back().deletingPathExtension(), error);
+      if (!flushed) break;
+    }
+  }
+  printClosingLines();
+  return flushed;
+}
