@@ -1,9 +1,11 @@
 #include "platform/FileManager.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <stdio.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -145,6 +147,11 @@ int makeFileSystemPermanent(const std::string& path) {
   const FileDescriptor descriptor = openUnlessPipe(path, O_RDONLY);
   if (!descriptor.isOpen()) return errno == ENOENT ? 0 : -1;
   return ::syncfs(descriptor.get());
+}
+
+bool canMakeFileSystemPermanent(const std::string& path) {
+  struct statfs facts = {};
+  return ::statfs(path.c_str(), &facts) == 0 && facts.f_type != FUSE_SUPER_MAGIC;
 }
 
 int fullSyncOfNothing() {

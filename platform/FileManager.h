@@ -74,6 +74,10 @@ int makeDataPermanent(const std::string& path);
 // The same for every file of the file system that the file at the path is on.
 int makeFileSystemPermanent(const std::string& path);
 
+// True when makeFileSystemPermanent reaches the device for the file system of the file at the path. Servers of file systems
+// in user space are not asked: there each file has to be made permanent by itself.
+bool canMakeFileSystemPermanent(const std::string& path);
+
 // Makes the file at the path permanent, and its name with it: a full sync of the file, then one of its directory, which
 // is passed over where the file system knows no such thing. A failed sync is not tried again: the system has already
 // forgotten what it could not write. Returns what the failed call returned, else 0. When the file can't be opened for writing descriptor 0 is synced in its

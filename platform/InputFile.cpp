@@ -73,7 +73,7 @@ ReadResult InputFile::read(std::byte* buffer, std::size_t size) {
   if (_deviceError != 0) return ReadResult{.length = -1, .error = _deviceError};
   std::size_t filled = 0;
   while (filled < size) {
-    const int64_t length = readSome(buffer + filled, std::min(size - filled, largestTransfer));
+    const int64_t length = readSome(buffer + filled, std::min({size - filled, largestTransfer, untilExpectedEnd()}));
     if (length < 0) return ReadResult{.length = -1, .error = errno};
     if (length == 0) {
       if (_position < _leastSize) return ReadResult{.length = -1, .error = EIO};
@@ -83,6 +83,14 @@ ReadResult InputFile::read(std::byte* buffer, std::size_t size) {
   }
   if (!_direct) dropBehind();
   return ReadResult{.length = static_cast<int64_t>(filled)};
+}
+
+// A transfer past the cache is not asked for more than the file should hold: the system would first clear all of the buffer
+// that stays empty, for every frame of a sequence. The end is still looked for behind it.
+std::size_t InputFile::untilExpectedEnd() const {
+  if (!_direct || _position >= _leastSize) return largestTransfer;
+  const int64_t left = _leastSize - _position;
+  return static_cast<std::size_t>((left + _alignment - 1) / _alignment * _alignment);
 }
 
 int64_t InputFile::readSome(std::byte* buffer, std::size_t size) {

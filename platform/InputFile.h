@@ -42,6 +42,7 @@ class InputFile {
  private:
   explicit InputFile(FileDescriptor file);
   void keepDeviceError(bool pushed);
+  [[nodiscard]] std::size_t untilExpectedEnd() const;
   int64_t readSome(std::byte* buffer, std::size_t size);
   int64_t readToAlignment(std::byte* buffer, std::size_t size);
   int64_t readAtPosition(std::byte* buffer, std::size_t size);

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <tuple>
 
 #include "platform/Log.h"
@@ -46,6 +47,14 @@ void makeStandardOutputUnbuffered() {
 void letWritesFailInsteadOfSignals() {
   std::ignore = std::signal(SIGPIPE, SIG_IGN);
   std::ignore = std::signal(SIGXFSZ, SIG_IGN);
+}
+
+void endProcessWhenMemoryRunsOut() {
+  std::set_new_handler([] {
+    // Straight away, without waiting for output that is queued: who asked for memory may hold what the log queue needs.
+    writeText(STDERR_FILENO, "kdxdispatchcopy: could not get memory\n");
+    ::_exit(EXIT_FAILURE);
+  });
 }
 
 void raiseDiskPriority() {

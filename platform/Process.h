@@ -21,6 +21,9 @@ void letWritesFailInsteadOfSignals();
 // it. Where the system refuses, the process goes on as it was.
 void raiseDiskPriority();
 
+// From now on an allocation that fails ends the process with status 1 and a line on standard error.
+void endProcessWhenMemoryRunsOut();
+
 // Ends the process with the status once all that was queued for output is out. Runs no destructors, since other threads
 // may still be at work. The one way out of the process; not to be called on the log queue.
 [[noreturn]] void endProcess(int status);

@@ -232,7 +232,7 @@ TEST(CommandLine, WithoutArgumentsIsEmpty) {
   const CommandLine line = parse({});
   EXPECT_EQ("14", settingsOf(line));
   EXPECT_FALSE(line.source.has_value());
-  EXPECT_FALSE(line.sequenceIdentifier.has_value());
+  EXPECT_EQ(nullptr, line.sourceSequence);
   EXPECT_THAT(line.destinations, testing::IsEmpty());
 }
 
@@ -334,7 +334,7 @@ TEST_P(BytesThatAreNoText, AreDroppedAmongTheDestinations) {
 TEST_P(BytesThatAreNoText, GiveNoSequenceAndTheNextPathIsADestination) {
   const CommandLine line = parse({"-s", GetParam().bytes, "/a/frames"});
   EXPECT_TRUE(line.isSequence);
-  EXPECT_FALSE(line.sequenceIdentifier.has_value());
+  EXPECT_EQ(nullptr, line.sourceSequence);
   EXPECT_FALSE(line.source.has_value());
   EXPECT_THAT(pathsOf(line.destinations), ElementsAre("/a/frames"));
 }
@@ -348,43 +348,69 @@ INSTANTIATE_TEST_SUITE_P(CommandLine, BytesThatAreNoText,
                          testing::Values(NotText{"ALatin1Letter", "/caf\xe9.mov"}, NotText{"ALoneByte", "\xff"},
                                          NotText{"AnOverlongForm", "/\xc0\xaf"}, NotText{"ASurrogate", "/\xed\xa0\x80"},
                                          NotText{"ACutOffLetter", "/a\xe3\x82"},
-                                         NotText{"BeyondTheLastLetter", "/\xf4\x90\x80\x80"}),
+                                         NotText{"BeyondTheLastLetter", "/\xf4\x90\x80\x80"},
+                                         NotText{"AFrameRange", "/\xe4.1-2_##.dpx"}),
                          rowName);
 
 // Sequences
 
+constexpr const char* frames = "/card/clip.0001-0100.####.dpx";
+
+std::string identifierOf(const CommandLine& line) {
+  return line.sourceSequence ? line.sourceSequence->identifier() : "(none)";
+}
+
 TEST(CommandLine, TheFirstPathBehindTheSequenceOptionIsItsIdentifier) {
   for (const char* option : {"-s", "--s"}) {
-    const CommandLine line = parse({option, "/card/clip.[0001-0100].dpx", "/a/frames"});
+    const CommandLine line = parse({option, frames, "/a/frames", "/b/frames"});
     EXPECT_EQ("14 sequence", settingsOf(line));
-    EXPECT_EQ("/card/clip.[0001-0100].dpx", line.sequenceIdentifier);
+    ASSERT_EQ(frames, identifierOf(line));
+    EXPECT_EQ(1, line.sourceSequence->startFrame());
+    EXPECT_EQ(100U, line.sourceSequence->duration());
     EXPECT_FALSE(line.source.has_value());
-    EXPECT_THAT(pathsOf(line.destinations), ElementsAre("/a/frames"));
+    EXPECT_THAT(pathsOf(line.destinations), ElementsAre("/a/frames", "/b/frames"));
   }
 }
 
 TEST(CommandLine, AnIdentifierStaysTheTextThatWasGiven) {
-  EXPECT_EQ("clip.dpx", parse({"-s", "clip.dpx", "/a/frames"}).sequenceIdentifier);
+  for (const char* identifier : {"clip.##.dpx", "./../clip.1-2_##.dpx", "/card//clip.1-2_##.dpx/", "##"})
+    EXPECT_EQ(identifier, identifierOf(parse({"-s", identifier, "/a/frames"})));
 }
 
 TEST(CommandLine, TheSequenceOptionBehindTheSourceLeavesItAPlainFile) {
-  const CommandLine line = parse({"/card/clip.dpx", "-s", "/a/frames"});
+  const CommandLine line = parse({frames, "-s", "/a/frames.1-2_##"});
   EXPECT_TRUE(line.isSequence);
-  EXPECT_FALSE(line.sequenceIdentifier.has_value());
-  EXPECT_EQ("/card/clip.dpx", sourceOf(line));
-  EXPECT_THAT(pathsOf(line.destinations), ElementsAre("/a/frames"));
+  EXPECT_EQ(nullptr, line.sourceSequence);
+  EXPECT_EQ(frames, sourceOf(line));
+  EXPECT_THAT(pathsOf(line.destinations), ElementsAre("/a/frames.1-2_##"));
+}
+
+TEST(CommandLine, WithoutTheSequenceOptionHashesAreLettersOfAName) {
+  const CommandLine line = parse({frames, "/a/frames"});
+  EXPECT_EQ("14", settingsOf(line));
+  EXPECT_EQ(nullptr, line.sourceSequence);
+  EXPECT_EQ(frames, sourceOf(line));
 }
 
 TEST(CommandLine, OtherOptionsMayStandBetweenTheSequenceOptionAndItsIdentifier) {
-  const CommandLine line = parse({"-s", "-v", "-a", "5", "clip.dpx", "/a/frames"});
-  EXPECT_EQ("14 sequence verbose size=5", settingsOf(line));
-  EXPECT_EQ("clip.dpx", line.sequenceIdentifier);
+  const CommandLine line = parse({"-s", "-v", "-a", "5", frames, "-j", "/a/frames"});
+  EXPECT_EQ("14 sequence no-destination verbose size=5", settingsOf(line));
+  EXPECT_EQ(frames, identifierOf(line));
+  EXPECT_THAT(pathsOf(line.destinations), ElementsAre("/a/frames"));
 }
 
 TEST(CommandLine, ASequenceOptionWithoutAPathHasNoIdentifier) {
   const CommandLine line = parse({"-s"});
   EXPECT_TRUE(line.isSequence);
-  EXPECT_FALSE(line.sequenceIdentifier.has_value());
+  EXPECT_EQ(nullptr, line.sourceSequence);
+}
+
+TEST(CommandLine, AnIdentifierWithoutHashesIsTheSourceAllTheSameAndTheNextPathADestination) {
+  const CommandLine line = parse({"-s", "/card/clip.dpx", "/a/frames.1-2_##"});
+  EXPECT_TRUE(line.isSequence);
+  EXPECT_EQ(nullptr, line.sourceSequence);
+  EXPECT_FALSE(line.source.has_value());
+  EXPECT_THAT(pathsOf(line.destinations), ElementsAre("/a/frames.1-2_##"));
 }
 
 TEST(CommandLine, NothingIsPrintedAboutOptionsThatAreNotUnderstood) {

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdio>
 #include <limits>
+#include <memory>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "KDXFileTools/kdxdispatchcopy/FrontEnd.h"
+#include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
 #include "platform/Log.h"
 #include "platform/Process.h"
 #include "tests/support/ScratchDirectory.h"
@@ -161,6 +163,26 @@ INSTANTIATE_TEST_SUITE_P(
                 "is sequence but could not get input sequence"},
         Refused{"ASequenceWithoutPaths", {"-s", "-j"}, "is sequence but could not get input sequence"},
         Refused{"ASequenceThatIsNoText", {"-s", "/\xff", "/a/frames"}, "is sequence but could not get input sequence"},
+        Refused{"ASequenceThatIsNoTextButHasHashes",
+                {"-s", "/\xff.1-2_##", "/a/frames"},
+                "is sequence but could not get input sequence"},
+        // The line of the identifier comes while the command line is parsed, so before all others.
+        Refused{"ASequenceWithoutHashes",
+                {"-s", "/card/clip.dpx", "/a/frames"},
+                "ERROR: Wrong arguments - missing hashes in identifier.\nis sequence but could not get input sequence"},
+        Refused{"ASequenceWithoutHashesAndWithoutDestination",
+                {"-s", "/card/clip.dpx"},
+                "ERROR: Wrong arguments - missing hashes in identifier.\nno destination specified"},
+        Refused{"ASequenceWithoutHashesThatNeedsNoDestination",
+                {"-j", "-s", "/card/clip.dpx"},
+                "ERROR: Wrong arguments - missing hashes in identifier.\nis sequence but could not get input sequence"},
+        Refused{"ASequenceWithoutHashesAndAnUnknownAlgorithm",
+                {"-t", "bogus", "-s", "/card/clip.dpx", "/a/frames"},
+                "ERROR: Wrong arguments - missing hashes in identifier.\nis sequence but could not get input sequence"},
+        Refused{"ASequenceWithHashesButNoDestination", {"-s", "/card/clip.1-2_##.dpx"}, "no destination specified"},
+        Refused{"ASequenceWithAnUnknownAlgorithm",
+                {"-t", "bogus", "-s", "/card/clip.1-2_##.dpx", "/a/frames"},
+                "invalid digest algorithm bogus"},
         Refused{"AnUnknownAlgorithm", {"-t", "bogus", "/s", "/d"}, "invalid digest algorithm bogus"},
         Refused{
             "AnUnknownAlgorithmWithoutReadBack", {"-k", "-t", "bogus", "/s", "/d"}, "invalid digest algorithm bogus"},
@@ -257,6 +279,40 @@ TEST(FrontEnd, WhereNoDestinationIsNeededTheOnesGivenAreKept) {
   const auto job = makeJob(lineOf({"-j", "/card/clip.mov", "/a/clip.mov"}));
   ASSERT_NE(nullptr, job);
   EXPECT_THAT(job->destinationURLs(), ElementsAre(FileURL("/a/clip.mov.kdxcopy")));
+}
+
+TEST(FrontEnd, ASequenceGivesASequenceJobWithWhatTheCommandLineAsksFor) {
+  const Captured output(STDOUT_FILENO);
+  const auto job = std::dynamic_pointer_cast<KDXSequenceCopy>(
+      makeJob(lineOf({"-v", "-f", "-nf", "-k", "-nfs", "-a", "5", "-e", "SHA1:ff", "-t", "xxhash64be", "-s",
+                      "/card/clip.1-2_##.dpx", "/b/frames", "/a/frames", "/b/frames"})));
+  ASSERT_NE(nullptr, job);
+  EXPECT_EQ(std::nullopt, job->sourceURL());
+  EXPECT_THAT(job->destinationURLs(),
+              ElementsAre(FileURL("/b/frames.kdxcopy"), FileURL("/a/frames.kdxcopy"), FileURL("/b/frames.kdxcopy")));
+  EXPECT_EQ(3U, job->destinationSequencePaths().size());
+  EXPECT_EQ(18, job->verificationOptions());
+  EXPECT_TRUE(job->verbose());
+  EXPECT_TRUE(job->forceOverwrite());
+  EXPECT_TRUE(job->skipFlush());
+  EXPECT_EQ(5, job->expectedFilesize());
+  EXPECT_EQ("SHA1:ff", job->externalHash());
+  EXPECT_EQ(16U, job->digestAlgorithm());
+  EXPECT_EQ("", output.text());
+}
+
+TEST(FrontEnd, ASequenceJobNeedsNoDestinationWhenThatIsAskedFor) {
+  const auto job = std::dynamic_pointer_cast<KDXSequenceCopy>(makeJob(lineOf({"-j", "-s", "/card/clip.1-2_##.dpx"})));
+  ASSERT_NE(nullptr, job);
+  EXPECT_THAT(job->destinationURLs(), testing::IsEmpty());
+  EXPECT_THAT(job->destinationSequencePaths(), testing::IsEmpty());
+}
+
+TEST(FrontEnd, WithoutTheSequenceOptionHashesGiveASingleFileJob) {
+  const auto job = makeJob(lineOf({"/card/clip.1-2_##.dpx", "/a/clip.dpx"}));
+  ASSERT_NE(nullptr, job);
+  EXPECT_EQ(nullptr, std::dynamic_pointer_cast<KDXSequenceCopy>(job));
+  EXPECT_EQ(FileURL("/card/clip.1-2_##.dpx"), job->sourceURL());
 }
 
 TEST(FrontEndDeathTest, RunningNoJobIsAFailedAssertion) {
@@ -415,6 +471,32 @@ TEST(FrontEndRun, WithoutDestinationsTheSourceIsReadAndDigestedOnly) {
   EXPECT_EQ(0, run.exitStatus) << run.errors;
   EXPECT_THAT(run.lines(), testing::Contains("hash SHA1:" + digestByProgram("sha1sum", source)));
   EXPECT_THAT(namesBelow(scratch.path()), ElementsAre("card/clip.mov"));
+}
+
+TEST(FrontEndRun, WithoutDestinationsTheFilesOfASequenceAreReadAndDigestedOnly) {
+  const ScratchDirectory scratch;
+  std::string digests;
+  for (const char* name : {"card/clip.09.dpx", "card/clip.10.dpx"}) {
+    writeFile(scratch.file(name), mediaBytes(100'000));
+    digests += digestByProgram("sha1sum", scratch.file(name));
+  }
+  writeFile(scratch.file("digests"), digests);
+  const ToolRun run = runTool({"-t", "sha1", "-s", scratch.file("card/clip.9-10.##.dpx"), "-j"});
+  EXPECT_EQ(0, run.exitStatus) << run.errors;
+  EXPECT_THAT(run.lines(), testing::Contains("INFO: copying " + scratch.file("card") + "..."));
+  EXPECT_THAT(run.lines(),
+              testing::Contains("sequence-hash SHA1:" + digestByProgram("sha1sum", scratch.file("digests"))));
+  EXPECT_THAT(namesBelow(scratch.path()), ElementsAre("card/clip.09.dpx", "card/clip.10.dpx", "digests"));
+}
+
+TEST(FrontEndRun, ASequenceWithoutPathsForItsFramesFailsAndLeavesNothing) {
+  const ScratchDirectory scratch;
+  const ToolRun run = runTool({"-s", scratch.file("card/%n.9-10.##.dpx"), scratch.file("a/frames")});
+  EXPECT_EQ(1, run.exitStatus);
+  EXPECT_THAT(run.lines(), ElementsAre("INFO: copying " + scratch.file("card") + "...",
+                                       "ERROR no path for index: 0failed to perform copy"));
+  EXPECT_EQ("", run.errors);
+  EXPECT_THAT(namesBelow(scratch.path()), testing::IsEmpty());
 }
 
 TEST(FrontEndRun, WithoutADigestAnUnknownAlgorithmIsNoError) {

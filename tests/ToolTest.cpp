@@ -207,10 +207,6 @@ Names notMoved() {
   return namesOf(OnDisk::notMoved);
 }
 
-Names untouched() {
-  return namesOf(OnDisk::untouched);
-}
-
 std::string withName(const testing::TestParamInfo<Run>& row) {
   return row.param.name;
 }
@@ -513,20 +509,41 @@ INSTANTIATE_TEST_SUITE_P(CommandLines, ToolRefusals,
                                                        "{invalid}",
                                              .names = OnDisk::untouched},
                                          Run{.name = "ASequenceWithoutDestination",
-                                             .arguments = {"-s", "{source}"},
+                                             .arguments = {"-s", "{card}/clip.1-2_##.mov"},
                                              .status = 1,
                                              .output = "no destination specified\n"
+                                                       "{invalid}",
+                                             .names = OnDisk::untouched},
+                                         Run{.name = "AFileForASequence",
+                                             .arguments = {"-s", "{source}", "{destination}"},
+                                             .status = 1,
+                                             .output = "ERROR: Wrong arguments - missing hashes in identifier.\n"
+                                                       "is sequence but could not get input sequence\n"
+                                                       "{invalid}",
+                                             .names = OnDisk::untouched},
+                                         Run{.name = "AFileForASequenceWithoutDestination",
+                                             .arguments = {"-s", "{source}"},
+                                             .status = 1,
+                                             .output = "ERROR: Wrong arguments - missing hashes in identifier.\n"
+                                                       "no destination specified\n"
                                                        "{invalid}",
                                              .names = OnDisk::untouched}),
                          withName);
 
-// Sequences are still to come; until then nothing may look like an offload of one.
-TEST(Tool, AFileSequenceIsRefusedWithAClearLine) {
-  const Offload offload;
-  const ToolRun run = runTool({"-s", offload.source, offload.destination});
-  EXPECT_EQ(1, run.exitStatus);
-  EXPECT_THAT(run.lines(), ElementsAre(HasSubstr("sequence"), "invalid arguments"));
-  EXPECT_EQ(untouched(), offload.names());
+TEST(Tool, EveryFileOfASequenceGetsTheNameOfItsSourceInTheFolderOfTheDestination) {
+  const ScratchDirectory scratch;
+  const Names frames{"clip.0009.dpx", "clip.0010.dpx", "clip.0011.dpx"};
+  for (uint32_t index = 0; index < 3; ++index)
+    writeFile(scratch.file("card/" + frames[index]), mediaBytes(100'000 + index, index));
+  fs::create_directories(scratch.path() / "backup");
+  const ToolRun run = runTool(ToolStart{.arguments = {"-s", "clip.9-11.####.dpx", "../backup/any"},
+                                        .workingDirectory = scratch.path() / "card"});
+  EXPECT_EQ(0, run.exitStatus) << run.errors;
+  EXPECT_EQ((Names{"backup/" + frames[0], "backup/" + frames[1], "backup/" + frames[2], "card/" + frames[0],
+                   "card/" + frames[1], "card/" + frames[2]}),
+            namesBelow(scratch.path()));
+  for (const std::string& frame : frames)
+    EXPECT_TRUE(readFile(scratch.file("card/" + frame)) == readFile(scratch.file("backup/" + frame))) << frame;
 }
 
 INSTANTIATE_TEST_SUITE_P(

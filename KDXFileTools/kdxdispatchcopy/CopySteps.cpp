@@ -9,9 +9,13 @@
 #include "platform/Log.h"
 #include "platform/Process.h"
 
-TemporaryFileMaker::TemporaryFileMaker(const platform::FileURL& source) : _sourceURL(source), _source(source.path()) {}
+TemporaryFileMaker::TemporaryFileMaker(const platform::FileURL& source,
+                                       const std::set<platform::FileIdentity>& otherSources)
+    : _sourceURL(source), _source(source.path()), _otherSources(otherSources) {}
 
 platform::OutputFile TemporaryFileMaker::create(const platform::FileURL& temporaryURL) {
+  const std::optional<platform::FileIdentity> standing = platform::identityOfItem(temporaryURL.path());
+  if (standing && _otherSources.contains(*standing)) platform::endProcess(ExitStatus::temporaryFileNotCreated);
   std::optional<platform::OutputFile> destination =
       platform::OutputFile::createEmpty(temporaryURL.path(), _source.identity(), _created);
   if (!destination) platform::endProcess(ExitStatus::temporaryFileNotCreated);

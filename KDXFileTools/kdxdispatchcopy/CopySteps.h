@@ -21,7 +21,8 @@ inline constexpr std::string_view temporaryExtension = "kdxcopy";
 // Creates the temporary destinations of one source file.
 class TemporaryFileMaker {
  public:
-  explicit TemporaryFileMaker(const platform::FileURL& source);
+  // `otherSources` are files that must not be touched either; the set must outlive the maker.
+  TemporaryFileMaker(const platform::FileURL& source, const std::set<platform::FileIdentity>& otherSources);
 
   // A new, empty file; for a destination given twice the file of the first time. Where it can't be had the process ends with
   // status 107 and without a message.
@@ -34,6 +35,7 @@ class TemporaryFileMaker {
  private:
   const platform::FileURL& _sourceURL;
   platform::PinnedFile _source;
+  const std::set<platform::FileIdentity>& _otherSources;
   std::set<platform::FileIdentity> _created;
 };
 
@@ -49,8 +51,6 @@ void writeToAll(platform::ConcurrentQueue& writeQueue, std::vector<platform::Out
 // Closes the destinations in their order. What a destination took and then lost is a failed write like any other.
 void closeAll(std::vector<platform::OutputFile>& destinations,
               const std::function<void(std::size_t, int64_t)>& endForFailedWrite);
-
-//
 
 // Queues the line of a destination that is not read back.
 enum class SizeCheck { skipped, made };

@@ -108,7 +108,8 @@ void KDXDispatchCopy::setupHash() {
 }
 
 std::vector<OutputFile> KDXDispatchCopy::createTemporaryDestinations() {
-  TemporaryFileMaker maker(*_sourceURL);
+  const std::set<platform::FileIdentity> noOtherSources;
+  TemporaryFileMaker maker(*_sourceURL, noOtherSources);
   std::vector<OutputFile> destinations;
   for (const FileURL& temporaryURL : _destinationURLs) {
     destinations.push_back(maker.create(temporaryURL));

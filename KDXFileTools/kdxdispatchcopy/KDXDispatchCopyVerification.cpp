@@ -101,7 +101,7 @@ bool KDXDispatchCopy::verifyURL(const FileURL& file, ErrorPlace error) {
   }
   platform::queueLine("INFO: verifying {}\n", directory);
   const std::shared_ptr<KDXDigestContext> digest = verifier->calculateDigest(nullptr);
-  if (digest && digest->isEqual(_sourceDigestContext.get())) return true;
+  if (digest && !verifier->readFailed() && digest->isEqual(_sourceDigestContext.get())) return true;
   return platform::fail(error, copyError(CopyErrorCode::destinationDigestDiffers,
                                          fmt::format("INFO: expected hash: {} but got hash: {}.",
                                                      bareHexText(_sourceDigestContext), bareHexText(digest)),

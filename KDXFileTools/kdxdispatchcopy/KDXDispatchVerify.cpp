@@ -35,10 +35,12 @@ std::shared_ptr<KDXDigestContext> KDXDispatchVerify::verifyURL(const platform::F
   };
   platform::DispatchGroup done;
   done.enter();
+  _readFailed = false;
   uint64_t bytesRead = 0;
   platform::SerialQueue verifyQueue("verify");
   KDXReadFile(file.path(), verifyQueue, [&](bool isLast, const std::byte* bytes, int64_t length, int32_t) {
-    // The bytes of a failed read are none: the digest then differs, which is what the caller has to see.
+    // The bytes of a failed read are none.
+    if (length < 0) _readFailed = true;
     const uint64_t count = length < 0 ? 0 : static_cast<uint64_t>(length);
     if (context) context->update(bytes, count);
     bytesRead += count;

@@ -33,6 +33,10 @@ class KDXDispatchVerify {
   // caller to see. A file that can't be opened ends the process with status 108. Not to be called on the progress queue.
   virtual std::shared_ptr<KDXDigestContext> calculateDigest(platform::ErrorPlace error);
 
+  // True when the last file could not be read to its end: its digest proves nothing then, not even when it is the one
+  // that was expected (the failure may have come behind the last byte that the caller knows of).
+  [[nodiscard]] bool readFailed() const { return _readFailed; }
+
   // The same for any file and algorithm.
   std::shared_ptr<KDXDigestContext> verifyURL(const platform::FileURL& file, uint32_t algorithm,
                                               platform::ErrorPlace error);
@@ -52,4 +56,5 @@ class KDXDispatchVerify {
   uint32_t _algorithm;
   std::optional<platform::FileURL> _fileURL;
   KDXVerifyProgressBlock _progressBlock;
+  bool _readFailed = false;  // written on the queue of a call, read when the call has returned
 };

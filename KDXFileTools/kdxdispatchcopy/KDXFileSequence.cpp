@@ -39,8 +39,12 @@ int32_t intValue(std::u16string_view text) {
 
 // True when a directive of the pattern asks for more characters than a path has.
 bool asksForTooMuch(std::string_view pattern) {
-  for (std::size_t percent = pattern.find('%'); percent != std::string_view::npos;
-       percent = pattern.find('%', percent + 1)) {
+  for (std::size_t percent = pattern.find('%'); percent != std::string_view::npos;) {
+    // "%%" is a directive by itself: what follows it is plain text.
+    if (pattern.substr(percent).starts_with("%%")) {
+      percent = pattern.find('%', percent + 2);
+      continue;
+    }
     uint64_t number = 0;
     for (const char c : pattern.substr(percent + 1)) {
       const bool isDigit = c >= '0' && c <= '9';
@@ -48,16 +52,21 @@ bool asksForTooMuch(std::string_view pattern) {
       number = isDigit ? number * 10 + static_cast<uint64_t>(c - '0') : 0;
       if (number > longestPath) return true;
     }
+    percent = pattern.find('%', percent + 1);
   }
   return false;
 }
 
 }  // namespace
 
+std::shared_ptr<KDXFileSequence> KDXFileSequence::init() {
+  return std::shared_ptr<KDXFileSequence>(new KDXFileSequence);
+}
+
 std::shared_ptr<const KDXFileSequence> KDXFileSequence::initWithIdentifier(std::string_view identifier) {
   const std::optional<std::u16string> text = platform::UTF16FromUTF8(identifier);
   if (!text) return nullptr;
-  std::shared_ptr<KDXFileSequence> sequence(new KDXFileSequence);
+  const std::shared_ptr<KDXFileSequence> sequence = init();
   sequence->mIdentifier = identifier;
   const std::size_t lastHash = text->rfind(hash);
   if (lastHash == std::u16string::npos) {
@@ -119,7 +128,9 @@ std::optional<std::string> KDXFileSequence::filenameForFrameNumber(uint64_t fram
   const std::string pattern = fmt::format("{}%0{}i{}", *prefixText, mNumberOfDigits, *postfixText);
   if (asksForTooMuch(pattern)) return std::nullopt;
   try {
-    return fmt::sprintf(pattern, static_cast<int32_t>(frame));
+    const std::string path = fmt::sprintf(pattern, static_cast<int32_t>(frame));
+    const bool isPath = path.find('\0') == std::string::npos && platform::isUTF8(path);
+    return isPath ? std::optional(path) : std::nullopt;
   } catch (const std::exception&) {
     return std::nullopt;
   }

@@ -16,6 +16,9 @@
 // disk. Texts are UTF-8 outside; the rules count UTF-16 code units, which is what identifiers have always been cut by.
 class KDXFileSequence {
  public:
+  // An empty sequence: prefix, postfix and identifier empty, both frames and the number of digits 0.
+  static std::shared_ptr<KDXFileSequence> init();
+
   // Null, after a line on standard output, when the identifier has no "#". It must be UTF-8: null without a line otherwise.
   static std::shared_ptr<const KDXFileSequence> initWithIdentifier(std::string_view identifier);
 

@@ -40,12 +40,14 @@ class KDXSequenceCopy::FrameStream {
 
   void startFile(const FileURL& source) {
     if (_job.hasOption(KDXVerificationOptionHashDuringCopy)) startDigests();
-    TemporaryFileMaker maker(source);
+    const std::string name = source.lastPathComponent();
+    // Frames that differ in a folder's name alone would all be written to one file.
+    if (name == std::exchange(_previousName, name)) platform::endProcess(ExitStatus::temporaryFileNotCreated);
+    TemporaryFileMaker maker(source, _job._sourceIdentities);
     for (std::size_t index = 0; index < _job.destinationURLs().size(); ++index) {
-      const FileURL temporaryURL = _job.destinationURLs()[index]
-                                       .deletingLastPathComponent()
-                                       .appendingPathComponent(source.lastPathComponent())
-                                       .appendingPathExtension(temporaryExtension);
+      const FileURL temporaryURL =
+          _job.destinationURLs()[index].deletingLastPathComponent().appendingPathComponent(name).appendingPathExtension(
+              temporaryExtension);
       _destinations.push_back(maker.create(temporaryURL));
       _job._destinationSequencePaths[index].push_back(temporaryURL);
       _job._temporaryFiles[index].push_back(_destinations.back().stamp());
@@ -126,6 +128,8 @@ class KDXSequenceCopy::FrameStream {
   std::string _alternativeDigestList;
   std::vector<std::shared_ptr<KDXDigestContext>> _fileDigests;
 
+  std::string _previousName;
+
   // Of the file under way.
   std::shared_ptr<KDXDigestContext> _fileDigest;
   std::shared_ptr<KDXDigestContext> _externalFileDigest;
@@ -162,6 +166,7 @@ bool KDXSequenceCopy::listSourceFiles() {
       return false;
     }
     const FileURL& file = _sourcePaths.emplace_back(*path);
+    if (const auto identity = platform::identityOfFile(file.path())) _sourceIdentities.insert(*identity);
     const uint64_t size = sizesAreMeasured ? filesizeCFI(file).value_or(0) : _sourceFileSize;
     if (sizesAreMeasured) _totalBytesExpectedToCopy += size;
     _expectedFileSizes.push_back(size);
@@ -196,20 +201,32 @@ bool KDXSequenceCopy::moveFilesInPlace(ErrorPlace error) {
   return true;
 }
 
-// One sync of each file system instead of one of each file.
+// One sync of each file system instead of one of each file, where the file system can do that.
 void KDXSequenceCopy::makeTemporaryFilesPermanent() {
   std::set<uint64_t> synced;
   for (const std::vector<FileURL>& files : _destinationSequencePaths) {
     if (files.empty()) continue;
-    const std::optional<platform::FileIdentity> first = platform::identityOfFile(files.front().path());
-    if (!first || !synced.insert(first->device).second) continue;
-    const int result = platform::makeFileSystemPermanent(files.front().path());
-    if (result != 0) endForFailedSync(files.front().path(), result);
+    const std::string& first = files.front().path();
+    if (!platform::canMakeFileSystemPermanent(first)) {
+      makeEachPermanent(files);
+      continue;
+    }
+    const std::optional<platform::FileIdentity> identity = platform::identityOfFile(first);
+    if (!identity || !synced.insert(identity->device).second) continue;
+    const int result = platform::makeFileSystemPermanent(first);
+    if (result != 0) endForFailedSync(first, result);
+  }
+}
+
+void KDXSequenceCopy::makeEachPermanent(const std::vector<FileURL>& files) const {
+  for (const FileURL& temporaryURL : files) {
+    const int result = platform::makeDataPermanent(temporaryURL.path());
+    if (result != 0) endForFailedSync(temporaryURL.path(), result);
   }
 }
 
 void KDXSequenceCopy::collectNeededFiles(std::set<platform::FileIdentity>& files) const {
-  addIdentities(_sourcePaths, files);
+  files.insert(_sourceIdentities.begin(), _sourceIdentities.end());
   for (const std::vector<FileURL>& destination : _destinationSequencePaths) addIdentities(destination, files);
 }
 

@@ -64,6 +64,7 @@ class KDXSequenceCopy final : public KDXDispatchCopy {
   class ListVerification;
 
   explicit KDXSequenceCopy(std::shared_ptr<const KDXFileSequence> sequence);
+  void makeEachPermanent(const std::vector<FileURL>& files) const;
   bool listSourceFiles();
   bool destinationHasSizes(const std::vector<FileURL>& files, ErrorPlace error) const;
   [[nodiscard]] bool flushNothing() const;
@@ -74,7 +75,8 @@ class KDXSequenceCopy final : public KDXDispatchCopy {
   uint64_t _totalBytesExpectedToCopy = 0;
   std::shared_ptr<const KDXFileSequence> _sourceSequence;
   std::vector<std::shared_ptr<KDXDigestContext>> _sourceDigests;  // one per file; none without digests during the copy
-  std::vector<FileURL> _sourcePaths;                              // in frame order
+  std::set<platform::FileIdentity> _sourceIdentities;  // the files behind _sourcePaths, as far as they are there
+  std::vector<FileURL> _sourcePaths;                   // in frame order
   std::vector<std::vector<FileURL>> _destinationSequencePaths;    // per destination, temporary names in frame order
   std::vector<std::vector<platform::FileStamp>> _temporaryFiles;  // of those, what the copy created
   std::vector<uint64_t> _expectedFileSizes;                       // bytes, in frame order

@@ -65,8 +65,8 @@ bool KDXSequenceCopy::startVerification(ErrorPlace error) {
   const auto self = std::static_pointer_cast<KDXSequenceCopy>(shared_from_this());
   const auto destinationsPassed = std::make_shared<std::atomic<bool>>(true);
   const auto sourceIndex = ~static_cast<int64_t>(_destinationSequencePaths.size());
-  queueReadBack(_sourcePaths.front(),
-                [self, sourceIndex, error] { self->verifyFiles(self->_sourcePaths, sourceIndex, error); });
+  std::ignore = queueReadBack(
+      _sourcePaths.front(), [self, sourceIndex, error] { self->verifyFiles(self->_sourcePaths, sourceIndex, error); });
   for (std::size_t index = 0; index < _destinationSequencePaths.size(); ++index) {
     std::ignore = queueReadBack(_destinationSequencePaths[index].front(), [self, index, error, destinationsPassed] {
       const auto number = static_cast<int64_t>(index) + 1;
@@ -92,7 +92,8 @@ class KDXSequenceCopy::ListVerification {
   }
 
   void takeData(bool isLast, const std::byte* bytes, int64_t length) {
-    // The bytes of a failed read are none: the digest then differs.
+    // A frame that can't be read to its end differs, whatever was read of it.
+    if (length < 0) _digest = nullptr;
     const uint64_t count = length < 0 ? 0 : static_cast<uint64_t>(length);
     if (_digest) _digest->update(bytes, count);
     _bytesVerified += count;

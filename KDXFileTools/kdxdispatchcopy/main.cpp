@@ -5,6 +5,7 @@ int main(int argc, char* argv[]) {
   platform::keepOutputOutOfFiles();
   platform::makeStandardOutputUnbuffered();
   platform::letWritesFailInsteadOfSignals();
+  platform::endProcessWhenMemoryRunsOut();
   platform::raiseDiskPriority();
   runFrontEnd(argc, argv);
 }
