@@ -62,15 +62,13 @@ InputFile::~InputFile() {
 void InputFile::startCachedRoad() {
   _direct = false;
   std::ignore = setDirect(_file.get(), false);
-  // Dirty pages can't be dropped. Where this fails the device does not hold the file, and the pages, still there, are
-  // all that can be read.
-  std::ignore = ::fdatasync(_file.get());
+  // Dirty pages can't be dropped.
+  keepDeviceError(::fdatasync(_file.get()) == 0);
   dropPages(_file.get(), 0, 0);
   _dropped = _position;
 }
 
 ReadResult InputFile::read(std::byte* buffer, std::size_t size) {
-  if (_deviceError != 0) return ReadResult{.length = -1, .error = _deviceError};
   std::size_t filled = 0;
   while (filled < size) {
     const int64_t length = readSome(buffer + filled, std::min({size - filled, largestTransfer, untilExpectedEnd()}));
@@ -115,6 +113,10 @@ int64_t InputFile::readToAlignment(std::byte* buffer, std::size_t size) {
 }
 
 int64_t InputFile::readAtPosition(std::byte* buffer, std::size_t size) {
+  if (_deviceError != 0) {
+    errno = _deviceError;
+    return -1;
+  }
   int64_t length = 0;
   do {
     length = ::read(_file.get(), buffer, size);
