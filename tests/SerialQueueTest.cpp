@@ -2,10 +2,11 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
+#include <fstream>
 #include <future>
-#include <iterator>
 #include <memory>
 #include <numeric>
 #include <string>
@@ -25,16 +26,21 @@ std::string nameOfThisThread() {
   return name.data();
 }
 
-std::ptrdiff_t threadsOfThisProcess() {
-  const std::filesystem::directory_iterator threads("/proc/self/task");
-  return std::distance(begin(threads), end(threads));
+// By name, since a sanitizer may start threads of its own.
+std::ptrdiff_t threadsNamed(const std::string& name) {
+  return std::ranges::count_if(std::filesystem::directory_iterator("/proc/self/task"), [&](const auto& thread) {
+    std::string found;
+    std::getline(std::ifstream(thread.path() / "comm"), found);
+    return found == name;
+  });
 }
 
-// Tells when the thread that touched it is over.
+// Tells when the thread that touched it is over. It shares the promise: one on the stack of the waiting thread could be
+// gone while this thread is still inside set_value.
 struct EndOfThread {
-  std::promise<void>* over = nullptr;
+  std::shared_ptr<std::promise<void>> over;
   ~EndOfThread() {
-    if (over != nullptr) over->set_value();
+    if (over) over->set_value();
   }
 };
 thread_local EndOfThread endOfThisThread;
@@ -144,21 +150,19 @@ TEST(SerialQueue, ALongLabelNamesTheThreadWithItsFirstFifteenBytes) {
 }
 
 TEST(SerialQueue, StartsNoThreadBeforeItsFirstTask) {
-  const std::ptrdiff_t before = threadsOfThisProcess();
   SerialQueue queue("idle");
-  EXPECT_EQ(before, threadsOfThisProcess());
+  EXPECT_EQ(0, threadsNamed("idle"));
   EXPECT_FALSE(queue.hasStarted());
 
-  queue.sync([] {});
+  queue.sync([] { EXPECT_EQ(1, threadsNamed("idle")); });
 
-  EXPECT_EQ(before + 1, threadsOfThisProcess());
   EXPECT_TRUE(queue.hasStarted());
 }
 
 TEST(SerialQueue, AQueueWithoutTasksCanBeDestroyed) {
-  const std::ptrdiff_t before = threadsOfThisProcess();
-  { const SerialQueue queue("unused"); }
-  EXPECT_EQ(before, threadsOfThisProcess());
+  auto queue = std::make_unique<SerialQueue>("unused");
+  queue.reset();
+  EXPECT_EQ(0, threadsNamed("unused"));
 }
 
 TEST(SerialQueue, DestroyingItRunsEverythingThatIsQueued) {
@@ -173,16 +177,17 @@ TEST(SerialQueue, DestroyingItRunsEverythingThatIsQueued) {
 }
 
 TEST(SerialQueue, ItsLastTaskMayDropTheLastReferenceAndTheThreadEndsBehindIt) {
-  std::promise<void> threadIsOver;
+  auto over = std::make_shared<std::promise<void>>();
+  std::future<void> threadIsOver = over->get_future();
   bool wentOn = false;
   auto queue = std::make_shared<SerialQueue>("selfdestroyed");
   SerialQueue& tasks = *queue;
-  tasks.async([queue = std::move(queue), &threadIsOver, &wentOn]() mutable {
-    endOfThisThread.over = &threadIsOver;
+  tasks.async([queue = std::move(queue), over = std::move(over), &wentOn]() mutable {
+    endOfThisThread.over = std::move(over);
     queue.reset();
     wentOn = true;
   });
-  threadIsOver.get_future().wait();
+  threadIsOver.wait();
   EXPECT_TRUE(wentOn);
 }
 

@@ -195,6 +195,14 @@ TEST_F(ToolOnFaultyFileSystem, AReadErrorWhenTheSourceIsReadBackCountsAsAWrongHa
   expectNothingInPlace();
 }
 
+TEST_F(ToolOnFaultyFileSystem, WithoutDirectTransfersASourceThatTheDeviceDidNotTakeIsNotReadFromMemory) {
+  server->whenReading("*").refuseDirect();
+  server->whenSyncing("card/clip.mov").fail(EIO);
+
+  EXPECT_EQ(111, offload().exitStatus);
+  expectNothingInPlace();
+}
+
 TEST_F(ToolOnFaultyFileSystem, ShortReadsCutNothingOff) {
   server->whenOpening("*").bypassCache();
   server->whenReading("*").limitTo(100'000);
