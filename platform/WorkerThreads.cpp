@@ -60,7 +60,9 @@ void WorkerThreads::addThread() {
 }
 
 void WorkerThreads::post(Task task) {
-  asio::post(_state->context, std::move(task));
+  // The task may run, and drop the last reference to the queue, before this call is through with the context.
+  const std::shared_ptr<State> state = _state;
+  asio::post(state->context, std::move(task));
 }
 
 bool WorkerThreads::isCurrentThread() const {
