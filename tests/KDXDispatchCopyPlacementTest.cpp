@@ -1,15 +1,12 @@
 // How a copy job gives its destinations their final names and makes them permanent.
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -19,8 +16,8 @@
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
 #include "platform/Log.h"
-#include "platform/Process.h"
 #include "tests/support/MountedFileSystem.h"
+#include "tests/support/PhaseRun.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -37,41 +34,6 @@ using Names = std::vector<std::string>;
 constexpr const char* movingLine = "INFO: moving files in place..\n";
 constexpr const char* flushingLine = "INFO: flushing files\n";
 constexpr const char* closingLines = "INFO: done.\n\n";
-
-// Standard output of the phases, whole. Expectations stand outside: a failure report goes to standard output too.
-std::string outputOf(const std::function<void()>& phases) {
-  testing::internal::CaptureStdout();
-  phases();
-  platform::logQueue().sync([] {});
-  return testing::internal::GetCapturedStdout();
-}
-
-constexpr int cameBack = 77;
-
-// How phases that end the process ended it; the status is `cameBack` when they returned instead.
-struct Ending {
-  int status = -1;
-  std::string output;
-};
-
-// Runs the phases in a child process whose standard input is the file. To be called before this process has started a
-// thread: jobs are made inside.
-Ending endingOf(const std::function<void()>& phases, const std::string& standardInput = "/dev/null") {
-  const ScratchDirectory scratch;
-  const std::string output = scratch.file("output");
-  std::fflush(nullptr);
-  const pid_t child = ::fork();
-  if (child == 0) {
-    ::dup2(::open(standardInput.c_str(), O_RDONLY | O_CLOEXEC), STDIN_FILENO);
-    ::dup2(::open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600), STDOUT_FILENO);
-    platform::makeStandardOutputUnbuffered();
-    phases();
-    platform::endProcess(cameBack);
-  }
-  int status = 0;
-  EXPECT_EQ(child, ::waitpid(child, &status, 0));
-  return {.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), .output = readFile(output)};
-}
 
 std::string temporary(const std::string& destination) {
   return destination + ".kdxcopy";
@@ -539,7 +501,7 @@ INSTANTIATE_TEST_SUITE_P(ForceOverwrite, KDXDispatchCopyNamesThatMeet, testing::
 class KDXDispatchCopyPermanence : public PlacementTest {};
 
 TEST_F(KDXDispatchCopyPermanence, OfDataThatFailsEndsTheProcessBeforeAnythingIsMoved) {
-  const Ending ending = endingOf([&] {
+  const ChildRun ending = endingOf([&] {
     const auto job = copiedTo({first, second});
     // A pipe can't be synced.
     fs::remove(temporary(second));
@@ -547,7 +509,7 @@ TEST_F(KDXDispatchCopyPermanence, OfDataThatFailsEndsTheProcessBeforeAnythingIsM
     job->moveFilesInPlace(nullptr);
   });
 
-  EXPECT_EQ(106, ending.status);
+  EXPECT_EQ(106, ending.exitStatus);
   EXPECT_EQ(movingLine + ("Error: couldn't sync the file system of file " + temporary(second) + " (error code -1)\n"),
             ending.output);
   EXPECT_EQ((Names{"a/clip.mov.kdxcopy", "b/clip.mov.kdxcopy", "card/clip.mov"}), namesBelow(scratch.path()));
@@ -567,13 +529,13 @@ TEST_F(KDXDispatchCopyPermanence, IsNotSoughtWithSkipFlush) {
 }
 
 TEST_F(KDXDispatchCopyPermanence, LeavesAMissingTemporaryFileToTheMove) {
-  const Ending ending = endingOf([&] {
+  const ChildRun ending = endingOf([&] {
     const auto job = copiedTo({first, second});
     fs::remove(temporary(first));
     if (job->moveFilesInPlace(nullptr)) ::_exit(1);
   });
 
-  EXPECT_EQ(cameBack, ending.status);
+  EXPECT_EQ(cameBack, ending.exitStatus);
   EXPECT_EQ(movingLine + failedToMove(first), ending.output);
 }
 
@@ -612,13 +574,13 @@ TEST_F(KDXDispatchCopyFlush, WithoutDestinationsPrintsItsLines) {
 }
 
 TEST_F(KDXDispatchCopyFlush, WithSkipFlushPrintsTheClosingLinesAndLooksAtNoFile) {
-  const Ending ending = endingOf([&] {
+  const ChildRun ending = endingOf([&] {
     const auto job = jobTo({first});
     job->setSkipFlush(true);
     if (!job->flushFilesystem(nullptr)) ::_exit(1);
   });
 
-  EXPECT_EQ(cameBack, ending.status);
+  EXPECT_EQ(cameBack, ending.exitStatus);
   EXPECT_EQ(closingLines, ending.output);
 }
 
@@ -640,25 +602,25 @@ TEST_F(KDXDispatchCopyFlush, ReturnsWhenEverythingQueuedBeforeIsOut) {
 }
 
 TEST_F(KDXDispatchCopyFlush, OfAMissingFileEndsTheProcess) {
-  const Ending ending = endingOf([&] { jobTo({first})->flushFilesystem(nullptr); });
+  const ChildRun ending = endingOf([&] { jobTo({first})->flushFilesystem(nullptr); });
 
-  EXPECT_EQ(106, ending.status);
+  EXPECT_EQ(106, ending.exitStatus);
   EXPECT_EQ(flushingLine + couldNotSync(first), ending.output);
 }
 
 TEST_F(KDXDispatchCopyFlush, OfAMissingFileEndsTheProcessEvenWhenStandardInputCanBeSynced) {
-  const Ending ending = endingOf([&] { jobTo({first})->flushFilesystem(nullptr); }, source);
+  const ChildRun ending = endingOf([&] { jobTo({first})->flushFilesystem(nullptr); }, source);
 
-  EXPECT_EQ(106, ending.status);
+  EXPECT_EQ(106, ending.exitStatus);
   EXPECT_EQ(flushingLine + couldNotSync(first), ending.output);
 }
 
 TEST_F(KDXDispatchCopyFlush, EndsAtTheFirstMissingFileInOrder) {
   writeFile(second, "second");
 
-  const Ending ending = endingOf([&] { jobTo({second, third, first})->flushFilesystem(nullptr); });
+  const ChildRun ending = endingOf([&] { jobTo({second, third, first})->flushFilesystem(nullptr); });
 
-  EXPECT_EQ(106, ending.status);
+  EXPECT_EQ(106, ending.exitStatus);
   EXPECT_EQ(flushingLine + couldNotSync(third), ending.output);
 }
 

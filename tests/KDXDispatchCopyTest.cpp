@@ -1,15 +1,12 @@
 // The copy job itself: how it is configured, and its first phase, the copy.
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <future>
@@ -22,8 +19,8 @@
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
 #include "platform/Log.h"
-#include "platform/Process.h"
 #include "tests/support/MountedFileSystem.h"
+#include "tests/support/PhaseRun.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -41,39 +38,6 @@ using Names = std::vector<std::string>;
 
 constexpr int32_t hashOnly = KDXVerificationOptionHashDuringCopy;
 constexpr int32_t allReadBacks = 14;
-
-// Standard output of the phases, whole. Expectations stand outside: a failure report goes to standard output too.
-std::string outputOf(const std::function<void()>& phases) {
-  testing::internal::CaptureStdout();
-  phases();
-  platform::logQueue().sync([] {});
-  return testing::internal::GetCapturedStdout();
-}
-
-constexpr int cameBack = 77;
-
-// How phases that end the process ended it; the status is `cameBack` when they returned instead.
-struct Ending {
-  int status = -1;
-  std::string output;
-};
-
-// Runs the phases in a child process. To be called before this process has started a thread: jobs are made inside.
-Ending endingOf(const std::function<void()>& phases) {
-  const ScratchDirectory scratch;
-  const std::string output = scratch.file("output");
-  std::fflush(nullptr);
-  const pid_t child = ::fork();
-  if (child == 0) {
-    ::dup2(::open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600), STDOUT_FILENO);
-    platform::makeStandardOutputUnbuffered();
-    phases();
-    platform::endProcess(cameBack);
-  }
-  int status = 0;
-  EXPECT_EQ(child, ::waitpid(child, &status, 0));
-  return {.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), .output = readFile(output)};
-}
 
 std::vector<std::string> linesOf(std::string text) {
   ToolRun run;
@@ -458,13 +422,13 @@ TEST_F(KDXDispatchCopyOverwriteCheck, RefusesALinkToNowhereAtTheFinalName) {
 TEST_F(KDXDispatchCopyOverwriteCheck, ComesBeforeTheExternalHashAndTheSourceAreLookedAt) {
   writeFile(first, "old");
   fs::remove(source);
-  const Ending ending = endingOf([&] {
+  const ChildRun ending = endingOf([&] {
     const auto job = jobTo({first});
     job->setExternalHash("not understood");
     if (job->performCopy(nullptr)) ::_exit(1);
   });
 
-  EXPECT_EQ(cameBack, ending.status);
+  EXPECT_EQ(cameBack, ending.exitStatus);
   EXPECT_EQ(startLine(), ending.output);
 }
 
@@ -511,13 +475,13 @@ class KDXDispatchCopyMalformedExternalHash : public CopyJobTest, public testing:
 
 TEST_P(KDXDispatchCopyMalformedExternalHash, EndsTheProcessBeforeAnythingIsCreated) {
   writeFile(source, bytes);
-  const Ending ending = endingOf([&] {
+  const ChildRun ending = endingOf([&] {
     const auto job = jobTo({scratch.file("a/clip.mov")});
     job->setExternalHash(GetParam().text);
     job->performCopy(nullptr);
   });
 
-  EXPECT_EQ(1, ending.status);
+  EXPECT_EQ(1, ending.exitStatus);
   EXPECT_EQ(startLine() + GetParam().message + GetParam().text + "\n", ending.output);
   EXPECT_EQ((Names{"card/clip.mov"}), namesBelow(scratch.path()));
 }
@@ -838,7 +802,7 @@ TEST_F(KDXDispatchCopyPhase, LeavesNothingOfTheDestinationsInTheCache) {
 
 class KDXDispatchCopyFailure : public CopyJobTest {
  protected:
-  [[nodiscard]] Ending endingOfCopyTo(const Names& destinations) const {
+  [[nodiscard]] ChildRun endingOfCopyTo(const Names& destinations) const {
     return endingOf([&] { jobTo(destinations)->performCopy(nullptr); });
   }
 
@@ -849,9 +813,9 @@ class KDXDispatchCopyFailure : public CopyJobTest {
 TEST_F(KDXDispatchCopyFailure, ADestinationThatCanNotBeCreatedEndsTheProcessWithoutAMessage) {
   writeFile(source, bytes);
 
-  const Ending ending = endingOfCopyTo({first, (scratch.path() / "missing/clip.mov").string()});
+  const ChildRun ending = endingOfCopyTo({first, (scratch.path() / "missing/clip.mov").string()});
 
-  EXPECT_EQ(107, ending.status);
+  EXPECT_EQ(107, ending.exitStatus);
   EXPECT_EQ(startLine(), ending.output);
   EXPECT_EQ((Names{"a/clip.mov.kdxcopy", "card/clip.mov"}), namesBelow(scratch.path()));
   EXPECT_EQ("", readFile(first + ".kdxcopy"));
@@ -861,7 +825,7 @@ TEST_F(KDXDispatchCopyFailure, ADirectoryAtTheTemporaryNameEndsTheProcess) {
   writeFile(source, bytes);
   fs::create_directory(first + ".kdxcopy");
 
-  EXPECT_EQ(107, endingOfCopyTo({first}).status);
+  EXPECT_EQ(107, endingOfCopyTo({first}).exitStatus);
 }
 
 TEST_F(KDXDispatchCopyFailure, ALinkPlantedAtTheTemporaryNameEndsTheProcessAndIsNotWrittenThrough) {
@@ -870,7 +834,7 @@ TEST_F(KDXDispatchCopyFailure, ALinkPlantedAtTheTemporaryNameEndsTheProcessAndIs
   writeFile(elsewhere, "kept");
   fs::create_symlink(elsewhere, first + ".kdxcopy");
 
-  EXPECT_EQ(107, endingOfCopyTo({first}).status);
+  EXPECT_EQ(107, endingOfCopyTo({first}).exitStatus);
   EXPECT_EQ("kept", readFile(elsewhere));
 }
 
@@ -878,21 +842,21 @@ TEST_F(KDXDispatchCopyFailure, ASourceThatIsItsOwnTemporaryNameEndsTheProcessAnd
   const std::string temporary = scratch.file("card/take.mov.kdxcopy");
   writeFile(temporary, bytes);
 
-  const Ending ending = endingOf([&] {
+  const ChildRun ending = endingOf([&] {
     const auto job = KDXDispatchCopy::initWithSourceURL(FileURL(temporary));
     job->addDestinationURL(FileURL(scratch.file("card/take.mov")));
     job->performCopy(nullptr);
   });
 
-  EXPECT_EQ(107, ending.status);
+  EXPECT_EQ(107, ending.exitStatus);
   EXPECT_EQ(startLine(), ending.output);
   EXPECT_TRUE(bytes == readFile(temporary));
 }
 
 TEST_F(KDXDispatchCopyFailure, ASourceThatCanNotBeOpenedIsNamedAndTheTemporaryFilesStay) {
-  const Ending ending = endingOfCopyTo({first, second});
+  const ChildRun ending = endingOfCopyTo({first, second});
 
-  EXPECT_EQ(108, ending.status);
+  EXPECT_EQ(108, ending.exitStatus);
   EXPECT_EQ(startLine() + "ERROR: could not open file at path: " + source + "\n", ending.output);
   EXPECT_EQ((Names{"a/clip.mov.kdxcopy", "b/clip.mov.kdxcopy"}), namesBelow(scratch.path()));
 }
@@ -900,9 +864,9 @@ TEST_F(KDXDispatchCopyFailure, ASourceThatCanNotBeOpenedIsNamedAndTheTemporaryFi
 TEST_F(KDXDispatchCopyFailure, ASourceThatCanNotBeReadEndsTheProcessWithoutAMessageAndTheTemporaryFilesStay) {
   fs::create_directory(source);
 
-  const Ending ending = endingOfCopyTo({first});
+  const ChildRun ending = endingOfCopyTo({first});
 
-  EXPECT_EQ(111, ending.status);
+  EXPECT_EQ(111, ending.exitStatus);
   EXPECT_EQ(startLine(), ending.output);
   EXPECT_EQ((Names{"a/clip.mov.kdxcopy"}), namesBelow(scratch.path()));
 }
@@ -931,12 +895,12 @@ class FileSizeLimit {
 TEST_F(KDXDispatchCopyFailure, AFailedWriteEndsTheProcessWithALineThatIsNotEndedAndTheTemporaryFileStays) {
   writeFile(source, mediaBytes(MiB + 1));
 
-  const Ending ending = endingOf([&] {
+  const ChildRun ending = endingOf([&] {
     const FileSizeLimit limit(MiB);
     jobTo({first})->performCopy(nullptr);
   });
 
-  EXPECT_EQ(110, ending.status);
+  EXPECT_EQ(110, ending.exitStatus);
   EXPECT_EQ(startLine() + "write failed: -1", ending.output);
   EXPECT_EQ((Names{"a/clip.mov.kdxcopy", "card/clip.mov"}), namesBelow(scratch.path()));
 }
@@ -945,12 +909,12 @@ TEST_F(KDXDispatchCopyFailure, TheSameCopyWithRoomForEveryByteComesBack) {
   writeFile(source, mediaBytes(MiB + 1));
   const std::string md5 = md5Line();
 
-  const Ending ending = endingOf([&] {
+  const ChildRun ending = endingOf([&] {
     const FileSizeLimit limit(MiB + 1);
     jobTo({first})->performCopy(nullptr);
   });
 
-  EXPECT_EQ(cameBack, ending.status);
+  EXPECT_EQ(cameBack, ending.exitStatus);
   EXPECT_EQ(startLine() + md5, ending.output);
 }
 

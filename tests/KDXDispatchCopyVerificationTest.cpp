@@ -1,14 +1,10 @@
 // How a copy job proves its copy: sizes, the external hash, reading back.
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <future>
@@ -20,8 +16,7 @@
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXFileSystemOperationQueueManager.h"
-#include "platform/Log.h"
-#include "platform/Process.h"
+#include "tests/support/PhaseRun.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -46,43 +41,10 @@ constexpr int32_t destinationsOnly = hashOnly | KDXVerificationOptionVerifyDesti
 constexpr int32_t allReadBacks = sourceOnly | destinationsOnly;
 constexpr int32_t skipSize = KDXVerificationOptionSkipFileSizeCheck;
 
-// Standard output of the phases, whole. Expectations stand outside: a failure report goes to standard output too.
-std::string outputOf(const std::function<void()>& phases) {
-  testing::internal::CaptureStdout();
-  phases();
-  platform::logQueue().sync([] {});
-  return testing::internal::GetCapturedStdout();
-}
-
 Lines linesOf(std::string text) {
   ToolRun run;
   run.output = std::move(text);
   return run.lines();
-}
-
-constexpr int cameBack = 77;
-
-// How phases that end the process ended it; the status is `cameBack` when they returned instead.
-struct Ending {
-  int status = -1;
-  std::string output;
-};
-
-// Runs the phases in a child process. To be called before this process has started a thread: jobs are made inside.
-Ending endingOf(const std::function<void()>& phases) {
-  const ScratchDirectory scratch;
-  const std::string output = scratch.file("output");
-  std::fflush(nullptr);
-  const pid_t child = ::fork();
-  if (child == 0) {
-    ::dup2(::open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600), STDOUT_FILENO);
-    platform::makeStandardOutputUnbuffered();
-    phases();
-    platform::endProcess(cameBack);
-  }
-  int status = 0;
-  EXPECT_EQ(child, ::waitpid(child, &status, 0));
-  return {.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), .output = readFile(output)};
 }
 
 // Notes the files that have passed.
@@ -847,7 +809,7 @@ TEST_F(KDXDispatchCopyReadBack, WithoutADigestOfTheCopyProvesNothingAndFails) {
 }
 
 TEST_F(KDXDispatchCopyReadBack, OfAFileThatCanNotBeOpenedEndsTheProcess) {
-  const Ending ending = endingOf([&] {
+  const ChildRun ending = endingOf([&] {
     const auto job = std::make_shared<ObservedJob>(FileURL(source));
     job->addDestinationURL(FileURL(first));
     job->setDigestAlgorithm(KDXDigestAlgorithmMD5);
@@ -856,7 +818,7 @@ TEST_F(KDXDispatchCopyReadBack, OfAFileThatCanNotBeOpenedEndsTheProcess) {
     job->finishVerification(nullptr);
   });
 
-  EXPECT_EQ(108, ending.status);
+  EXPECT_EQ(108, ending.exitStatus);
   EXPECT_EQ("INFO: verifying " + directory("a") + "\nERROR: could not open file at path: " + temporary(first) + "\n",
             ending.output);
 }

@@ -1,27 +1,21 @@
 // How the copy job of a numbered sequence gives its files their final names and makes them permanent.
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <ostream>
 #include <tuple>
-#include <utility>
 
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
 #include "platform/FileManager.h"
-#include "platform/Log.h"
-#include "platform/Process.h"
 #include "tests/support/MountedFileSystem.h"
+#include "tests/support/PhaseRun.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -37,41 +31,6 @@ using Names = std::vector<std::string>;
 constexpr const char* movingLine = "INFO: moving files in place..\n";
 constexpr const char* flushingLine = "INFO: flushing files\n";
 constexpr const char* closingLines = "INFO: done.\n\n";
-
-// Standard output of the phases, whole. Expectations stand outside: a failure report goes to standard output too.
-std::string outputOf(const std::function<void()>& phases) {
-  testing::internal::CaptureStdout();
-  phases();
-  platform::logQueue().sync([] {});
-  return testing::internal::GetCapturedStdout();
-}
-
-constexpr int cameBack = 77;
-
-// How phases that end the process ended it; the status is `cameBack` when they returned instead.
-struct Ending {
-  int status = -1;
-  std::string output;
-};
-
-// Runs the phases in a child process whose standard input is the file. To be called before this process has started a
-// thread: jobs are made inside.
-Ending endingOf(const std::function<void()>& phases, const std::string& standardInput = "/dev/null") {
-  const ScratchDirectory scratch;
-  const std::string output = scratch.file("output");
-  std::fflush(nullptr);
-  const pid_t child = ::fork();
-  if (child == 0) {
-    ::dup2(::open(standardInput.c_str(), O_RDONLY | O_CLOEXEC), STDIN_FILENO);
-    ::dup2(::open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600), STDOUT_FILENO);
-    platform::makeStandardOutputUnbuffered();
-    phases();
-    platform::endProcess(cameBack);
-  }
-  int status = 0;
-  EXPECT_EQ(child, ::waitpid(child, &status, 0));
-  return {.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), .output = readFile(output)};
-}
 
 // A card with frames 9 to 11, each holding its own name.
 class SequencePlacementTest : public testing::Test {
@@ -434,7 +393,7 @@ TEST_F(KDXSequenceCopyFlush, WorksWithoutAPlaceForTheErrorAndLeavesAnEarlierOneA
 }
 
 TEST_F(KDXSequenceCopyFlush, OfAMissingLastFileEndsTheProcessWithItsFinalName) {
-  const Ending ending = endingOf([&] {
+  const ChildRun ending = endingOf([&] {
     const auto job = jobTo({"a", "b", "c"});
     job->performCopy(nullptr);
     job->moveFilesInPlace(nullptr);
@@ -443,7 +402,7 @@ TEST_F(KDXSequenceCopyFlush, OfAMissingLastFileEndsTheProcessWithItsFinalName) {
     job->flushFilesystem(nullptr);
   });
 
-  EXPECT_EQ(106, ending.status);
+  EXPECT_EQ(106, ending.exitStatus);
   EXPECT_TRUE(ending.output.ends_with(std::string(movingLine) + flushingLine + couldNotSync(file("b", 11))))
       << ending.output;
 }
@@ -478,20 +437,20 @@ TEST_F(KDXSequenceCopyFlush, WithoutDestinationsPrintsItsLines) {
 }
 
 TEST_F(KDXSequenceCopyFlush, OfNoFramesSyncsStandardInputWhichADeviceRefuses) {
-  const Ending ending = endingOf([&] { emptyJobTo("a")->flushFilesystem(nullptr); });
+  const ChildRun ending = endingOf([&] { emptyJobTo("a")->flushFilesystem(nullptr); });
 
-  EXPECT_EQ(106, ending.status);
+  EXPECT_EQ(106, ending.exitStatus);
   EXPECT_EQ(flushingLine + couldNotSync("(null)"), ending.output);
 }
 
 TEST_F(KDXSequenceCopyFlush, OfNoFramesComesBackWhenStandardInputIsAFile) {
-  const Ending ending = endingOf(
+  const ChildRun ending = endingOf(
       [&] {
         if (!emptyJobTo("a")->flushFilesystem(nullptr)) ::_exit(1);
       },
       file("card", 9));
 
-  EXPECT_EQ(cameBack, ending.status);
+  EXPECT_EQ(cameBack, ending.exitStatus);
   EXPECT_EQ(std::string(flushingLine) + closingLines, ending.output);
 }
 

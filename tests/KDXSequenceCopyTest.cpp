@@ -1,17 +1,12 @@
 // The copy job of a numbered sequence: how it is configured, its copy, and the check of sizes.
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <future>
 #include <ostream>
 #include <tuple>
@@ -20,8 +15,8 @@
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
 #include "platform/Log.h"
-#include "platform/Process.h"
 #include "tests/support/MountedFileSystem.h"
+#include "tests/support/PhaseRun.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -40,43 +35,10 @@ using Names = std::vector<std::string>;
 constexpr int32_t hashOnly = KDXVerificationOptionHashDuringCopy;
 constexpr int32_t skipSize = KDXVerificationOptionSkipFileSizeCheck;
 
-// Standard output of the phases, whole. Expectations stand outside: a failure report goes to standard output too.
-std::string outputOf(const std::function<void()>& phases) {
-  testing::internal::CaptureStdout();
-  phases();
-  platform::logQueue().sync([] {});
-  return testing::internal::GetCapturedStdout();
-}
-
 std::vector<std::string> linesOf(std::string text) {
   ToolRun run;
   run.output = std::move(text);
   return run.lines();
-}
-
-constexpr int cameBack = 77;
-
-// How phases that end the process ended it; the status is `cameBack` when they returned instead.
-struct Ending {
-  int status = -1;
-  std::string output;
-};
-
-// Runs the phases in a child process. To be called before this process has started a thread: jobs are made inside.
-Ending endingOf(const std::function<void()>& phases) {
-  const ScratchDirectory scratch;
-  const std::string output = scratch.file("output");
-  std::fflush(nullptr);
-  const pid_t child = ::fork();
-  if (child == 0) {
-    ::dup2(::open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600), STDOUT_FILENO);
-    platform::makeStandardOutputUnbuffered();
-    phases();
-    platform::endProcess(cameBack);
-  }
-  int status = 0;
-  EXPECT_EQ(child, ::waitpid(child, &status, 0));
-  return {.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), .output = readFile(output)};
 }
 
 // A card with frames 9 to 11, whose order by number is not that by name. Frame 11 does not fit the reader's buffer.
@@ -502,7 +464,7 @@ INSTANTIATE_TEST_SUITE_P(Identifiers, KDXSequenceCopyFrameWithoutPath,
 
 class KDXSequenceCopyFailure : public SequenceCopyTest {
  protected:
-  [[nodiscard]] Ending endingOfCopyTo(const Names& destinations) const {
+  [[nodiscard]] ChildRun endingOfCopyTo(const Names& destinations) const {
     return endingOf([&] { jobTo(destinations)->performCopy(nullptr); });
   }
   [[nodiscard]] std::string hashLine(std::size_t index) const {
@@ -517,9 +479,9 @@ TEST_F(KDXSequenceCopyFailure, AMissingFrameInTheMiddleIsNamedAndNoLaterFrameIsC
   writeFrames();
   fs::remove(frame(1));
 
-  const Ending ending = endingOfCopyTo({first});
+  const ChildRun ending = endingOfCopyTo({first});
 
-  EXPECT_EQ(108, ending.status);
+  EXPECT_EQ(108, ending.exitStatus);
   EXPECT_TRUE(ending.output.starts_with(startLine())) << ending.output;
   EXPECT_TRUE(ending.output.ends_with("ERROR: could not open file at path: " + frame(1) + "\n")) << ending.output;
   EXPECT_FALSE(fs::exists(copyOf(2, "a")));
@@ -531,9 +493,9 @@ TEST_F(KDXSequenceCopyFailure, AFrameThatCanNotBeReadIsAFailedWriteToTheFirstDes
   fs::remove(frame(1));
   fs::create_directory(frame(1));
 
-  const Ending ending = endingOfCopyTo({second, first});
+  const ChildRun ending = endingOfCopyTo({second, first});
 
-  EXPECT_EQ(110, ending.status);
+  EXPECT_EQ(110, ending.exitStatus);
   EXPECT_EQ(startLine() + hashLine(0) + failedWritingTo("b"), ending.output);
   EXPECT_EQ("", readFile(copyOf(1, "a")));
   EXPECT_EQ("", readFile(copyOf(1, "b")));
@@ -545,18 +507,18 @@ TEST_F(KDXSequenceCopyFailure, AFrameThatCanNotBeReadEndsARunWithoutDestinations
   fs::remove(frame(1));
   fs::create_directory(frame(1));
 
-  const Ending ending = endingOfCopyTo({});
+  const ChildRun ending = endingOfCopyTo({});
 
-  EXPECT_EQ(111, ending.status);
+  EXPECT_EQ(111, ending.exitStatus);
   EXPECT_EQ(startLine() + hashLine(0), ending.output);
 }
 
 TEST_F(KDXSequenceCopyFailure, ADestinationFolderThatIsMissingEndsTheProcessWithoutAMessage) {
   writeFrames();
 
-  const Ending ending = endingOfCopyTo({first, folder("missing/plate.dpx")});
+  const ChildRun ending = endingOfCopyTo({first, folder("missing/plate.dpx")});
 
-  EXPECT_EQ(107, ending.status);
+  EXPECT_EQ(107, ending.exitStatus);
   EXPECT_EQ(startLine(), ending.output);
   EXPECT_EQ("", readFile(copyOf(0, "a")));
 }
@@ -565,9 +527,9 @@ TEST_F(KDXSequenceCopyFailure, ADirectoryAtTheTemporaryNameOfALaterFrameEndsTheP
   writeFrames();
   fs::create_directory(copyOf(1, "a"));
 
-  const Ending ending = endingOfCopyTo({first});
+  const ChildRun ending = endingOfCopyTo({first});
 
-  EXPECT_EQ(107, ending.status);
+  EXPECT_EQ(107, ending.exitStatus);
   EXPECT_EQ(startLine() + hashLine(0), ending.output);
   EXPECT_FALSE(fs::exists(copyOf(2, "a")));
 }
@@ -578,7 +540,7 @@ TEST_F(KDXSequenceCopyFailure, ALinkPlantedAtATemporaryNameEndsTheProcessAndIsNo
   writeFile(elsewhere, "kept");
   fs::create_symlink(elsewhere, copyOf(1, "a"));
 
-  EXPECT_EQ(107, endingOfCopyTo({first}).status);
+  EXPECT_EQ(107, endingOfCopyTo({first}).exitStatus);
   EXPECT_EQ("kept", readFile(elsewhere));
 }
 
@@ -586,7 +548,7 @@ TEST_F(KDXSequenceCopyFailure, ATemporaryNameThatIsTheFrameItselfEndsTheProcessA
   writeFrames();
   fs::create_hard_link(frame(1), copyOf(1, "a"));
 
-  EXPECT_EQ(107, endingOfCopyTo({first}).status);
+  EXPECT_EQ(107, endingOfCopyTo({first}).exitStatus);
   EXPECT_TRUE(contents[1] == readFile(frame(1)));
 }
 
@@ -594,9 +556,9 @@ TEST_F(KDXSequenceCopyFailure, ATemporaryNameThatIsALaterFrameEndsTheProcessAndT
   writeFrames();
   fs::create_hard_link(frame(2), copyOf(0, "a"));
 
-  const Ending ending = endingOfCopyTo({first});
+  const ChildRun ending = endingOfCopyTo({first});
 
-  EXPECT_EQ(107, ending.status);
+  EXPECT_EQ(107, ending.exitStatus);
   EXPECT_EQ(startLine(), ending.output);
   EXPECT_TRUE(contents[2] == readFile(frame(2)));
   EXPECT_TRUE(contents[2] == readFile(copyOf(0, "a")));
@@ -605,10 +567,10 @@ TEST_F(KDXSequenceCopyFailure, ATemporaryNameThatIsALaterFrameEndsTheProcessAndT
 TEST_F(KDXSequenceCopyFailure, FramesOfOneNameInNumberedFoldersEndTheProcessBeforeOneIsWrittenOverAnother) {
   for (const char* name : {"card/take.1/plate.dpx", "card/take.2/plate.dpx"}) writeFile(scratch.file(name), name);
 
-  const Ending ending =
+  const ChildRun ending =
       endingOf([&] { jobOf(scratch.file("card/take.1-2.#") + "/plate.dpx", {first})->performCopy(nullptr); });
 
-  EXPECT_EQ(107, ending.status);
+  EXPECT_EQ(107, ending.exitStatus);
   EXPECT_EQ("card/take.1/plate.dpx", readFile(folder("a/plate.dpx.kdxcopy")));
 }
 
@@ -636,12 +598,12 @@ class FileSizeLimit {
 TEST_F(KDXSequenceCopyFailure, AFailedWriteEndsTheProcessAndNamesTheFolderOfItsDestination) {
   writeFrames();
 
-  const Ending ending = endingOf([&] {
+  const ChildRun ending = endingOf([&] {
     const FileSizeLimit limit(MiB);
     jobTo({first})->performCopy(nullptr);
   });
 
-  EXPECT_EQ(110, ending.status);
+  EXPECT_EQ(110, ending.exitStatus);
   EXPECT_EQ(startLine() + hashLine(0) + hashLine(1) + failedWritingTo("a"), ending.output);
   EXPECT_EQ((Names{"a/plate.10.dpx.kdxcopy", "a/plate.11.dpx.kdxcopy", "a/plate.9.dpx.kdxcopy", "card/plate.10.dpx",
                    "card/plate.11.dpx", "card/plate.9.dpx"}),
@@ -652,12 +614,12 @@ TEST_F(KDXSequenceCopyFailure, TheSameCopyWithRoomForEveryByteComesBack) {
   writeFrames();
   const std::string digests = md5Lines();
 
-  const Ending ending = endingOf([&] {
+  const ChildRun ending = endingOf([&] {
     const FileSizeLimit limit(MiB + 5);
     jobTo({first})->performCopy(nullptr);
   });
 
-  EXPECT_EQ(cameBack, ending.status);
+  EXPECT_EQ(cameBack, ending.exitStatus);
   EXPECT_EQ(startLine() + digests, ending.output);
 }
 
@@ -668,9 +630,9 @@ TEST_F(KDXSequenceCopyFailure, AWriteThatFailsForOneOfSeveralDestinationsNamesTh
   writeFrames();
   writeFile(full->file("filler"), mediaBytes(64 * KiB));
 
-  const Ending ending = endingOfCopyTo({first, full->file("plate.dpx"), second});
+  const ChildRun ending = endingOfCopyTo({first, full->file("plate.dpx"), second});
 
-  EXPECT_EQ(110, ending.status);
+  EXPECT_EQ(110, ending.exitStatus);
   EXPECT_EQ(startLine() + "ERROR: failed writing to " + full->path().string() + "\n", ending.output);
 }
 
@@ -851,7 +813,7 @@ TEST_F(KDXSequenceCopySizeCheck, FailsWithoutAPlaceForTheErrorTooAndPrintsNoDesc
 TEST_F(KDXSequenceCopySizeCheck, OfADestinationWithAnotherNumberOfFilesEndsTheProcess) {
   writeFrames();
 
-  const Ending ending = endingOf([&] {
+  const ChildRun ending = endingOf([&] {
     const auto job = jobTo({});
     job->performCopy(nullptr);
     // Too late for the copy: it has none of the files.
@@ -859,7 +821,7 @@ TEST_F(KDXSequenceCopySizeCheck, OfADestinationWithAnotherNumberOfFilesEndsThePr
     job->performFileSizeCheck(nullptr);
   });
 
-  EXPECT_EQ(1, ending.status);
+  EXPECT_EQ(1, ending.exitStatus);
   EXPECT_EQ(startLine() + md5Lines() + "unequal number of files 0 3 (null)\n", ending.output);
 }
 

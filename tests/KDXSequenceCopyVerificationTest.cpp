@@ -1,16 +1,11 @@
 // How the copy job of a numbered sequence proves its copy: the external hash and reading back.
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <iterator>
 #include <memory>
 #include <ostream>
@@ -19,8 +14,7 @@
 
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
-#include "platform/Log.h"
-#include "platform/Process.h"
+#include "tests/support/PhaseRun.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -42,42 +36,10 @@ constexpr int32_t sourceBit = hashOnly | KDXVerificationOptionVerifySource;
 constexpr int32_t destinationsBit = hashOnly | KDXVerificationOptionVerifyDestinations;
 constexpr int32_t allReadBacks = sourceBit | destinationsBit;
 
-// Standard output of the phases, whole. Expectations stand outside: a failure report goes to standard output too.
-std::string outputOf(const std::function<void()>& phases) {
-  testing::internal::CaptureStdout();
-  phases();
-  platform::logQueue().sync([] {});
-  return testing::internal::GetCapturedStdout();
-}
-
 Lines linesOf(std::string text) {
   ToolRun run;
   run.output = std::move(text);
   return run.lines();
-}
-
-// How phases that end the process ended it.
-struct Ending {
-  int status = -1;
-  std::string output;
-};
-
-// Runs the phases in a child process. To be called before this process has started a thread: jobs are made inside.
-Ending endingOf(const std::function<void()>& phases) {
-  constexpr int cameBack = 77;
-  const ScratchDirectory scratch;
-  const std::string output = scratch.file("output");
-  std::fflush(nullptr);
-  const pid_t child = ::fork();
-  if (child == 0) {
-    ::dup2(::open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600), STDOUT_FILENO);
-    platform::makeStandardOutputUnbuffered();
-    phases();
-    platform::endProcess(cameBack);
-  }
-  int status = 0;
-  EXPECT_EQ(child, ::waitpid(child, &status, 0));
-  return {.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), .output = readFile(output)};
 }
 
 std::string upperCased(std::string text) {
@@ -334,13 +296,13 @@ TEST_F(KDXSequenceCopyExternalHashPhase, WithoutDigestsDuringTheCopyComparesWith
 }
 
 TEST_F(KDXSequenceCopyExternalHashPhase, OfATextThatIsNoHashEndsTheProcessBeforeAnyFileIsRead) {
-  const Ending ending = endingOf([&] {
+  const ChildRun ending = endingOf([&] {
     const auto job = jobTo({first}, hashOnly);
     job->setExternalHash("0123456789abcdef");
     job->performCopy(nullptr);
   });
 
-  EXPECT_EQ(1, ending.status);
+  EXPECT_EQ(1, ending.exitStatus);
   EXPECT_EQ("INFO: copying " + folder("card") + "...\ninvalid external hash string: 0123456789abcdef\n", ending.output);
   EXPECT_EQ((Names{"card/plate.10.dpx", "card/plate.11.dpx", "card/plate.9.dpx"}), namesBelow(scratch.path()));
 }
@@ -507,7 +469,7 @@ TEST_F(KDXSequenceCopyReadBack, TakesAFailedReadForADifference) {
 }
 
 TEST_F(KDXSequenceCopyReadBack, OfAFileThatIsGoneEndsTheProcess) {
-  const Ending ending = endingOf([&] {
+  const ChildRun ending = endingOf([&] {
     const auto job = jobTo({first}, allReadBacks);
     job->performCopy(nullptr);
     fs::remove(copyOf(2, "a"));
@@ -515,7 +477,7 @@ TEST_F(KDXSequenceCopyReadBack, OfAFileThatIsGoneEndsTheProcess) {
     job->finishVerification(nullptr);
   });
 
-  EXPECT_EQ(108, ending.status);
+  EXPECT_EQ(108, ending.exitStatus);
   EXPECT_THAT(linesOf(ending.output), Contains("ERROR: could not open file at path: " + copyOf(2, "a")));
 }
 

@@ -1,45 +1,17 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <functional>
 #include <optional>
 #include <string>
 
 #include "platform/Log.h"
 #include "platform/Process.h"
-#include "tests/support/ScratchDirectory.h"
+#include "tests/support/ChildProcess.h"
 
 using platform::Error;
 
 namespace {
-
-// What a process left that ran the task alone and then ended.
-struct ChildRun {
-  int exitStatus = -1;  // 128 + signal when a signal ended it
-  std::string output;   // descriptors 1 and 2, in the order in which they were written
-};
-
-ChildRun runInChild(const std::function<void()>& task) {
-  const ScratchDirectory scratch;
-  const std::string output = scratch.file("output");
-  writeFile(output, "");
-  std::fflush(nullptr);
-  const pid_t child = ::fork();
-  if (child == 0) {
-    const int file = ::open(output.c_str(), O_WRONLY | O_APPEND);
-    ::dup2(file, STDOUT_FILENO);
-    ::dup2(file, STDERR_FILENO);
-    platform::makeStandardOutputUnbuffered();
-    task();
-    ::_exit(0);
-  }
-  int status = 0;
-  EXPECT_EQ(child, ::waitpid(child, &status, 0));
-  return {.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), .output = readFile(output)};
-}
 
 TEST(Log, QueuedTextsComeOutWholeAndInTheirOrder) {
   std::string expected;

@@ -3,13 +3,11 @@
 #include <gtest/gtest.h>
 #include <linux/ioprio.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <functional>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -19,6 +17,7 @@
 #include "platform/Log.h"
 #include "platform/Process.h"
 #include "platform/SerialQueue.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -27,34 +26,6 @@ using testing::HasSubstr;
 namespace {
 
 using Names = std::vector<std::string>;
-
-// What a process left that ran the task alone and then ended.
-struct ChildRun {
-  int exitStatus = -1;  // 128 + signal when a signal ended it
-  std::string output;   // descriptors 1 and 2, in the order in which they were written
-};
-
-constexpr int cameBack = 99;
-
-ChildRun runInChild(const std::function<void()>& task) {
-  const ScratchDirectory scratch;
-  const std::string output = scratch.file("output");
-  writeFile(output, "");
-  std::fflush(nullptr);
-  const pid_t child = ::fork();
-  if (child == 0) {
-    const int file = ::open(output.c_str(), O_WRONLY | O_APPEND);
-    ::dup2(file, STDOUT_FILENO);
-    ::dup2(file, STDERR_FILENO);
-    ::close(file);
-    platform::makeStandardOutputUnbuffered();
-    task();
-    ::_exit(cameBack);
-  }
-  int status = 0;
-  EXPECT_EQ(child, ::waitpid(child, &status, 0));
-  return {.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), .output = readFile(output)};
-}
 
 // A sanitizer that sees a leak or a race changes the status at the end, so the checks of a child are told by their own.
 void endChild(bool asExpected) {
