@@ -18,6 +18,7 @@
 #include "platform/Log.h"
 #include "tests/support/MountedFileSystem.h"
 #include "tests/support/PhaseRun.h"
+#include "tests/support/PlacementRun.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -30,10 +31,6 @@ namespace {
 namespace fs = std::filesystem;
 using ErrorSlot = std::optional<platform::Error>;
 using Names = std::vector<std::string>;
-
-constexpr const char* movingLine = "INFO: moving files in place..\n";
-constexpr const char* flushingLine = "INFO: flushing files\n";
-constexpr const char* closingLines = "INFO: done.\n\n";
 
 std::string temporary(const std::string& destination) {
   return destination + ".kdxcopy";
@@ -68,19 +65,6 @@ class PlacementTest : public testing::Test {
   const std::string second = scratch.file("b/clip.mov");
   const std::string third = scratch.file("c/clip.mov");
 };
-
-// What a phase gave.
-struct Placement {
-  bool succeeded = false;
-  ErrorSlot error;
-  std::string output;
-};
-
-Placement moveInPlace(KDXDispatchCopy& job) {
-  Placement placement;
-  placement.output = outputOf([&] { placement.succeeded = job.moveFilesInPlace(&placement.error); });
-  return placement;
-}
 
 std::string failedToMove(const std::string& destination) {
   return "failed to move " + temporary(destination) + "\n";
@@ -510,8 +494,7 @@ TEST_F(KDXDispatchCopyPermanence, OfDataThatFailsEndsTheProcessBeforeAnythingIsM
   });
 
   EXPECT_EQ(106, ending.exitStatus);
-  EXPECT_EQ(movingLine + ("Error: couldn't sync the file system of file " + temporary(second) + " (error code -1)\n"),
-            ending.output);
+  EXPECT_EQ(movingLine + couldNotSync(temporary(second)), ending.output);
   EXPECT_EQ((Names{"a/clip.mov.kdxcopy", "b/clip.mov.kdxcopy", "card/clip.mov"}), namesBelow(scratch.path()));
 }
 
@@ -541,17 +524,7 @@ TEST_F(KDXDispatchCopyPermanence, LeavesAMissingTemporaryFileToTheMove) {
 
 // Flushing.
 
-class KDXDispatchCopyFlush : public PlacementTest {
- protected:
-  [[nodiscard]] static Placement flushed(KDXDispatchCopy& job) {
-    Placement placement;
-    placement.output = outputOf([&] { placement.succeeded = job.flushFilesystem(&placement.error); });
-    return placement;
-  }
-  [[nodiscard]] static std::string couldNotSync(const std::string& path) {
-    return "Error: couldn't sync the file system of file " + path + " (error code -1)\n";
-  }
-};
+class KDXDispatchCopyFlush : public PlacementTest {};
 
 TEST_F(KDXDispatchCopyFlush, PrintsItsLinesAndLeavesTheFilesAsTheyAre) {
   writeFile(first, "first");

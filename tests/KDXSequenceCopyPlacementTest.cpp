@@ -16,6 +16,7 @@
 #include "platform/FileManager.h"
 #include "tests/support/MountedFileSystem.h"
 #include "tests/support/PhaseRun.h"
+#include "tests/support/PlacementRun.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -27,10 +28,6 @@ namespace {
 namespace fs = std::filesystem;
 using ErrorSlot = std::optional<platform::Error>;
 using Names = std::vector<std::string>;
-
-constexpr const char* movingLine = "INFO: moving files in place..\n";
-constexpr const char* flushingLine = "INFO: flushing files\n";
-constexpr const char* closingLines = "INFO: done.\n\n";
 
 // A card with frames 9 to 11, each holding its own name.
 class SequencePlacementTest : public testing::Test {
@@ -76,33 +73,11 @@ class SequencePlacementTest : public testing::Test {
     std::erase_if(names, [](const std::string& name) { return name.starts_with("card/"); });
     return names;
   }
-  [[nodiscard]] static std::string couldNotSync(const std::string& path) {
-    return "Error: couldn't sync the file system of file " + path + " (error code -1)\n";
-  }
 
   const ScratchDirectory settings;
   const ScratchDirectory scratch;
   const std::string identifier = scratch.file("card/plate.9-11.#.dpx");
 };
-
-// What a phase gave.
-struct Placement {
-  bool succeeded = false;
-  ErrorSlot error;
-  std::string output;
-};
-
-Placement moveInPlace(KDXSequenceCopy& job) {
-  Placement placement;
-  placement.output = outputOf([&] { placement.succeeded = job.moveFilesInPlace(&placement.error); });
-  return placement;
-}
-
-Placement flushed(KDXSequenceCopy& job) {
-  Placement placement;
-  placement.output = outputOf([&] { placement.succeeded = job.flushFilesystem(&placement.error); });
-  return placement;
-}
 
 // Moving.
 
