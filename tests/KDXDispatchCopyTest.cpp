@@ -2,11 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <future>
@@ -19,6 +17,7 @@
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
 #include "platform/Log.h"
+#include "tests/support/FileSizeLimit.h"
 #include "tests/support/MountedFileSystem.h"
 #include "tests/support/PhaseRun.h"
 #include "tests/support/ScratchDirectory.h"
@@ -870,27 +869,6 @@ TEST_F(KDXDispatchCopyFailure, ASourceThatCanNotBeReadEndsTheProcessWithoutAMess
   EXPECT_EQ(startLine(), ending.output);
   EXPECT_EQ((Names{"a/clip.mov.kdxcopy"}), namesBelow(scratch.path()));
 }
-
-// No file of this process can grow beyond the size while this exists: writes are short first, then they fail.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t size) {
-    ::getrlimit(RLIMIT_FSIZE, &_before);
-    const rlimit limit = {.rlim_cur = size, .rlim_max = _before.rlim_max};
-    _handler = ::signal(SIGXFSZ, SIG_IGN);
-    ::setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~FileSizeLimit() {
-    ::setrlimit(RLIMIT_FSIZE, &_before);
-    ::signal(SIGXFSZ, _handler);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
- private:
-  rlimit _before{};
-  void (*_handler)(int) = nullptr;
-};
 
 TEST_F(KDXDispatchCopyFailure, AFailedWriteEndsTheProcessWithALineThatIsNotEndedAndTheTemporaryFileStays) {
   writeFile(source, mediaBytes(MiB + 1));

@@ -2,9 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <future>
@@ -15,6 +13,7 @@
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
 #include "platform/Log.h"
+#include "tests/support/FileSizeLimit.h"
 #include "tests/support/MountedFileSystem.h"
 #include "tests/support/PhaseRun.h"
 #include "tests/support/ScratchDirectory.h"
@@ -573,27 +572,6 @@ TEST_F(KDXSequenceCopyFailure, FramesOfOneNameInNumberedFoldersEndTheProcessBefo
   EXPECT_EQ(107, ending.exitStatus);
   EXPECT_EQ("card/take.1/plate.dpx", readFile(folder("a/plate.dpx.kdxcopy")));
 }
-
-// No file of this process can grow beyond the size while this exists: writes are short first, then they fail.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t size) {
-    ::getrlimit(RLIMIT_FSIZE, &_before);
-    const rlimit limit = {.rlim_cur = size, .rlim_max = _before.rlim_max};
-    _handler = ::signal(SIGXFSZ, SIG_IGN);
-    ::setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~FileSizeLimit() {
-    ::setrlimit(RLIMIT_FSIZE, &_before);
-    ::signal(SIGXFSZ, _handler);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
- private:
-  rlimit _before{};
-  void (*_handler)(int) = nullptr;
-};
 
 TEST_F(KDXSequenceCopyFailure, AFailedWriteEndsTheProcessAndNamesTheFolderOfItsDestination) {
   writeFrames();
