@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <array>
 #include <atomic>
@@ -12,30 +11,17 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/ConcurrentQueue.h"
+#include "tests/support/ThreadWatch.h"
 
 using platform::ConcurrentQueue;
 using testing::Each;
 using testing::ElementsAre;
 
 namespace {
-
-std::string nameOfThisThread() {
-  std::array<char, 16> name{};
-  EXPECT_EQ(0, ::pthread_getname_np(::pthread_self(), name.data(), name.size()));
-  return name.data();
-}
-
-// Tells when the thread that touched it is over.
-struct EndOfThread {
-  std::promise<void>* over = nullptr;
-  ~EndOfThread() {
-    if (over != nullptr) over->set_value();
-  }
-};
-thread_local EndOfThread endOfThisThread;
 
 TEST(ConcurrentQueue, TasksMayWaitForOneAnotherHoweverMany) {
   constexpr int tasks = 32;
@@ -91,17 +77,18 @@ TEST(ConcurrentQueue, DestroyingItRunsEverythingThatIsQueued) {
 }
 
 TEST(ConcurrentQueue, ItsLastTaskMayHoldTheLastReference) {
-  std::promise<void> threadIsOver;
+  auto over = std::make_shared<std::promise<void>>();
+  std::future<void> threadIsOver = over->get_future();
   auto queue = std::make_shared<ConcurrentQueue>("selfdestroyed");
   const std::weak_ptr<ConcurrentQueue> watched = queue;
   std::promise<void> onlyTheTaskHoldsIt;
-  queue->async([held = queue, &threadIsOver, &onlyTheTaskHoldsIt] {
-    endOfThisThread.over = &threadIsOver;
+  queue->async([held = queue, over = std::move(over), &onlyTheTaskHoldsIt]() mutable {
+    tellTheEndOfThisThread(std::move(over));
     onlyTheTaskHoldsIt.get_future().wait();
   });
   queue.reset();
   onlyTheTaskHoldsIt.set_value();
-  threadIsOver.get_future().wait();
+  threadIsOver.wait();
   EXPECT_TRUE(watched.expired());
 }
 

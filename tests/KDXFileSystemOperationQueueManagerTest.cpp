@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <atomic>
 #include <filesystem>
-#include <fstream>
-#include <functional>
 #include <future>
 #include <set>
 #include <string>
@@ -14,6 +12,7 @@
 #include <vector>
 
 #include "KDXFileTools/kdxdispatchcopy/KDXFileSystemOperationQueueManager.h"
+#include "tests/support/ThreadWatch.h"
 
 namespace {
 
@@ -23,43 +22,6 @@ using Manager = KDXFileSystemOperationQueueManager;
 Manager& shared() {
   return Manager::sharedOperationQueueManager();
 }
-
-// 'R' for a thread that runs or could run, 'S' for one that sleeps in the system; ' ' for none.
-char stateOf(pid_t thread) {
-  std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
-  std::string facts;
-  std::getline(file, facts);
-  // The state stands behind the name, which is in brackets.
-  const std::size_t name = facts.rfind(')');
-  return name == std::string::npos || name + 2 >= facts.size() ? ' ' : facts[name + 2];
-}
-
-// A thread that a test can watch until it waits for something.
-class WatchedThread {
- public:
-  explicit WatchedThread(const std::function<void()>& work)
-      : _thread([this, work] {
-          _id = ::gettid();
-          work();
-          _ended = true;
-        }) {}
-  WatchedThread(const WatchedThread&) = delete;
-  WatchedThread& operator=(const WatchedThread&) = delete;
-  ~WatchedThread() { join(); }
-
-  // Returns when the thread sleeps in the system, or has ended.
-  void waitUntilBlocked() const {
-    while (!_ended && (_id == 0 || stateOf(_id) != 'S')) std::this_thread::yield();
-  }
-  void join() {
-    if (_thread.joinable()) _thread.join();
-  }
-
- private:
-  std::atomic<pid_t> _id = 0;
-  std::atomic<bool> _ended = false;
-  std::thread _thread;
-};
 
 TEST(KDXFileSystemOperationQueueManager, EveryWayToAManagerGivesTheSharedOne) {
   Manager& manager = shared();

@@ -28,6 +28,7 @@
 #include "platform/SerialQueue.h"
 #include "tests/support/MountedFileSystem.h"
 #include "tests/support/ScratchDirectory.h"
+#include "tests/support/ThreadWatch.h"
 #include "tests/support/ToolRun.h"
 
 using testing::ElementsAre;
@@ -130,42 +131,6 @@ class ImmediateQueue final : public platform::DispatchQueue {
  public:
   void async(platform::Task task) override { task(); }
   void barrierSync(const platform::Task& task) override { task(); }
-};
-
-// A thread that a test can watch until it waits for something.
-class WatchedThread {
- public:
-  explicit WatchedThread(const std::function<void()>& work)
-      : _thread([this, work] {
-          _id = ::gettid();
-          work();
-          _ended = true;
-        }) {}
-  WatchedThread(const WatchedThread&) = delete;
-  WatchedThread& operator=(const WatchedThread&) = delete;
-  ~WatchedThread() { join(); }
-
-  // Returns when the thread sleeps in the system and `condition` holds, or the thread has ended.
-  void waitUntilBlocked(const std::function<bool()>& condition = [] { return true; }) const {
-    while (!_ended && !(condition() && sleeps())) std::this_thread::yield();
-  }
-  void join() {
-    if (_thread.joinable()) _thread.join();
-  }
-
- private:
-  [[nodiscard]] bool sleeps() const {
-    std::ifstream file("/proc/self/task/" + std::to_string(_id) + "/stat");
-    std::string facts;
-    std::getline(file, facts);
-    // The state stands behind the name, which is in brackets.
-    const std::size_t name = facts.rfind(')');
-    return _id != 0 && name != std::string::npos && facts.substr(name, 3) == ") S";
-  }
-
-  std::atomic<pid_t> _id = 0;
-  std::atomic<bool> _ended = false;
-  std::thread _thread;
 };
 
 // A folder with the settings of the test; without a value there is no file.

@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <barrier>
 #include <future>
@@ -13,6 +11,7 @@
 #include <vector>
 
 #include "platform/OperationQueue.h"
+#include "tests/support/ThreadWatch.h"
 
 using platform::OperationQueue;
 
@@ -134,10 +133,10 @@ TEST(OperationQueue, AnOperationThatBlocksDoesNotHoldUpAnotherQueue) {
 
 TEST(OperationQueue, ItsThreadCarriesTheLabel) {
   OperationQueue queue("volume 7");
-  std::array<char, 16> name{};
-  queue.addOperationWithBlock([&] { ::pthread_getname_np(::pthread_self(), name.data(), name.size()); });
+  std::string name;
+  queue.addOperationWithBlock([&] { name = nameOfThisThread(); });
   queue.waitUntilAllOperationsAreFinished();
-  EXPECT_STREQ("volume 7", name.data());
+  EXPECT_EQ("volume 7", name);
 }
 
 }  // namespace

@@ -1,12 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
-#include <fstream>
 #include <functional>
 #include <ostream>
 #include <set>
@@ -17,46 +15,11 @@
 #include "KDXFileTools/kdxdispatchcopy/ReadBuffers.h"
 #include "platform/SerialQueue.h"
 #include "tests/support/ScratchDirectory.h"
+#include "tests/support/ThreadWatch.h"
 
 namespace {
 
 using Buffer = std::shared_ptr<std::byte>;
-
-// A thread that a test can watch until it waits for something.
-class WatchedThread {
- public:
-  explicit WatchedThread(const std::function<void()>& work)
-      : _thread([this, work] {
-          _id = ::gettid();
-          work();
-          _ended = true;
-        }) {}
-  WatchedThread(const WatchedThread&) = delete;
-  WatchedThread& operator=(const WatchedThread&) = delete;
-  ~WatchedThread() { join(); }
-
-  // Returns when the thread sleeps in the system, or has ended.
-  void waitUntilBlocked() const {
-    while (!_ended && !sleeps()) std::this_thread::yield();
-  }
-  void join() {
-    if (_thread.joinable()) _thread.join();
-  }
-
- private:
-  [[nodiscard]] bool sleeps() const {
-    std::ifstream file("/proc/self/task/" + std::to_string(_id) + "/stat");
-    std::string facts;
-    std::getline(file, facts);
-    // The state stands behind the name, which is in brackets.
-    const std::size_t name = facts.rfind(')');
-    return _id != 0 && name != std::string::npos && facts.substr(name, 3) == ") S";
-  }
-
-  std::atomic<pid_t> _id = 0;
-  std::atomic<bool> _ended = false;
-  std::thread _thread;
-};
 
 // Expects that the next buffer comes only when `release` has run.
 void expectTheNextBufferToWaitFor(const std::shared_ptr<ReadBuffers>& buffers, const std::function<void()>& release) {

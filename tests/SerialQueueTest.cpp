@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <algorithm>
 #include <array>
@@ -14,17 +13,12 @@
 #include <vector>
 
 #include "platform/SerialQueue.h"
+#include "tests/support/ThreadWatch.h"
 
 using platform::SerialQueue;
 using testing::ElementsAre;
 
 namespace {
-
-std::string nameOfThisThread() {
-  std::array<char, 16> name{};
-  EXPECT_EQ(0, ::pthread_getname_np(::pthread_self(), name.data(), name.size()));
-  return name.data();
-}
 
 // By name, since a sanitizer may start threads of its own.
 std::ptrdiff_t threadsNamed(const std::string& name) {
@@ -34,16 +28,6 @@ std::ptrdiff_t threadsNamed(const std::string& name) {
     return found == name;
   });
 }
-
-// Tells when the thread that touched it is over. It shares the promise: one on the stack of the waiting thread could be
-// gone while this thread is still inside set_value.
-struct EndOfThread {
-  std::shared_ptr<std::promise<void>> over;
-  ~EndOfThread() {
-    if (over) over->set_value();
-  }
-};
-thread_local EndOfThread endOfThisThread;
 
 TEST(SerialQueue, RunsItsTasksOneAfterTheOtherInTheOrderInWhichTheyWereQueued) {
   std::vector<int> order;  // no lock: only one task at a time touches it
@@ -183,7 +167,7 @@ TEST(SerialQueue, ItsLastTaskMayDropTheLastReferenceAndTheThreadEndsBehindIt) {
   auto queue = std::make_shared<SerialQueue>("selfdestroyed");
   SerialQueue& tasks = *queue;
   tasks.async([queue = std::move(queue), over = std::move(over), &wentOn]() mutable {
-    endOfThisThread.over = std::move(over);
+    tellTheEndOfThisThread(std::move(over));
     queue.reset();
     wentOn = true;
   });
