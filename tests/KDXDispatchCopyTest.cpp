@@ -19,6 +19,7 @@
 #include "platform/Log.h"
 #include "tests/support/FileSizeLimit.h"
 #include "tests/support/MountedFileSystem.h"
+#include "tests/support/OutputLines.h"
 #include "tests/support/PhaseRun.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
@@ -37,12 +38,6 @@ using Names = std::vector<std::string>;
 
 constexpr int32_t hashOnly = KDXVerificationOptionHashDuringCopy;
 constexpr int32_t allReadBacks = 14;
-
-std::vector<std::string> linesOf(std::string text) {
-  ToolRun run;
-  run.output = std::move(text);
-  return run.lines();
-}
 
 // Opens what the phases share.
 class ObservedJob : public KDXDispatchCopy {

@@ -16,6 +16,7 @@
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXFileSystemOperationQueueManager.h"
+#include "tests/support/OutputLines.h"
 #include "tests/support/PhaseRun.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
@@ -40,12 +41,6 @@ constexpr int32_t sourceOnly = hashOnly | KDXVerificationOptionVerifySource;
 constexpr int32_t destinationsOnly = hashOnly | KDXVerificationOptionVerifyDestinations;
 constexpr int32_t allReadBacks = sourceOnly | destinationsOnly;
 constexpr int32_t skipSize = KDXVerificationOptionSkipFileSizeCheck;
-
-Lines linesOf(std::string text) {
-  ToolRun run;
-  run.output = std::move(text);
-  return run.lines();
-}
 
 // Notes the files that have passed.
 class ObservedJob : public KDXDispatchCopy {
@@ -131,19 +126,6 @@ class VerificationTest : public testing::Test {
   const std::string bytes = mediaBytes(MiB + 1017);
   const std::string size = std::to_string(bytes.size());
 };
-
-// Files are read back side by side: the lines of each come in order, those of different files in any.
-void expectLines(const std::vector<Lines>& ofEachFile, const Lines& lines) {
-  Lines all;
-  for (const Lines& ofFile : ofEachFile) all.insert(all.end(), ofFile.begin(), ofFile.end());
-  EXPECT_THAT(lines, UnorderedElementsAreArray(all));
-  for (const Lines& ofFile : ofEachFile) {
-    Lines inOrder;
-    std::ranges::copy_if(lines, std::back_inserter(inOrder),
-                         [&](const std::string& line) { return std::ranges::find(ofFile, line) != ofFile.end(); });
-    EXPECT_EQ(ofFile, inOrder);
-  }
-}
 
 // What the two phases gave.
 struct Verification {
@@ -388,7 +370,7 @@ TEST_P(KDXDispatchCopyVerificationOptions, ChooseTheChecks) {
   EXPECT_TRUE(run->finished);
   EXPECT_EQ(std::nullopt, run->startError);
   EXPECT_EQ(std::nullopt, run->finishError);
-  expectLines(expected, linesOf(run->output));
+  expectSideBySide(expected, linesOf(run->output));
   EXPECT_THAT(job->passed(), UnorderedElementsAreArray(passed));
 }
 
@@ -569,9 +551,9 @@ TEST_F(KDXDispatchCopyReadBack, OfGoodFilesNumbersTheSourceBehindThreeDestinatio
 
   EXPECT_TRUE(run->started);
   EXPECT_TRUE(run->finished);
-  expectLines({linesOfGoodDestination(1, first), linesOfGoodDestination(2, second), linesOfGoodDestination(3, third),
-               linesOfGoodSource(4)},
-              linesOf(run->output));
+  expectSideBySide({linesOfGoodDestination(1, first), linesOfGoodDestination(2, second),
+                    linesOfGoodDestination(3, third), linesOfGoodSource(4)},
+                   linesOf(run->output));
   EXPECT_THAT(job->passed(),
               UnorderedElementsAre("source " + source, "destination " + temporary(first),
                                    "destination " + temporary(second), "destination " + temporary(third)));
@@ -581,7 +563,7 @@ TEST_F(KDXDispatchCopyReadBack, WithoutDestinationsNumbersTheSourceOne) {
   const auto run = verify(*copied({}, allReadBacks));
 
   EXPECT_TRUE(run->finished);
-  expectLines({linesOfGoodSource(1)}, linesOf(run->output));
+  expectSideBySide({linesOfGoodSource(1)}, linesOf(run->output));
 }
 
 TEST_F(KDXDispatchCopyReadBack, WorksWithoutPlacesForErrors) {
@@ -596,7 +578,7 @@ TEST_F(KDXDispatchCopyReadBack, WorksWithoutPlacesForErrors) {
 
   EXPECT_TRUE(started);
   EXPECT_TRUE(finished);
-  expectLines({linesOfGoodDestination(1, first), linesOfGoodSource(2)}, linesOf(output));
+  expectSideBySide({linesOfGoodDestination(1, first), linesOfGoodSource(2)}, linesOf(output));
 }
 
 TEST_F(KDXDispatchCopyReadBack, OfTheSameDestinationTwiceReadsItTwice) {
@@ -648,10 +630,10 @@ TEST_P(KDXDispatchCopyDamage, OfADestinationIsReportedAndTheOtherFilesAreStillVe
   EXPECT_EQ("KDXCopyErrorDomain", run->finishError->domain);
   EXPECT_EQ(105, run->finishError->code);
   EXPECT_EQ("verification failed: " + temporary(second), run->finishError->description);
-  expectLines({linesOfGoodDestination(1, first),
-               linesOfBadFile("destination", 2, temporary(second), digestByProgram("md5sum", source)),
-               linesOfGoodDestination(3, third), linesOfGoodSource(4)},
-              linesOf(run->output));
+  expectSideBySide({linesOfGoodDestination(1, first),
+                    linesOfBadFile("destination", 2, temporary(second), digestByProgram("md5sum", source)),
+                    linesOfGoodDestination(3, third), linesOfGoodSource(4)},
+                   linesOf(run->output));
   EXPECT_THAT(job->passed(), UnorderedElementsAre("source " + source, "destination " + temporary(first),
                                                   "destination " + temporary(third)));
   EXPECT_EQ((Names{"a/clip.mov.kdxcopy", "b/clip.mov.kdxcopy", "c/clip.mov.kdxcopy", "card/clip.mov"}),
@@ -676,9 +658,9 @@ TEST_P(KDXDispatchCopyDamage, OfTheSourceIsReportedInBothPhasesAndTheDestination
   EXPECT_EQ("KDXCopyErrorDomain", run->finishError->domain);
   EXPECT_EQ(121, run->finishError->code);
   EXPECT_EQ("verification failed: " + source, run->finishError->description);
-  expectLines({linesOfGoodDestination(1, first), linesOfGoodDestination(2, second),
-               linesOfBadFile("source", 3, source, goodMD5)},
-              linesOf(run->output));
+  expectSideBySide({linesOfGoodDestination(1, first), linesOfGoodDestination(2, second),
+                    linesOfBadFile("source", 3, source, goodMD5)},
+                   linesOf(run->output));
   EXPECT_THAT(job->passed(),
               UnorderedElementsAre("destination " + temporary(first), "destination " + temporary(second)));
 }
@@ -702,9 +684,9 @@ TEST_F(KDXDispatchCopyReadBack, OfTwoDamagedDestinationsReportsOneAndPrintsBoth)
   EXPECT_EQ(105, run->finishError->code);
   EXPECT_THAT((Names{temporary(first), temporary(third)}), Contains(run->finishError->path.value_or("")));
   EXPECT_EQ("verification failed: " + run->finishError->path.value_or(""), run->finishError->description);
-  expectLines({linesOfBadFile("destination", 1, temporary(first), goodMD5), linesOfGoodDestination(2, second),
-               linesOfBadFile("destination", 3, temporary(third), goodMD5), linesOfGoodSource(4)},
-              linesOf(run->output));
+  expectSideBySide({linesOfBadFile("destination", 1, temporary(first), goodMD5), linesOfGoodDestination(2, second),
+                    linesOfBadFile("destination", 3, temporary(third), goodMD5), linesOfGoodSource(4)},
+                   linesOf(run->output));
   EXPECT_THAT(job->passed(), UnorderedElementsAre("source " + source, "destination " + temporary(second)));
 }
 
@@ -721,7 +703,7 @@ TEST_F(KDXDispatchCopyReadBack, OfADamagedSourceAndADamagedDestinationReportsOne
   EXPECT_EQ(source, run->startError->path);
   ASSERT_TRUE(run->finishError);
   EXPECT_EQ(run->finishError->path == source ? 121 : 105, run->finishError->code);
-  expectLines(
+  expectSideBySide(
       {linesOfBadFile("destination", 1, temporary(first), goodMD5), linesOfBadFile("source", 2, source, goodMD5)},
       linesOf(run->output));
   EXPECT_THAT(job->passed(), IsEmpty());
@@ -750,7 +732,7 @@ TEST_F(KDXDispatchCopyReadBack, OfTheSourceAloneDoesNotSeeADamagedDestination) {
   const auto run = verify(*job);
 
   EXPECT_TRUE(run->finished);
-  expectLines({linesOfGoodSource(2)}, linesOf(run->output));
+  expectSideBySide({linesOfGoodSource(2)}, linesOf(run->output));
 }
 
 TEST_F(KDXDispatchCopyReadBack, OfTheDestinationsAloneDoesNotSeeADamagedSource) {
@@ -760,7 +742,7 @@ TEST_F(KDXDispatchCopyReadBack, OfTheDestinationsAloneDoesNotSeeADamagedSource) 
   const auto run = verify(*job);
 
   EXPECT_TRUE(run->finished);
-  expectLines({linesOfGoodDestination(1, first)}, linesOf(run->output));
+  expectSideBySide({linesOfGoodDestination(1, first)}, linesOf(run->output));
 }
 
 TEST_F(KDXDispatchCopyReadBack, FindsADestinationThatIsOneByteShort) {
@@ -770,8 +752,8 @@ TEST_F(KDXDispatchCopyReadBack, FindsADestinationThatIsOneByteShort) {
   const auto run = verify(*job);
 
   EXPECT_FALSE(run->finished);
-  expectLines({linesOfBadFile("destination", 1, temporary(first), digestByProgram("md5sum", source))},
-              linesOf(run->output));
+  expectSideBySide({linesOfBadFile("destination", 1, temporary(first), digestByProgram("md5sum", source))},
+                   linesOf(run->output));
 }
 
 TEST_F(KDXDispatchCopyReadBack, FindsADestinationThatIsOneByteLong) {
@@ -998,7 +980,7 @@ TEST_F(KDXDispatchCopyVerificationSpeed, CountsTheSourceOnceHoweverManyFilesWere
   ASSERT_FALSE(lines.empty());
   EXPECT_THAT(lines.back(), MatchesRegex(speedOf(size)));
   lines.pop_back();
-  expectLines({linesOfGoodDestination(1, first), linesOfGoodDestination(2, second), linesOfGoodSource(3)}, lines);
+  expectSideBySide({linesOfGoodDestination(1, first), linesOfGoodDestination(2, second), linesOfGoodSource(3)}, lines);
 }
 
 TEST_F(KDXDispatchCopyVerificationSpeed, IsThatOfTheSizeExpected) {
@@ -1021,8 +1003,8 @@ TEST_F(KDXDispatchCopyVerificationSpeed, IsNotToldWhenAFileFailed) {
   const auto job = copied({first}, destinationsOnly);
   damageFile(temporary(first), 1);
 
-  expectLines({linesOfBadFile("destination", 1, temporary(first), digestByProgram("md5sum", source))},
-              linesOfVerboseRun(job));
+  expectSideBySide({linesOfBadFile("destination", 1, temporary(first), digestByProgram("md5sum", source))},
+                   linesOfVerboseRun(job));
 }
 
 TEST_F(KDXDispatchCopyReadBack, OfAVerboseJobReportsItsProgressWhenHalfASecondHasPassed) {

@@ -8,13 +8,13 @@
 #include <future>
 #include <ostream>
 #include <tuple>
-#include <utility>
 
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
 #include "platform/Log.h"
 #include "tests/support/FileSizeLimit.h"
 #include "tests/support/MountedFileSystem.h"
+#include "tests/support/OutputLines.h"
 #include "tests/support/PhaseRun.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
@@ -33,12 +33,6 @@ using Names = std::vector<std::string>;
 
 constexpr int32_t hashOnly = KDXVerificationOptionHashDuringCopy;
 constexpr int32_t skipSize = KDXVerificationOptionSkipFileSizeCheck;
-
-std::vector<std::string> linesOf(std::string text) {
-  ToolRun run;
-  run.output = std::move(text);
-  return run.lines();
-}
 
 // A card with frames 9 to 11, whose order by number is not that by name. Frame 11 does not fit the reader's buffer.
 class SequenceCopyTest : public testing::Test {

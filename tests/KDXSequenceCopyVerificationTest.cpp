@@ -6,14 +6,13 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <iterator>
 #include <memory>
 #include <ostream>
 #include <tuple>
-#include <utility>
 
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
+#include "tests/support/OutputLines.h"
 #include "tests/support/PhaseRun.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
@@ -22,7 +21,6 @@ using platform::FileURL;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::MatchesRegex;
-using testing::UnorderedElementsAreArray;
 
 namespace {
 
@@ -35,12 +33,6 @@ constexpr int32_t hashOnly = KDXVerificationOptionHashDuringCopy;
 constexpr int32_t sourceBit = hashOnly | KDXVerificationOptionVerifySource;
 constexpr int32_t destinationsBit = hashOnly | KDXVerificationOptionVerifyDestinations;
 constexpr int32_t allReadBacks = sourceBit | destinationsBit;
-
-Lines linesOf(std::string text) {
-  ToolRun run;
-  run.output = std::move(text);
-  return run.lines();
-}
 
 std::string upperCased(std::string text) {
   std::ranges::transform(text, text.begin(),
@@ -122,19 +114,6 @@ class SequenceVerificationTest : public testing::Test {
   const Names contents = {mediaBytes(4097, 1), mediaBytes(70'001, 2), mediaBytes(MiB + 5, 3)};
   const std::string total = std::to_string(4097 + 70'001 + MiB + 5);
 };
-
-// Lists are read back side by side: the lines of each come in order, those of different lists in any.
-void expectLines(const std::vector<Lines>& ofEachList, const Lines& lines) {
-  Lines all;
-  for (const Lines& ofList : ofEachList) all.insert(all.end(), ofList.begin(), ofList.end());
-  EXPECT_THAT(lines, UnorderedElementsAreArray(all));
-  for (const Lines& ofList : ofEachList) {
-    Lines inOrder;
-    std::ranges::copy_if(lines, std::back_inserter(inOrder),
-                         [&](const std::string& line) { return std::ranges::find(ofList, line) != ofList.end(); });
-    EXPECT_EQ(ofList, inOrder);
-  }
-}
 
 // What the two phases gave.
 struct Verification {
@@ -265,7 +244,7 @@ TEST_F(KDXSequenceCopyExternalHashPhase, GoesOnToReadBackWithTheOtherFormOfTheHa
 
   EXPECT_TRUE(run->started);
   EXPECT_TRUE(run->finished);
-  expectLines({{listLine("a")}, {listLine("card")}}, run->lines);
+  expectSideBySide({{listLine("a")}, {listLine("card")}}, run->lines);
 }
 
 TEST_F(KDXSequenceCopyExternalHashPhase, ComesAfterTheSizeCheck) {
@@ -331,8 +310,8 @@ TEST_P(KDXSequenceCopyOptionsOfReadBack, ReadTheSourceAndEveryDestinationBackWit
   ASSERT_FALSE(run->lines.empty());
   EXPECT_THAT(run->lines.back(), speed());
   run->lines.pop_back();
-  expectLines({goodList("destination", 1, "a"), goodList("destination", 2, "b"), goodList("source", 3, "card")},
-              run->lines);
+  expectSideBySide({goodList("destination", 1, "a"), goodList("destination", 2, "b"), goodList("source", 3, "card")},
+                   run->lines);
 }
 
 INSTANTIATE_TEST_SUITE_P(Options, KDXSequenceCopyOptionsOfReadBack, testing::Values(sourceBit, allReadBacks),
@@ -353,7 +332,7 @@ TEST_F(KDXSequenceCopyReadBack, OfAQuietJobPrintsOneLineForEachList) {
   const auto run = verify(*copied({first, second}, allReadBacks));
 
   EXPECT_TRUE(run->finished);
-  expectLines({{listLine("a")}, {listLine("b")}, {listLine("card")}}, run->lines);
+  expectSideBySide({{listLine("a")}, {listLine("b")}, {listLine("card")}}, run->lines);
 }
 
 TEST_F(KDXSequenceCopyReadBack, WithoutDestinationsReadsTheSourceAsTheFirstList) {
@@ -362,7 +341,7 @@ TEST_F(KDXSequenceCopyReadBack, WithoutDestinationsReadsTheSourceAsTheFirstList)
   EXPECT_TRUE(run->finished);
   ASSERT_FALSE(run->lines.empty());
   run->lines.pop_back();
-  expectLines({goodList("source", 1, "card")}, run->lines);
+  expectSideBySide({goodList("source", 1, "card")}, run->lines);
 }
 
 TEST_F(KDXSequenceCopyReadBack, OfNoFramesPassesAndPrintsNothing) {
@@ -399,12 +378,13 @@ TEST_P(KDXSequenceCopyDamage, OfTheSecondFileOfTheSecondDestinationIsReportedAnd
   EXPECT_EQ(copyOf(1, "b"), run->finishError->path);
   const std::string failure = resultLine("destination", 1, 2, "b", "failed");
   if (verbose) {
-    expectLines({goodList("destination", 1, "a"),
-                 {listLine("b"), resultLine("destination", 0, 2, "b"), failure, resultLine("destination", 2, 2, "b")},
-                 goodList("source", 3, "card")},
-                run->lines);
+    expectSideBySide(
+        {goodList("destination", 1, "a"),
+         {listLine("b"), resultLine("destination", 0, 2, "b"), failure, resultLine("destination", 2, 2, "b")},
+         goodList("source", 3, "card")},
+        run->lines);
   } else {
-    expectLines({{listLine("a")}, {listLine("b"), failure}, {listLine("card")}}, run->lines);
+    expectSideBySide({{listLine("a")}, {listLine("b"), failure}, {listLine("card")}}, run->lines);
   }
 }
 
@@ -422,8 +402,8 @@ TEST_F(KDXSequenceCopyReadBack, OfADamagedSourceReportsIt) {
   ASSERT_TRUE(run->finishError);
   EXPECT_EQ(121, run->finishError->code);
   EXPECT_EQ("verification failed: " + frame(2), run->finishError->description);
-  expectLines({{listLine("a")}, {listLine("b")}, {listLine("card"), resultLine("source", 2, 3, "card", "failed")}},
-              run->lines);
+  expectSideBySide({{listLine("a")}, {listLine("b")}, {listLine("card"), resultLine("source", 2, 3, "card", "failed")}},
+                   run->lines);
 }
 
 TEST_F(KDXSequenceCopyReadBack, OfDamagedFilesFailsWithoutPlacesForErrorsToo) {
@@ -449,7 +429,7 @@ TEST_F(KDXSequenceCopyReadBack, FindsTwoFramesThatChangedPlaces) {
   const auto run = verify(*job);
 
   EXPECT_FALSE(run->finished);
-  expectLines(
+  expectSideBySide(
       {{listLine("a"), resultLine("destination", 0, 1, "a", "failed"), resultLine("destination", 1, 1, "a", "failed")},
        {listLine("card")}},
       run->lines);

@@ -7,8 +7,8 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <sstream>
 
+#include "tests/support/OutputLines.h"
 #include "tests/support/ScratchDirectory.h"
 
 namespace {
@@ -41,10 +41,7 @@ void openAs(int descriptor, const std::string& path, int flags) {
 }  // namespace
 
 std::vector<std::string> ToolRun::lines() const {
-  std::vector<std::string> lines;
-  std::istringstream text(output);
-  for (std::string line; std::getline(text, line);) lines.push_back(line);
-  return lines;
+  return linesOf(output);
 }
 
 ToolRun runTool(const ToolStart& start) {

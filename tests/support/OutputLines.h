@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+// The lines of a text without their newlines; a last one without a newline counts too.
+std::vector<std::string> linesOf(const std::string& text);
+
+// Compares the whole output; the run of expected lines that begin with "~" may come in any order.
+void expectOutput(const std::string& expected, const std::string& output);
+
+// Compares the lines of things that are done side by side: those of each come in order, those of different ones in any.
+void expectSideBySide(const std::vector<std::vector<std::string>>& linesOfEach, const std::vector<std::string>& lines);
+
+// The system log's one line carries the description; without one nothing is logged.
+void expectLogged(const std::string& description, const std::string& errors);
