@@ -82,15 +82,6 @@ int moveWithout(const std::vector<RefusedCall>& calls, const std::string& from, 
   });
 }
 
-// Makes calls fail that concern this one path.
-std::vector<std::string> injectingAt(const std::string& path, const std::string& inject) {
-  std::vector<std::string> words = injecting(inject);
-  words.insert(words.end(), {"-P", path});
-  return words;
-}
-
-constexpr const char* cannotInject = "making system calls fail needs strace and a build without sanitizers";
-
 // Identity, existence, size
 
 TEST(FileManager, TwoNamesOfOneFileHaveOneIdentity) {
@@ -488,43 +479,43 @@ class SyncOfTheOffload : public testing::Test {
 };
 
 TEST_F(SyncOfTheOffload, FailsWhenTheFileCannotBeSynced) {
-  const ToolRun run = offloadWith(injectingAt(destination(), "fsync:error=EIO"));
+  const ToolRun run = offloadWith(injectingAt(destination(), {"fsync:error=EIO"}));
   EXPECT_EQ(106, run.exitStatus);
   EXPECT_THAT(run.output, HasSubstr(failureLine()));
 }
 
 TEST_F(SyncOfTheOffload, IsNotTriedAgainAfterAFailure) {
   // Only the first sync fails: a second one would succeed, and prove nothing.
-  const ToolRun run = offloadWith(injectingAt(destination(), "fsync:error=EIO:when=1"));
+  const ToolRun run = offloadWith(injectingAt(destination(), {"fsync:error=EIO:when=1"}));
   EXPECT_EQ(106, run.exitStatus);
 }
 
 TEST_F(SyncOfTheOffload, FailsWhenTheFolderCannotBeSynced) {
-  const ToolRun run = offloadWith(injectingAt(folder(), "fsync:error=EIO"));
+  const ToolRun run = offloadWith(injectingAt(folder(), {"fsync:error=EIO"}));
   EXPECT_EQ(106, run.exitStatus);
   EXPECT_THAT(run.output, HasSubstr(failureLine()));
 }
 
 TEST_F(SyncOfTheOffload, PassesOverFileSystemsThatSyncNoFolders) {
   for (const char* inject : {"fsync:error=EINVAL", "fsync:error=EOPNOTSUPP"}) {
-    const ToolRun run = offloadWith(injectingAt(folder(), inject));
+    const ToolRun run = offloadWith(injectingAt(folder(), {inject}));
     EXPECT_EQ(0, run.exitStatus) << inject << run.output;
     EXPECT_TRUE(removeItem(destination(), nullptr));
   }
 }
 
 TEST_F(SyncOfTheOffload, FailsWhenTheFolderCannotBeOpened) {
-  const ToolRun run = offloadWith(injectingAt(folder(), "openat:error=EIO"));
+  const ToolRun run = offloadWith(injectingAt(folder(), {"openat:error=EIO"}));
   EXPECT_EQ(106, run.exitStatus);
 }
 
 TEST_F(SyncOfTheOffload, OfAFolderThatMayNotBeReadIsThatOfItsFileSystem) {
-  const ToolRun run = offloadWith(injectingAt(folder(), "openat:error=EACCES"));
+  const ToolRun run = offloadWith(injectingAt(folder(), {"openat:error=EACCES"}));
   EXPECT_EQ(0, run.exitStatus);
 }
 
 TEST_F(SyncOfTheOffload, FailsBeforeTheMoveWhenTheDataCannotBeMadePermanent) {
-  const ToolRun run = offloadWith(injectingAt(destination() + ".kdxcopy", "fdatasync:error=EIO"));
+  const ToolRun run = offloadWith(injectingAt(destination() + ".kdxcopy", {"fdatasync:error=EIO"}));
   EXPECT_EQ(106, run.exitStatus);
   EXPECT_EQ((Names{"clip.mov.kdxcopy"}), namesBelow(folder()));
 }

@@ -29,7 +29,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::size_t bufferSize = 64 * KiB;
-constexpr const char* cannotInject = "making system calls fail needs strace and a build without sanitizers";
 
 // All that the file gives, read as the tool reads: buffer by buffer until one is not filled.
 struct WholeFile {
@@ -295,10 +294,8 @@ class ReadThroughTheCache : public testing::TestWithParam<RefusalRow> {
   ToolRun copyOf(const std::string& source) const {
     const ScratchDirectory settings;
     writeFile(settings.file("kdxdispatchcopy/defaults.ini"), "readBufferSizeMB = 1\n");
-    std::vector<std::string> wrapper = injecting(GetParam().inject);
-    wrapper.insert(wrapper.end(), {"-P", source});
     return runTool({.arguments = {"-k", source, _scratch.file("clip.mov")},
-                    .wrapper = wrapper,
+                    .wrapper = injectingAt(source, {GetParam().inject}),
                     .environment = {{"XDG_CONFIG_HOME", settings.path().string()}}});
   }
 
@@ -398,9 +395,8 @@ TEST_P(InterruptedRead, IsTakenUpAgain) {
   const ScratchDirectory scratch;
   const std::string source = scratch.file("clip.mov");
   writeFile(source, mediaBytes(100'000));
-  std::vector<std::string> wrapper = injecting(GetParam().inject);
-  wrapper.insert(wrapper.end(), {"-P", source});
-  const ToolRun run = runTool({.arguments = {"-k", source, scratch.file("a/clip.mov")}, .wrapper = wrapper});
+  const ToolRun run = runTool(
+      {.arguments = {"-k", source, scratch.file("a/clip.mov")}, .wrapper = injectingAt(source, {GetParam().inject})});
   EXPECT_EQ(0, run.exitStatus) << run.output << run.errors;
   EXPECT_TRUE(mediaBytes(100'000) == readFile(scratch.file("a/clip.mov")));
 }
@@ -415,9 +411,8 @@ TEST(InputFile, AReadThatFailsOnTheCachedRoadTooEndsTheCopy) {
   const ScratchDirectory scratch;
   const std::string source = scratch.file("clip.mov");
   writeFile(source, mediaBytes(100'000));
-  std::vector<std::string> wrapper = injecting("read:error=EINVAL");
-  wrapper.insert(wrapper.end(), {"-P", source});
-  const ToolRun run = runTool({.arguments = {"-k", source, scratch.file("a/clip.mov")}, .wrapper = wrapper});
+  const ToolRun run = runTool(
+      {.arguments = {"-k", source, scratch.file("a/clip.mov")}, .wrapper = injectingAt(source, {"read:error=EINVAL"})});
   EXPECT_EQ(111, run.exitStatus);
 }
 
@@ -426,9 +421,8 @@ TEST(InputFile, AReadErrorEndsTheCopy) {
   const ScratchDirectory scratch;
   const std::string source = scratch.file("clip.mov");
   writeFile(source, mediaBytes(100'000));
-  std::vector<std::string> wrapper = injecting("read:error=EIO:when=1");
-  wrapper.insert(wrapper.end(), {"-P", source});
-  const ToolRun run = runTool({.arguments = {"-k", source, scratch.file("a/clip.mov")}, .wrapper = wrapper});
+  const ToolRun run = runTool({.arguments = {"-k", source, scratch.file("a/clip.mov")},
+                               .wrapper = injectingAt(source, {"read:error=EIO:when=1"})});
   EXPECT_EQ(111, run.exitStatus);
   EXPECT_FALSE(fs::exists(scratch.file("a/clip.mov")));
 }

@@ -598,7 +598,7 @@ TEST_F(KDXDispatchCopyFlush, EndsAtTheFirstMissingFileInOrder) {
 }
 
 TEST_F(KDXDispatchCopyFlush, ThatTheDeviceRefusesEndsTheRun) {
-  if (!canInjectFaults()) GTEST_SKIP() << "no faults can be injected: this build's program does not run under strace";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
   const ToolStart start = {.arguments = {"-n", source, first}, .wrapper = injecting("fsync:error=EIO")};
 
   const ToolRun refused = runTool(start);

@@ -738,14 +738,13 @@ TEST_F(KDXDispatchCopyPhase, OfAVerboseJobEndsWithItsSpeed) {
 }
 
 TEST_F(KDXDispatchCopyPhase, OfAVerboseJobReportsItsProgressWhenHalfASecondHasPassed) {
-  if (!canInjectFaults()) GTEST_SKIP() << "this build's program cannot be slowed down: it does not run under strace";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
   writeFile(source, mediaBytes(MiB + 1));
   const std::string size = std::to_string(MiB + 1);
 
   // The second read of the source takes more than half a second.
   const ToolRun run = runTool({.arguments = {"-v", "-k", source, scratch.file("a/clip.mov")},
-                               .wrapper = {"strace", "-f", "-qq", "-o", "/dev/null", "-P", source, "-e",
-                                           "inject=read:delay_exit=600000:when=2"},
+                               .wrapper = injectingAt(source, {"read:delay_exit=600000:when=2"}),
                                .environment = {{"XDG_CONFIG_HOME", settings.path().string()}}});
 
   EXPECT_EQ(0, run.exitStatus) << run.errors;

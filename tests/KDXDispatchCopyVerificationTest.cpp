@@ -1008,12 +1008,11 @@ TEST_F(KDXDispatchCopyVerificationSpeed, IsNotToldWhenAFileFailed) {
 }
 
 TEST_F(KDXDispatchCopyReadBack, OfAVerboseJobReportsItsProgressWhenHalfASecondHasPassed) {
-  if (!canInjectFaults()) GTEST_SKIP() << "this build's program cannot be slowed down: it does not run under strace";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
 
   // Only the read-back reads the destination; its second read takes more than half a second.
   const ToolRun run = runTool({.arguments = {"-v", source, first},
-                               .wrapper = {"strace", "-f", "-qq", "-o", "/dev/null", "-P", temporary(first), "-e",
-                                           "inject=read:delay_exit=600000:when=2"},
+                               .wrapper = injectingAt(temporary(first), {"read:delay_exit=600000:when=2"}),
                                .environment = {{"XDG_CONFIG_HOME", settings.path().string()}}});
 
   EXPECT_EQ(0, run.exitStatus) << run.errors;

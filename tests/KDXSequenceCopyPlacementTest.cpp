@@ -284,7 +284,7 @@ class KDXSequenceCopyPermanence : public SequencePlacementTest {
 };
 
 TEST_F(KDXSequenceCopyPermanence, ThatTheDeviceRefusesEndsTheRunBeforeAnythingIsMoved) {
-  if (!canInjectFaults()) GTEST_SKIP() << "no faults can be injected: this build's program does not run under strace";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
 
   const ToolRun run = runWith({}, "syncfs:error=EIO");
 
@@ -295,13 +295,13 @@ TEST_F(KDXSequenceCopyPermanence, ThatTheDeviceRefusesEndsTheRunBeforeAnythingIs
 }
 
 TEST_F(KDXSequenceCopyPermanence, IsSoughtOnceForDestinationsOnOneFileSystem) {
-  if (!canInjectFaults()) GTEST_SKIP() << "no faults can be injected: this build's program does not run under strace";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
 
   EXPECT_EQ(0, runWith({}, "syncfs:error=EIO:when=2").exitStatus);
 }
 
 TEST_F(KDXSequenceCopyPermanence, IsSoughtForEveryFileSystemOfADestination) {
-  if (!canInjectFaults()) GTEST_SKIP() << "no faults can be injected: this build's program does not run under strace";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
   std::string whyNot;
   const auto backup = MountedFileSystem::mount("tmpfs", MiB, whyNot);
   if (!backup) GTEST_SKIP() << whyNot;
@@ -315,7 +315,7 @@ TEST_F(KDXSequenceCopyPermanence, IsSoughtForEveryFileSystemOfADestination) {
 }
 
 TEST_F(KDXSequenceCopyPermanence, IsNotSoughtWithSkipFlush) {
-  if (!canInjectFaults()) GTEST_SKIP() << "no faults can be injected: this build's program does not run under strace";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
 
   const ToolRun run = runWith({"-nf"}, "syncfs,fsync:error=EIO");
 
@@ -383,7 +383,7 @@ TEST_F(KDXSequenceCopyFlush, OfAMissingLastFileEndsTheProcessWithItsFinalName) {
 }
 
 TEST_F(KDXSequenceCopyFlush, ThatTheDeviceRefusesEndsTheRun) {
-  if (!canInjectFaults()) GTEST_SKIP() << "no faults can be injected: this build's program does not run under strace";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
 
   const ToolRun run =
       runTool({.arguments = {"-s", identifier, scratch.file("a/plate.dpx")}, .wrapper = injecting("fsync:error=EIO")});

@@ -269,13 +269,12 @@ TEST_F(KDXSequenceCopyPhase, OfAVerboseJobTellsItsSpeedBeforeTheDigestOfTheSeque
 }
 
 TEST_F(KDXSequenceCopyPhase, OfAVerboseJobReportsItsProgressWhenHalfASecondHasPassed) {
-  if (!canInjectFaults()) GTEST_SKIP() << "this build's program cannot be slowed down: it does not run under strace";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
   writeFrames();
 
   // The first read of the second frame takes more than half a second.
   const ToolRun run = runTool({.arguments = {"-s", "-v", "-k", identifier, first},
-                               .wrapper = {"strace", "-f", "-qq", "-o", "/dev/null", "-P", frame(1), "-e",
-                                           "inject=read:delay_exit=600000:when=1"}});
+                               .wrapper = injectingAt(frame(1), {"read:delay_exit=600000:when=1"})});
 
   EXPECT_EQ(0, run.exitStatus) << run.errors;
   EXPECT_THAT(run.lines(), Contains("INFO: copied " + std::to_string(4097 + 70'001) + " of " + total + " bytes"));

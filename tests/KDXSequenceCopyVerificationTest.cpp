@@ -472,12 +472,11 @@ TEST_F(KDXSequenceCopyReadBack, WithoutDigestsReadsNoListAndSaysSoForEach) {
 }
 
 TEST_F(KDXSequenceCopyReadBack, OfAVerboseJobReportsItsProgressWhenHalfASecondHasPassed) {
-  if (!canInjectFaults()) GTEST_SKIP() << "this build's program cannot be slowed down: it does not run under strace";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
 
   // Only the read-back reads the destination.
   const ToolRun run = runTool({.arguments = {"-s", "-v", identifier, first},
-                               .wrapper = {"strace", "-f", "-qq", "-o", "/dev/null", "-P", copyOf(1, "a"), "-e",
-                                           "inject=read:delay_exit=600000:when=1"}});
+                               .wrapper = injectingAt(copyOf(1, "a"), {"read:delay_exit=600000:when=1"})});
 
   EXPECT_EQ(0, run.exitStatus) << run.errors;
   EXPECT_THAT(run.lines(), Contains("INFO: verified " + std::to_string(4097 + 70'001) + " of " + total +

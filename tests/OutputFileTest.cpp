@@ -31,7 +31,6 @@ namespace {
 using Names = std::vector<std::string>;
 
 constexpr std::size_t bufferSize = 64 * KiB;
-constexpr const char* cannotInject = "making system calls fail needs strace and a build without sanitizers";
 
 // One write of the bytes, out of memory as the tool has it.
 int64_t writeBytes(OutputFile& file, std::string_view bytes) {
@@ -363,7 +362,7 @@ TEST(OutputFile, AWriteWhoseTailAloneDoesNotFitIsAFailedWrite) {
 
 struct InjectionRow {
   const char* name;
-  std::vector<const char*> injects;
+  std::vector<std::string> injects;
   friend void PrintTo(const InjectionRow& row, std::ostream* out) { *out << row.name; }
 };
 
@@ -383,11 +382,9 @@ class OffloadWithFaults : public testing::TestWithParam<InjectionRow> {
   ToolRun offload(const std::string& bytes) const {
     const std::string source = _scratch.file("clip.mov");
     writeFile(source, bytes);
-    std::vector<std::string> wrapper{"strace", "-f", "-qq", "-o", "/dev/null", "-P", destination() + ".kdxcopy"};
-    for (const char* inject : GetParam().injects)
-      wrapper.insert(wrapper.end(), {"-e", std::string("inject=") + inject});
     // Without the flush nothing but the writing itself takes care of the data.
-    return runTool({.arguments = {"-k", "-nf", source, destination()}, .wrapper = wrapper});
+    return runTool({.arguments = {"-k", "-nf", source, destination()},
+                    .wrapper = injectingAt(destination() + ".kdxcopy", GetParam().injects)});
   }
 
   std::string destination() const { return _volume->file("clip.mov"); }

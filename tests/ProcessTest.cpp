@@ -256,7 +256,7 @@ TEST(Process, ThreadsThatStartLaterInheritTheDiskPriority) {
 }
 
 TEST(Process, ARefusedDiskPriorityDoesNotStopTheOffload) {
-  if (!canInjectFaults()) GTEST_SKIP() << "making system calls fail needs strace and a build without sanitizers";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
   const ScratchDirectory scratch;
   writeFile(scratch.file("clip.mov"), mediaBytes(1000));
   const ToolRun run = runTool({.arguments = {"-k", scratch.file("clip.mov"), scratch.file("a/clip.mov")},

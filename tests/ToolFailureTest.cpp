@@ -245,7 +245,7 @@ void expectNoFault(const Fault& row) {
 class ToolFaults : public testing::TestWithParam<Fault> {};
 
 TEST_P(ToolFaults, EndWithTheirStatusAndCostNothingThatWasThere) {
-  if (!canInjectFaults()) GTEST_SKIP() << "making system calls fail needs strace and a program without sanitizers";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
   expectFault(GetParam());
   expectNoFault(GetParam());
 }
@@ -253,7 +253,7 @@ TEST_P(ToolFaults, EndWithTheirStatusAndCostNothingThatWasThere) {
 class ToolHarmlessFaults : public testing::TestWithParam<Fault> {};
 
 TEST_P(ToolHarmlessFaults, DoNotChangeTheOffload) {
-  if (!canInjectFaults()) GTEST_SKIP() << "making system calls fail needs strace and a program without sanitizers";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
   expectFault(GetParam());
 }
 
@@ -498,7 +498,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 // Who asks for no look at sizes gets none.
 TEST(ToolFailure, AShortWriteGoesUnseenWhereNothingIsReadBackAndSizesAreNotLookedAt) {
-  if (!canInjectFaults()) GTEST_SKIP() << "making system calls fail needs strace and a program without sanitizers";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
   const Offload offload;
   const ToolRun run =
       runTool(ToolStart{.arguments = {"-k", "-nfs", "-a", "3145745", offload.source, offload.destination},
@@ -513,7 +513,7 @@ TEST(ToolFailure, AShortWriteGoesUnseenWhereNothingIsReadBackAndSizesAreNotLooke
 
 // As Linux sees it a success of descriptor 0 would be one, but it proves nothing of the media.
 TEST(ToolFailure, AFinalFileThatCanNotBeOpenedIsNotFlushedByFlushingStandardInput) {
-  if (!canInjectFaults()) GTEST_SKIP() << "making system calls fail needs strace and a program without sanitizers";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
   const Offload offload;
   const ScratchDirectory other;
   writeFile(other.file("input"), "a file that can be synced");
@@ -530,7 +530,7 @@ TEST(ToolFailure, AFinalFileThatCanNotBeOpenedIsNotFlushedByFlushingStandardInpu
 }
 
 TEST(ToolFailure, DataThatCanNotBeMadePermanentGetsNoFinalName) {
-  if (!canInjectFaults()) GTEST_SKIP() << "making system calls fail needs strace and a program without sanitizers";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
   if (!writesPastTheCache(Offload())) GTEST_SKIP() << "the temporary directory has no O_DIRECT";
   const Fault fault{.name = "Data",
                     .injections = {"fdatasync:error=EIO"},
@@ -546,7 +546,7 @@ TEST(ToolFailure, DataThatCanNotBeMadePermanentGetsNoFinalName) {
 }
 
 TEST(ToolFailure, DataThatCanNotBeMadePermanentDoesNotRemoveWhatIsToBeReplaced) {
-  if (!canInjectFaults()) GTEST_SKIP() << "making system calls fail needs strace and a program without sanitizers";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
   if (!writesPastTheCache(Offload())) GTEST_SKIP() << "the temporary directory has no O_DIRECT";
   const Offload offload;
   writeFile(offload.destination, "an earlier take");
@@ -562,7 +562,7 @@ TEST(ToolFailure, DataThatCanNotBeMadePermanentDoesNotRemoveWhatIsToBeReplaced) 
 
 // Whoever asks for no flush at all is not stopped by one that fails.
 TEST(ToolFailure, WithoutFlushNothingIsSynced) {
-  if (!canInjectFaults()) GTEST_SKIP() << "making system calls fail needs strace and a program without sanitizers";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
   if (!writesPastTheCache(Offload())) GTEST_SKIP() << "the temporary directory has no O_DIRECT";
   const Offload offload;
   const ToolRun run = runTool(ToolStart{.arguments = {"-nf", offload.source, offload.destination},
@@ -617,7 +617,7 @@ using Paths = std::pair<std::string, std::string>;  // source, destination
 class ToolWithoutWorkingDirectory : public testing::TestWithParam<Paths> {};
 
 TEST_P(ToolWithoutWorkingDirectory, StillOffloadsRelativePaths) {
-  if (!canInjectFaults()) GTEST_SKIP() << "making system calls fail needs strace and a program without sanitizers";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
   const Offload offload;
   const auto& [source, destination] = GetParam();
   const ToolRun run = runTool(ToolStart{.arguments = {"-k", source, destination},
@@ -635,7 +635,7 @@ INSTANTIATE_TEST_SUITE_P(Names, ToolWithoutWorkingDirectory,
 class ToolWithoutThreads : public testing::TestWithParam<const char*> {};
 
 TEST_P(ToolWithoutThreads, EndsWithAMessageAndGivesNoFinalName) {
-  if (!canInjectFaults()) GTEST_SKIP() << "making system calls fail needs strace and a program without sanitizers";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
   const Offload offload;
   const ToolRun run =
       runTool(ToolStart{.arguments = {offload.source, offload.destination}, .wrapper = injecting(GetParam())});
@@ -650,7 +650,7 @@ INSTANTIATE_TEST_SUITE_P(Starts, ToolWithoutThreads,
                                          "clone3:error=EAGAIN:when=3"));
 
 TEST(ToolFailure, AFailedWriteToOneDestinationGivesNoDestinationItsFinalName) {
-  if (!canInjectFaults()) GTEST_SKIP() << "making system calls fail needs strace and a program without sanitizers";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
   const Offload offload;
   const std::string second = offload.scratch.file("shuttle/clip.mov");
   const auto start = [&](std::vector<std::string> wrapper) {
@@ -664,7 +664,7 @@ TEST(ToolFailure, AFailedWriteToOneDestinationGivesNoDestinationItsFinalName) {
 }
 
 TEST(ToolFailure, ADestinationThatCanNotBeMovedLeavesThoseBeforeItAndThoseBehindIt) {
-  if (!canInjectFaults()) GTEST_SKIP() << "making system calls fail needs strace and a program without sanitizers";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
   const Offload offload;
   const std::string second = offload.scratch.file("second/clip.mov");
   const std::string third = offload.scratch.file("third/clip.mov");
@@ -682,7 +682,7 @@ TEST(ToolFailure, ADestinationThatCanNotBeMovedLeavesThoseBeforeItAndThoseBehind
 
 // The other destinations are read back to their end all the same.
 TEST(ToolFailure, ADestinationThatCanNotBeReadBackDoesNotStopTheReadBackOfTheOthers) {
-  if (!canInjectFaults()) GTEST_SKIP() << "making system calls fail needs strace and a program without sanitizers";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
   const Offload offload;
   const std::string second = offload.scratch.file("shuttle/clip.mov");
   const ToolRun run = runTool(ToolStart{.arguments = {offload.source, offload.destination, second},

@@ -730,7 +730,7 @@ TEST(ToolSequence, TheSameDestinationTwiceKeepsTheFirstCopyAndTheSecondFails) {
 // --- Permanence ---
 
 TEST(ToolSequence, ASyncOfTheFileSystemThatFailsBeforeTheMoveLeavesTheTemporaryNames) {
-  if (!canInjectFaults()) GTEST_SKIP() << "system calls can't be made to fail here";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
   const Offload offload(2);
 
   const ToolRun run = runTool({.arguments = offload.arguments(), .wrapper = injecting("syncfs:error=EIO")});
@@ -745,7 +745,7 @@ TEST(ToolSequence, ASyncOfTheFileSystemThatFailsBeforeTheMoveLeavesTheTemporaryN
 }
 
 TEST(ToolSequence, DestinationsOfOneFileSystemAreSyncedOnceBeforeTheMove) {
-  if (!canInjectFaults()) GTEST_SKIP() << "system calls can't be made to fail here";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
   const Offload offload(2);
 
   // The second such call would fail.
@@ -757,7 +757,7 @@ TEST(ToolSequence, DestinationsOfOneFileSystemAreSyncedOnceBeforeTheMove) {
 }
 
 TEST(ToolSequence, WithoutFlushNothingIsSynced) {
-  if (!canInjectFaults()) GTEST_SKIP() << "system calls can't be made to fail here";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
   const Offload offload(2);
 
   const ToolRun run =

@@ -130,25 +130,14 @@ TEST(FileThatEndsEarly, IsAReadErrorOfTheSourceAndNotAShorterCopy) {
 }
 
 TEST(MoveWithoutLinks, ReplacesNothingWhenTheFinalNameCanNotBeLookedAt) {
-  if (!canInjectFaults()) GTEST_SKIP() << "strace can't be used here";
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
   const ScratchDirectory scratch;
   const std::string source = scratch.file("card/clip.mov");
   const std::string destination = scratch.file("backup/clip.mov");
   writeFile(source, mediaBytes(4096));
   writeFile(destination, "precious");
-  const std::vector<std::string> wrapper{"strace",
-                                         "-f",
-                                         "-qq",
-                                         "-o",
-                                         "/dev/null",
-                                         "-P",
-                                         destination,
-                                         "-e",
-                                         "inject=newfstatat:error=EIO",
-                                         "-e",
-                                         "inject=renameat2:error=EINVAL",
-                                         "-e",
-                                         "inject=link:error=EPERM"};
+  const std::vector<std::string> wrapper =
+      injectingAt(destination, {"newfstatat:error=EIO", "renameat2:error=EINVAL", "link:error=EPERM"});
 
   const ToolRun run = runTool({.arguments = {"-k", source, destination}, .wrapper = wrapper});
 

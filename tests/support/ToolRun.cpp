@@ -87,3 +87,9 @@ bool canInjectFaults() {
 std::vector<std::string> injecting(const std::string& inject) {
   return {"strace", "-f", "-qq", "-o", "/dev/null", "-e", "inject=" + inject};
 }
+
+std::vector<std::string> injectingAt(const std::string& path, const std::vector<std::string>& injections) {
+  std::vector<std::string> words{"strace", "-f", "-qq", "-o", "/dev/null", "-P", path};
+  for (const std::string& inject : injections) words.insert(words.end(), {"-e", "inject=" + inject});
+  return words;
+}

@@ -38,5 +38,9 @@ bool haveProgram(const std::string& name);
 bool isSanitized();
 // True when this build's program can be traced (sanitizers do not run under strace).
 bool canInjectFaults();
+// For the visible skip where it can't.
+inline constexpr const char* cannotInject = "meddling with system calls needs strace and a build without sanitizers";
 // `strace` arguments for the wrapper that make one call fail; `inject` as strace's -e inject= takes it.
 std::vector<std::string> injecting(const std::string& inject);
+// The same for any number of calls, those alone that concern the one path.
+std::vector<std::string> injectingAt(const std::string& path, const std::vector<std::string>& injections);
