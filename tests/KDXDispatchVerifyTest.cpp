@@ -20,6 +20,7 @@
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchVerify.h"
 #include "platform/Process.h"
 #include "platform/SerialQueue.h"
+#include "tests/support/ExpectedText.h"
 #include "tests/support/ScratchDirectory.h"
 
 using testing::ElementsAre;
@@ -52,10 +53,7 @@ void PrintTo(const Algorithm& row, std::ostream* out) {
 // The program prints the most significant byte first.
 std::string expectedText(const Algorithm& algorithm, const std::string& path) {
   std::string digits = digestByProgram(algorithm.program, path);
-  if (algorithm.code == xxHash64) {
-    std::reverse(digits.begin(), digits.end());
-    for (std::size_t i = 0; i + 1 < digits.size(); i += 2) std::swap(digits[i], digits[i + 1]);
-  }
+  if (algorithm.code == xxHash64) digits = bytesTurnedRound(digits);
   return algorithm.methodName + (":" + digits);
 }
 

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -12,6 +11,7 @@
 
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
+#include "tests/support/ExpectedText.h"
 #include "tests/support/OutputLines.h"
 #include "tests/support/PhaseRun.h"
 #include "tests/support/ScratchDirectory.h"
@@ -33,12 +33,6 @@ constexpr int32_t hashOnly = KDXVerificationOptionHashDuringCopy;
 constexpr int32_t sourceBit = hashOnly | KDXVerificationOptionVerifySource;
 constexpr int32_t destinationsBit = hashOnly | KDXVerificationOptionVerifyDestinations;
 constexpr int32_t allReadBacks = sourceBit | destinationsBit;
-
-std::string upperCased(std::string text) {
-  std::ranges::transform(text, text.begin(),
-                         [](char c) { return c >= 'a' && c <= 'f' ? static_cast<char>(c - 32) : c; });
-  return text;
-}
 
 // A card with frames 9 to 11; frame 11 does not fit the reader's buffer.
 class SequenceVerificationTest : public testing::Test {
@@ -183,7 +177,7 @@ TEST_P(KDXSequenceCopyExternalHash, IsThatOfTheSequenceOrTheOneInTheOtherByteOrd
   const std::string digits = digestOf(joined(row.ofFrames), row.ofJoinedTexts);
 
   expectOutcome(row.method + (":" + digits));
-  expectOutcome(row.method + (":" + upperCased(digits)));
+  expectOutcome(row.method + (":" + inCapitals(digits)));
 }
 
 constexpr const char* md5 = "md5sum";

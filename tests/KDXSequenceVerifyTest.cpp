@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <ostream>
@@ -12,6 +11,7 @@
 #include "KDXFileTools/kdxdispatchcopy/KDXSequenceVerify.h"
 #include "platform/Process.h"
 #include "platform/SerialQueue.h"
+#include "tests/support/ExpectedText.h"
 #include "tests/support/ScratchDirectory.h"
 
 namespace {
@@ -45,10 +45,7 @@ class Frames {
   // The program prints the most significant byte first.
   static std::string bareHexText(const Algorithm& algorithm, const std::string& path) {
     std::string digits = digestByProgram(algorithm.program, path);
-    if (algorithm.code == xxHash64) {
-      std::reverse(digits.begin(), digits.end());
-      for (std::size_t i = 0; i + 1 < digits.size(); i += 2) std::swap(digits[i], digits[i + 1]);
-    }
+    if (algorithm.code == xxHash64) digits = bytesTurnedRound(digits);
     return digits;
   }
 

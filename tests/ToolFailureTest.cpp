@@ -6,11 +6,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <map>
 #include <memory>
 #include <ostream>
 
+#include "tests/support/ClipOffload.h"
+#include "tests/support/ExpectedText.h"
 #include "tests/support/MountedFileSystem.h"
+#include "tests/support/OutputLines.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -22,115 +24,6 @@ namespace {
 
 using Names = std::vector<std::string>;
 using Arguments = std::vector<std::string>;
-
-constexpr std::size_t clipSize = 3 * MiB + 17;
-
-constexpr const char* started = "INFO: copying {card}...\n";
-constexpr const char* hashed = "hash MD5:{md5}\n";
-constexpr const char* sizeChecked =
-    "Copy completed successfully for destination file with file size check ({destination})\n";
-// Lines behind a "~" may come in any order.
-constexpr const char* bothReadBack =
-    "~INFO: verifying {card}\n"
-    "~INFO: verifying {backup}\n"
-    "~verify of source file #2 ({source}) ok.\n"
-    "~verify of destination file #1 ({destination}) ok.\n";
-constexpr const char* moving = "INFO: moving files in place..\n";
-constexpr const char* flushing = "INFO: flushing files\n";
-constexpr const char* done = "INFO: done.\n\n";
-constexpr const char* notMovedLines =
-    "failed to move {destination}.kdxcopy\n"
-    "failed to move files in place\n";
-
-// Words that stand for lines which many runs have in common.
-constexpr std::pair<const char*, const char*> lineWords[] = {
-    {"{started}", started},
-    {"{hashed}", hashed},
-    {"{sizeChecked}", sizeChecked},
-    {"{bothReadBack}", bothReadBack},
-    {"{moving}", moving},
-    {"{flushing}", flushing},
-    {"{done}", done},
-    {"{notMovedLines}", notMovedLines},
-};
-
-// One text made of several.
-std::string text(std::initializer_list<std::string> parts) {
-  std::string whole;
-  for (const std::string& part : parts) whole += part;
-  return whole;
-}
-
-std::string replaced(std::string in, const std::string& what, const std::string& with) {
-  for (std::size_t at = 0; (at = in.find(what, at)) != std::string::npos; at += with.size())
-    in.replace(at, what.size(), with);
-  return in;
-}
-
-// A card with one clip, and where it is offloaded to.
-class Offload {
- public:
-  explicit Offload(std::size_t size = clipSize) : bytes(mediaBytes(size)) { writeFile(source, bytes); }
-
-  // The text with its words in braces filled in.
-  [[nodiscard]] std::string filled(std::string in) const {
-    for (const auto& [word, lines] : lineWords) in = replaced(std::move(in), word, lines);
-    const std::map<std::string, std::string> words{
-        {"{source}", source},
-        {"{destination}", destination},
-        {"{card}", scratch.path() / "card"},
-        {"{backup}", scratch.path() / "backup"},
-        {"{md5}", digestByProgram("md5sum", source)},
-    };
-    for (const auto& [word, meaning] : words) in = replaced(std::move(in), word, meaning);
-    return in;
-  }
-
-  [[nodiscard]] Names names() const { return namesBelow(scratch.path()); }
-
-  ScratchDirectory scratch;
-  std::string source = scratch.file("card/clip.mov");
-  std::string destination = scratch.file("backup/clip.mov");
-  std::string bytes;
-};
-
-Names linesOf(const std::string& output) {
-  return ToolRun{.output = output, .errors = {}}.lines();
-}
-
-std::string joined(const Names& lines) {
-  std::string whole;
-  for (const std::string& line : lines) whole += line + "\n";
-  return whole;
-}
-
-// Compares the whole output; the run of lines that begin with "~" may come in any order.
-void expectOutput(const std::string& expected, const std::string& output) {
-  Names wanted = linesOf(expected);
-  Names found = linesOf(output);
-  const auto marked = [](const std::string& line) { return line.starts_with('~'); };
-  const auto first = std::ranges::find_if(wanted, marked) - wanted.begin();
-  const auto count = std::ranges::count_if(wanted, marked);
-  for (std::string& line : wanted) {
-    if (marked(line)) line.erase(0, 1);
-  }
-  if (found.size() == wanted.size()) {
-    std::sort(wanted.begin() + first, wanted.begin() + first + count);
-    std::sort(found.begin() + first, found.begin() + first + count);
-  }
-  EXPECT_EQ(joined(wanted), joined(found));
-  EXPECT_EQ(expected.ends_with('\n'), output.ends_with('\n')) << output;
-}
-
-// The system log's one line carries the text; without one nothing is logged.
-void expectLogged(const std::string& line, const std::string& errors) {
-  if (line.empty()) {
-    EXPECT_EQ("", errors);
-    return;
-  }
-  EXPECT_THAT(errors, EndsWith(line + "\n"));
-  EXPECT_EQ(1, std::ranges::count(errors, '\n')) << errors;
-}
 
 // The wrapper that makes calls fail, where `at` is given only those that concern that path, and keeps a log of them.
 std::vector<std::string> failing(const std::vector<std::string>& injections, const std::string& at,
@@ -149,35 +42,10 @@ std::vector<std::string> failing(const std::vector<std::string>& injections, con
 }
 
 // Files of the temporary directory can be written past the cache.
-bool writesPastTheCache(const Offload& offload) {
+bool writesPastTheCache(const ClipOffload& offload) {
   const int file = ::open(offload.source.c_str(), O_RDONLY | O_DIRECT | O_CLOEXEC);
   if (file >= 0) ::close(file);
   return file >= 0;
-}
-
-// What lies on disk when a run has ended.
-enum class OnDisk { untouched, notMoved, both, offloaded };
-
-Names namesOf(OnDisk state) {
-  switch (state) {
-    case OnDisk::untouched:
-      return {"card/clip.mov"};
-    case OnDisk::notMoved:
-      return {"backup/clip.mov.kdxcopy", "card/clip.mov"};
-    case OnDisk::both:
-      return {"backup/clip.mov", "backup/clip.mov.kdxcopy", "card/clip.mov"};
-    case OnDisk::offloaded:
-      break;
-  }
-  return {"backup/clip.mov", "card/clip.mov"};
-}
-
-Names offloaded() {
-  return namesOf(OnDisk::offloaded);
-}
-
-Names notMoved() {
-  return namesOf(OnDisk::notMoved);
 }
 
 using Words = const char* [4];  // up to the first null
@@ -205,7 +73,7 @@ void PrintTo(const Fault& fault, std::ostream* stream) {
   *stream << fault.name;
 }
 
-ToolRun runWith(const Fault& row, const Offload& offload, const std::vector<std::string>& wrapper) {
+ToolRun runWith(const Fault& row, const ClipOffload& offload, const std::vector<std::string>& wrapper) {
   const ScratchDirectory settings;
   writeFile(settings.file("kdxdispatchcopy/defaults.ini"), row.settings);
   if (*row.standsThere != '\0') writeFile(offload.destination, row.standsThere);
@@ -218,7 +86,7 @@ ToolRun runWith(const Fault& row, const Offload& offload, const std::vector<std:
 }
 
 void expectFault(const Fault& row) {
-  const Offload offload;
+  const ClipOffload offload;
   const ScratchDirectory logs;
   const std::string log = logs.file("calls");
   const ToolRun run = runWith(row, offload, failing(wordsOf(row.injections), offload.filled(row.at), log));
@@ -235,7 +103,7 @@ void expectFault(const Fault& row) {
 
 // Without the fault nothing goes wrong, so the fault is the cause.
 void expectNoFault(const Fault& row) {
-  const Offload offload;
+  const ClipOffload offload;
   const ToolRun run = runWith(row, offload, {});
   EXPECT_EQ(0, run.exitStatus) << run.output;
   EXPECT_EQ(offloaded(), offload.names());
@@ -499,13 +367,13 @@ INSTANTIATE_TEST_SUITE_P(
 // Who asks for no look at sizes gets none.
 TEST(ToolFailure, AShortWriteGoesUnseenWhereNothingIsReadBackAndSizesAreNotLookedAt) {
   if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
-  const Offload offload;
+  const ClipOffload offload;
   const ToolRun run =
       runTool(ToolStart{.arguments = {"-k", "-nfs", "-a", "3145745", offload.source, offload.destination},
                         .wrapper = failing({"write:retval=1000"}, offload.destination + ".kdxcopy", "/dev/null")});
   EXPECT_EQ(0, run.exitStatus);
   EXPECT_EQ(offload.filled(text({started, hashed, "Copy completed successfully for destination file ({destination})\n",
-                                 moving, flushing, done})),
+                                 moving, flushing, closing})),
             run.output);
   EXPECT_EQ(offloaded(), offload.names());
   EXPECT_EQ("", readFile(offload.destination));
@@ -514,7 +382,7 @@ TEST(ToolFailure, AShortWriteGoesUnseenWhereNothingIsReadBackAndSizesAreNotLooke
 // As Linux sees it a success of descriptor 0 would be one, but it proves nothing of the media.
 TEST(ToolFailure, AFinalFileThatCanNotBeOpenedIsNotFlushedByFlushingStandardInput) {
   if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
-  const Offload offload;
+  const ClipOffload offload;
   const ScratchDirectory other;
   writeFile(other.file("input"), "a file that can be synced");
   const auto start = [&](std::vector<std::string> wrapper) {
@@ -531,7 +399,7 @@ TEST(ToolFailure, AFinalFileThatCanNotBeOpenedIsNotFlushedByFlushingStandardInpu
 
 TEST(ToolFailure, DataThatCanNotBeMadePermanentGetsNoFinalName) {
   if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
-  if (!writesPastTheCache(Offload())) GTEST_SKIP() << "the temporary directory has no O_DIRECT";
+  if (!writesPastTheCache(ClipOffload())) GTEST_SKIP() << "the temporary directory has no O_DIRECT";
   const Fault fault{.name = "Data",
                     .injections = {"fdatasync:error=EIO"},
                     .at = "{destination}.kdxcopy",
@@ -547,8 +415,8 @@ TEST(ToolFailure, DataThatCanNotBeMadePermanentGetsNoFinalName) {
 
 TEST(ToolFailure, DataThatCanNotBeMadePermanentDoesNotRemoveWhatIsToBeReplaced) {
   if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
-  if (!writesPastTheCache(Offload())) GTEST_SKIP() << "the temporary directory has no O_DIRECT";
-  const Offload offload;
+  if (!writesPastTheCache(ClipOffload())) GTEST_SKIP() << "the temporary directory has no O_DIRECT";
+  const ClipOffload offload;
   writeFile(offload.destination, "an earlier take");
   const auto start = [&](std::vector<std::string> wrapper) {
     return ToolStart{.arguments = {"-f", offload.source, offload.destination}, .wrapper = std::move(wrapper)};
@@ -563,8 +431,8 @@ TEST(ToolFailure, DataThatCanNotBeMadePermanentDoesNotRemoveWhatIsToBeReplaced) 
 // Whoever asks for no flush at all is not stopped by one that fails.
 TEST(ToolFailure, WithoutFlushNothingIsSynced) {
   if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
-  if (!writesPastTheCache(Offload())) GTEST_SKIP() << "the temporary directory has no O_DIRECT";
-  const Offload offload;
+  if (!writesPastTheCache(ClipOffload())) GTEST_SKIP() << "the temporary directory has no O_DIRECT";
+  const ClipOffload offload;
   const ToolRun run = runTool(ToolStart{.arguments = {"-nf", offload.source, offload.destination},
                                         .wrapper = failing({"fsync,fdatasync:error=EIO"}, "", "/dev/null")});
   EXPECT_EQ(0, run.exitStatus) << run.output;
@@ -577,7 +445,7 @@ constexpr Fault harmless(const char* name, const char* injection, const char* at
                .injections = {injection, second},
                .at = at,
                .status = 0,
-               .output = "{started}{hashed}{bothReadBack}{moving}{flushing}{done}",
+               .output = "{started}{hashed}{bothReadBack}{moving}{flushing}{closing}",
                .names = OnDisk::offloaded};
 }
 
@@ -618,7 +486,7 @@ class ToolWithoutWorkingDirectory : public testing::TestWithParam<Paths> {};
 
 TEST_P(ToolWithoutWorkingDirectory, StillOffloadsRelativePaths) {
   if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
-  const Offload offload;
+  const ClipOffload offload;
   const auto& [source, destination] = GetParam();
   const ToolRun run = runTool(ToolStart{.arguments = {"-k", source, destination},
                                         .wrapper = injecting("getcwd:error=EACCES"),
@@ -636,7 +504,7 @@ class ToolWithoutThreads : public testing::TestWithParam<const char*> {};
 
 TEST_P(ToolWithoutThreads, EndsWithAMessageAndGivesNoFinalName) {
   if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
-  const Offload offload;
+  const ClipOffload offload;
   const ToolRun run =
       runTool(ToolStart{.arguments = {offload.source, offload.destination}, .wrapper = injecting(GetParam())});
   EXPECT_EQ(1, run.exitStatus);
@@ -651,7 +519,7 @@ INSTANTIATE_TEST_SUITE_P(Starts, ToolWithoutThreads,
 
 TEST(ToolFailure, AFailedWriteToOneDestinationGivesNoDestinationItsFinalName) {
   if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
-  const Offload offload;
+  const ClipOffload offload;
   const std::string second = offload.scratch.file("shuttle/clip.mov");
   const auto start = [&](std::vector<std::string> wrapper) {
     return ToolStart{.arguments = {offload.source, offload.destination, second}, .wrapper = std::move(wrapper)};
@@ -665,7 +533,7 @@ TEST(ToolFailure, AFailedWriteToOneDestinationGivesNoDestinationItsFinalName) {
 
 TEST(ToolFailure, ADestinationThatCanNotBeMovedLeavesThoseBeforeItAndThoseBehindIt) {
   if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
-  const Offload offload;
+  const ClipOffload offload;
   const std::string second = offload.scratch.file("second/clip.mov");
   const std::string third = offload.scratch.file("third/clip.mov");
   const ToolRun run =
@@ -683,7 +551,7 @@ TEST(ToolFailure, ADestinationThatCanNotBeMovedLeavesThoseBeforeItAndThoseBehind
 // The other destinations are read back to their end all the same.
 TEST(ToolFailure, ADestinationThatCanNotBeReadBackDoesNotStopTheReadBackOfTheOthers) {
   if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
-  const Offload offload;
+  const ClipOffload offload;
   const std::string second = offload.scratch.file("shuttle/clip.mov");
   const ToolRun run = runTool(ToolStart{.arguments = {offload.source, offload.destination, second},
                                         .wrapper = failing({"read:error=EIO"}, second + ".kdxcopy", "/dev/null")});
@@ -721,7 +589,7 @@ class ToolSmallDevices : public testing::TestWithParam<SmallDevice> {
     writeFile(_settings.file("kdxdispatchcopy/defaults.ini"), "readBufferSizeMB = 1\n");
   }
 
-  ToolRun offloadToBoth(const Offload& offload, const std::string& option) {
+  ToolRun offloadToBoth(const ClipOffload& offload, const std::string& option) {
     return runTool(ToolStart{.arguments = {option, offload.source, offload.destination, _device->file("clip.mov")},
                              .environment = {{"XDG_CONFIG_HOME", _settings.path()}}});
   }
@@ -731,7 +599,7 @@ class ToolSmallDevices : public testing::TestWithParam<SmallDevice> {
 };
 
 TEST_P(ToolSmallDevices, StopTheOffloadWhenTheyAreFullAndCostNothing) {
-  const Offload offload(GetParam().size + MiB);
+  const ClipOffload offload(GetParam().size + MiB);
   writeFile(_device->file("older.mov"), "an older clip");
 
   const ToolRun run = offloadToBoth(offload, "-ns");
@@ -745,7 +613,7 @@ TEST_P(ToolSmallDevices, StopTheOffloadWhenTheyAreFullAndCostNothing) {
 }
 
 TEST_P(ToolSmallDevices, TakeAClipThatFits) {
-  const Offload offload(MiB + 17);
+  const ClipOffload offload(MiB + 17);
   const ToolRun run = offloadToBoth(offload, "-k");
   EXPECT_EQ(0, run.exitStatus) << run.output;
   EXPECT_EQ(offloaded(), offload.names());
@@ -761,7 +629,7 @@ TEST(ToolFailure, APartTakenByAFullDeviceIsFoundByTheSizeCheckAndByTheReadBack) 
   std::string whyNot;
   const auto device = MountedFileSystem::mount("tmpfs", 2 * MiB, whyNot);
   if (!device) GTEST_SKIP() << whyNot;
-  const Offload offload;
+  const ClipOffload offload;
   const std::string second = device->file("clip.mov");
 
   const ToolRun sizes = runTool({"-k", offload.source, offload.destination, second});

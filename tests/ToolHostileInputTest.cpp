@@ -17,6 +17,8 @@
 #include <filesystem>
 #include <ostream>
 
+#include "tests/support/ClipOffload.h"
+#include "tests/support/ExpectedText.h"
 #include "tests/support/MountedFileSystem.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
@@ -32,67 +34,16 @@ namespace fs = std::filesystem;
 using Names = std::vector<std::string>;
 using Arguments = std::vector<std::string>;
 
-constexpr std::size_t clipSize = 64 * KiB + 17;
-
-constexpr const char* started = "INFO: copying {card}...\n";
-constexpr const char* hashed = "hash MD5:{md5}\n";
-constexpr const char* sizeChecked =
-    "Copy completed successfully for destination file with file size check ({destination})\n";
-constexpr const char* moving = "INFO: moving files in place..\n";
-constexpr const char* movedAndFlushed =
-    "INFO: moving files in place..\n"
-    "INFO: flushing files\n"
-    "INFO: done.\n"
-    "\n";
-
-// One text made of several.
-std::string text(std::initializer_list<std::string> parts) {
-  std::string whole;
-  for (const std::string& part : parts) whole += part;
-  return whole;
-}
-
-std::string replaced(std::string in, const std::string& what, const std::string& with) {
-  for (std::size_t at = 0; (at = in.find(what, at)) != std::string::npos; at += with.size())
-    in.replace(at, what.size(), with);
-  return in;
-}
-
-// A card with one clip, and where it is offloaded to under the same name.
-class Offload {
+// The offload of a small clip, whose name may be odd.
+class Offload : public ClipOffload {
  public:
-  explicit Offload(const std::string& clipName = "clip.mov")
-      : name(clipName), source(scratch.file("card/" + name)), destination(scratch.file("backup/" + name)) {
-    writeFile(scratch.file("card/plain"), bytes);
-    _md5 = digestByProgram("md5sum", scratch.file("card/plain"));
-    fs::rename(scratch.file("card/plain"), source);
-  }
+  explicit Offload(const std::string& clipName = "clip.mov") : ClipOffload(64 * KiB + 17, clipName), name(clipName) {}
 
-  // The text with its words in braces filled in.
-  [[nodiscard]] std::string filled(std::string in) const {
-    const std::vector<std::pair<std::string, std::string>> words{
-        {"{md5}", _md5},
-        {"{card}", scratch.path() / "card"},
-        {"{source}", source},
-        {"{destination}", destination},
-    };
-    for (const auto& [word, meaning] : words) in = replaced(std::move(in), word, meaning);
-    return in;
-  }
-
-  [[nodiscard]] Names names() const { return namesBelow(scratch.path()); }
   [[nodiscard]] std::string temporary() const { return destination + ".kdxcopy"; }
   [[nodiscard]] bool sourceIsIntact() const { return bytes == readFile(source); }
   [[nodiscard]] bool isCopy(const std::string& path) const { return bytes == readFile(path); }
 
-  ScratchDirectory scratch;
-  std::string bytes = mediaBytes(clipSize);
-  std::string name;
-  std::string source;
-  std::string destination;
-
- private:
-  std::string _md5;
+  const std::string name;
 };
 
 // Row of a table whose rows are names of clips.

@@ -12,6 +12,8 @@
 #include <ostream>
 #include <regex>
 
+#include "tests/support/ExpectedText.h"
+#include "tests/support/OutputLines.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -50,19 +52,6 @@ constexpr const char* movedWithoutFlush =
     "INFO: moving files in place..\n"
     "INFO: done.\n"
     "\n";
-
-std::string replaced(std::string in, const std::string& what, const std::string& with) {
-  for (std::size_t at = 0; (at = in.find(what, at)) != std::string::npos; at += with.size())
-    in.replace(at, what.size(), with);
-  return in;
-}
-
-// Hex digits with the order of the bytes turned round.
-std::string reversed(const std::string& digits) {
-  std::string result;
-  for (std::size_t at = digits.size(); at >= 2; at -= 2) result += digits.substr(at - 2, 2);
-  return result;
-}
 
 std::string frameName(std::size_t number) {
   return fmt::format("p.{:04}.dpx", number);
@@ -204,34 +193,6 @@ class Offload {
  private:
   std::string _cardName;
 };
-
-Names linesOf(const std::string& output) {
-  return ToolRun{.output = output, .errors = {}}.lines();
-}
-
-std::string joined(const Names& lines) {
-  std::string whole;
-  for (const std::string& line : lines) whole += line + "\n";
-  return whole;
-}
-
-// Compares the whole output; the run of lines that begin with "~" may come in any order.
-void expectOutput(const std::string& expected, const std::string& output) {
-  Names wanted = linesOf(expected);
-  Names found = linesOf(output);
-  const auto marked = [](const std::string& line) { return line.starts_with('~'); };
-  const auto first = std::ranges::find_if(wanted, marked) - wanted.begin();
-  const auto count = std::ranges::count_if(wanted, marked);
-  for (std::string& line : wanted) {
-    if (marked(line)) line.erase(0, 1);
-  }
-  if (found.size() == wanted.size()) {
-    std::sort(wanted.begin() + first, wanted.begin() + first + count);
-    std::sort(found.begin() + first, found.begin() + first + count);
-  }
-  EXPECT_EQ(joined(wanted), joined(found));
-  EXPECT_EQ(expected.ends_with('\n'), output.ends_with('\n')) << output;
-}
 
 Names allTemporary() {
   return {"p.0001.dpx.kdxcopy", "p.0002.dpx.kdxcopy", "p.0003.dpx.kdxcopy"};
@@ -525,16 +486,14 @@ class ToolSequenceExternalHash : public testing::TestWithParam<ExternalHash> {
   static std::string filled(const Offload& offload, std::string hash) {
     const std::string mostFirst = offload.joinedDigests(xxh64);
     std::string leastFirst;
-    for (std::size_t at = 0; at < mostFirst.size(); at += 16) leastFirst += reversed(mostFirst.substr(at, 16));
-    std::string capitals = offload.sequenceDigest(md5);
-    std::ranges::transform(capitals, capitals.begin(), [](char c) { return c >= 'a' ? static_cast<char>(c - 32) : c; });
+    for (std::size_t at = 0; at < mostFirst.size(); at += 16) leastFirst += bytesTurnedRound(mostFirst.substr(at, 16));
     hash = replaced(std::move(hash), "{md5}", offload.sequenceDigest(md5));
-    hash = replaced(std::move(hash), "{MD5}", capitals);
+    hash = replaced(std::move(hash), "{MD5}", inCapitals(offload.sequenceDigest(md5)));
     hash = replaced(std::move(hash), "{sha1}", offload.sequenceDigest(sha1));
     hash = replaced(std::move(hash), "{most of most}", offload.digestOf(mostFirst, xxh64));
     hash = replaced(std::move(hash), "{most of least}", offload.digestOf(leastFirst, xxh64));
-    hash = replaced(std::move(hash), "{least of most}", reversed(offload.digestOf(mostFirst, xxh64)));
-    return replaced(std::move(hash), "{least of least}", reversed(offload.digestOf(leastFirst, xxh64)));
+    hash = replaced(std::move(hash), "{least of most}", bytesTurnedRound(offload.digestOf(mostFirst, xxh64)));
+    return replaced(std::move(hash), "{least of least}", bytesTurnedRound(offload.digestOf(leastFirst, xxh64)));
   }
 };
 

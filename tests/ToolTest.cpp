@@ -5,14 +5,15 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <map>
 #include <ostream>
 
+#include "tests/support/ClipOffload.h"
+#include "tests/support/ExpectedText.h"
+#include "tests/support/OutputLines.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
 using testing::ElementsAre;
-using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Le;
 using testing::MatchesRegex;
@@ -23,150 +24,6 @@ namespace fs = std::filesystem;
 
 using Names = std::vector<std::string>;
 using Arguments = std::vector<std::string>;
-
-constexpr std::size_t clipSize = 3 * MiB + 17;
-
-constexpr const char* started = "INFO: copying {card}...\n";
-constexpr const char* hashed = "hash MD5:{md5}\n";
-constexpr const char* sizeChecked =
-    "Copy completed successfully for destination file with file size check ({destination})\n";
-// Lines behind a "~" may come in any order.
-constexpr const char* bothReadBack =
-    "~INFO: verifying {card}\n"
-    "~INFO: verifying {backup}\n"
-    "~verify of source file #2 ({source}) ok.\n"
-    "~verify of destination file #1 ({destination}) ok.\n";
-constexpr const char* movedAndFlushed =
-    "INFO: moving files in place..\n"
-    "INFO: flushing files\n"
-    "INFO: done.\n"
-    "\n";
-constexpr const char* invalid = "invalid arguments\n";
-
-// Words that stand for lines which many runs have in common.
-constexpr std::pair<const char*, const char*> lineWords[] = {
-    {"{started}", started},
-    {"{hashed}", hashed},
-    {"{sizeChecked}", sizeChecked},
-    {"{bothReadBack}", bothReadBack},
-    {"{movedAndFlushed}", movedAndFlushed},
-    {"{invalid}", invalid},
-};
-
-// One text made of several.
-std::string text(std::initializer_list<std::string> parts) {
-  std::string whole;
-  for (const std::string& part : parts) whole += part;
-  return whole;
-}
-
-std::string replaced(std::string in, const std::string& what, const std::string& with) {
-  for (std::size_t at = 0; (at = in.find(what, at)) != std::string::npos; at += with.size())
-    in.replace(at, what.size(), with);
-  return in;
-}
-
-// A card with one clip, and where it is offloaded to.
-class Offload {
- public:
-  explicit Offload(std::size_t size = clipSize) : bytes(mediaBytes(size)) { writeFile(source, bytes); }
-
-  [[nodiscard]] std::string digestBy(const std::string& program) const { return digestByProgram(program, source); }
-
-  // The text with its words in braces filled in.
-  [[nodiscard]] std::string filled(std::string in) const {
-    for (const auto& [word, lines] : lineWords) in = replaced(std::move(in), word, lines);
-    std::map<std::string, std::string> words{
-        {"{source}", source},
-        {"{destination}", destination},
-        {"{card}", scratch.path() / "card"},
-        {"{backup}", scratch.path() / "backup"},
-        {"{scratch}", scratch.path()},
-        {"{size}", std::to_string(bytes.size())},
-    };
-    if (in.find("{md5}") != std::string::npos) words["{md5}"] = digestBy("md5sum");
-    if (in.find("{MD5}") != std::string::npos) {
-      std::string digits = digestBy("md5sum");
-      std::ranges::transform(digits, digits.begin(), [](char c) { return c >= 'a' ? static_cast<char>(c - 32) : c; });
-      words["{MD5}"] = digits;
-    }
-    if (in.find("{sha1}") != std::string::npos) words["{sha1}"] = digestBy("sha1sum");
-    if (in.find("{xxh64}") != std::string::npos) words["{xxh64}"] = digestBy("xxh64sum");
-    if (in.find("{xxh64reversed}") != std::string::npos) {
-      const std::string digits = digestBy("xxh64sum");
-      std::string reversed;
-      for (std::size_t at = digits.size(); at >= 2; at -= 2) reversed += digits.substr(at - 2, 2);
-      words["{xxh64reversed}"] = reversed;
-    }
-    for (const auto& [word, meaning] : words) in = replaced(std::move(in), word, meaning);
-    return in;
-  }
-
-  [[nodiscard]] Arguments filled(Arguments in) const {
-    for (std::string& argument : in) argument = filled(argument);
-    return in;
-  }
-
-  [[nodiscard]] Names names() const { return namesBelow(scratch.path()); }
-
-  ScratchDirectory scratch;
-  std::string source = scratch.file("card/clip.mov");
-  std::string destination = scratch.file("backup/clip.mov");
-  std::string bytes;
-};
-
-Names linesOf(const std::string& output) {
-  return ToolRun{.output = output, .errors = {}}.lines();
-}
-
-std::string joined(const Names& lines) {
-  std::string whole;
-  for (const std::string& line : lines) whole += line + "\n";
-  return whole;
-}
-
-// Compares the whole output; the run of lines that begin with "~" may come in any order.
-void expectOutput(const std::string& expected, const std::string& output) {
-  Names wanted = linesOf(expected);
-  Names found = linesOf(output);
-  const auto marked = [](const std::string& line) { return line.starts_with('~'); };
-  const auto first = std::ranges::find_if(wanted, marked) - wanted.begin();
-  const auto count = std::ranges::count_if(wanted, marked);
-  for (std::string& line : wanted) {
-    if (marked(line)) line.erase(0, 1);
-  }
-  if (found.size() == wanted.size()) {
-    std::sort(wanted.begin() + first, wanted.begin() + first + count);
-    std::sort(found.begin() + first, found.begin() + first + count);
-  }
-  EXPECT_EQ(joined(wanted), joined(found));
-  EXPECT_EQ(expected.ends_with('\n'), output.ends_with('\n')) << output;
-}
-
-// The system log's one line carries the description; without one nothing is logged.
-void expectLogged(const std::string& description, const std::string& errors) {
-  if (description.empty()) {
-    EXPECT_EQ("", errors);
-    return;
-  }
-  EXPECT_THAT(errors, EndsWith(description + "\n"));
-  EXPECT_EQ(1, std::ranges::count(errors, '\n')) << errors;
-}
-
-// What lies on disk when a run has ended.
-enum class OnDisk { untouched, notMoved, offloaded };
-
-Names namesOf(OnDisk state) {
-  switch (state) {
-    case OnDisk::untouched:
-      return {"card/clip.mov"};
-    case OnDisk::notMoved:
-      return {"backup/clip.mov.kdxcopy", "card/clip.mov"};
-    case OnDisk::offloaded:
-      break;
-  }
-  return {"backup/clip.mov", "card/clip.mov"};
-}
 
 // A command line and all that comes of it. Constants alone: large tables of strings take compilers minutes.
 struct Run {
@@ -187,7 +44,7 @@ void PrintTo(const Run& run, std::ostream* stream) {
 }
 
 void expectRun(const Run& row) {
-  const Offload offload;
+  const ClipOffload offload;
   const ToolRun run = runTool(offload.filled(argumentsOf(row)));
   EXPECT_EQ(row.status, run.exitStatus);
   expectOutput(offload.filled(row.output), run.output);
@@ -197,14 +54,6 @@ void expectRun(const Run& row) {
   if (row.names == OnDisk::offloaded) {
     EXPECT_TRUE(offload.bytes == readFile(offload.destination));
   }
-}
-
-Names offloaded() {
-  return namesOf(OnDisk::offloaded);
-}
-
-Names notMoved() {
-  return namesOf(OnDisk::notMoved);
 }
 
 std::string withName(const testing::TestParamInfo<Run>& row) {
@@ -723,7 +572,7 @@ TEST(Tool, AnOffloadWithoutReadBackPrintsItsLinesInOrderAndLeavesTheFinalName) {
 class ToolDestinations : public testing::TestWithParam<int> {};
 
 TEST_P(ToolDestinations, AllGetTheWholeSourceAndAreReadBackByTheirNumbers) {
-  const Offload offload;
+  const ClipOffload offload;
   Arguments arguments{offload.source};
   std::string readBack = "~INFO: verifying {card}\n";
   Names names{"card/clip.mov"};
@@ -751,7 +600,7 @@ INSTANTIATE_TEST_SUITE_P(Numbers, ToolDestinations, testing::Values(1, 2, 3, 16)
 class ToolSourceSizes : public testing::TestWithParam<std::size_t> {};
 
 TEST_P(ToolSourceSizes, AreCopiedToTheLastByteWithBuffersOfOneMebibyte) {
-  const Offload offload(GetParam());
+  const ClipOffload offload(GetParam());
   const ScratchDirectory settings;
   writeFile(settings.file("kdxdispatchcopy/defaults.ini"), "readBufferSizeMB = 1\n");
 
@@ -770,7 +619,7 @@ INSTANTIATE_TEST_SUITE_P(AroundBufferAndBlockEnds, ToolSourceSizes,
                          testing::PrintToStringParamName());
 
 TEST(Tool, AnEmptySourceBecomesAnEmptyDestination) {
-  const Offload offload(0);
+  const ClipOffload offload(0);
   const ToolRun run = runTool({offload.source, offload.destination});
   EXPECT_EQ(0, run.exitStatus);
   expectOutput(
@@ -784,7 +633,7 @@ TEST(Tool, AnEmptySourceBecomesAnEmptyDestination) {
 class ToolSettings : public testing::TestWithParam<const char*> {};
 
 TEST_P(ToolSettings, AreAsIfThereWereNone) {
-  const Offload offload;
+  const ClipOffload offload;
   const ScratchDirectory settings;
   writeFile(settings.file("kdxdispatchcopy/defaults.ini"), GetParam());
   const ToolRun run = runTool(ToolStart{.arguments = {"-k", offload.source, offload.destination},
@@ -812,11 +661,11 @@ std::string withoutTimes(const std::string& output) {
     }
     lines.push_back(line);
   }
-  return joined(lines);
+  return asText(lines);
 }
 
 TEST(Tool, AVerboseOffloadTellsTheSpeedOfTheCopyAndOfTheReadBack) {
-  const Offload offload;
+  const ClipOffload offload;
   const ToolRun run = runTool({"-v", offload.source, offload.destination});
   EXPECT_EQ(0, run.exitStatus);
   expectOutput(offload.filled(text({started, hashed, "INFO: copy speed 3145745 bytes in TIME\n", bothReadBack,
@@ -825,7 +674,7 @@ TEST(Tool, AVerboseOffloadTellsTheSpeedOfTheCopyAndOfTheReadBack) {
 }
 
 TEST(Tool, AVerboseOffloadWithoutReadBackTellsTheSpeedOfTheCopyAlone) {
-  const Offload offload;
+  const ClipOffload offload;
   const ToolRun run = runTool({"-v", "-k", offload.source, offload.destination});
   EXPECT_EQ(0, run.exitStatus);
   EXPECT_EQ(
@@ -834,14 +683,14 @@ TEST(Tool, AVerboseOffloadWithoutReadBackTellsTheSpeedOfTheCopyAlone) {
 }
 
 TEST(Tool, AVerboseReadBackCountsTheSourceOnceWhateverTheNumberOfDestinations) {
-  const Offload offload;
+  const ClipOffload offload;
   const ToolRun run = runTool({"-v", offload.source, offload.destination, offload.scratch.file("shuttle/clip.mov")});
   EXPECT_EQ(0, run.exitStatus);
   EXPECT_THAT(withoutTimes(run.output), HasSubstr("INFO: verification speed 3145745 bytes in TIME\n"));
 }
 
 TEST(Tool, AFinalNameThatIsTakenIsRefusedBeforeAnythingIsCreated) {
-  const Offload offload;
+  const ClipOffload offload;
   const std::string taken = offload.scratch.file("shuttle/clip.mov");
   writeFile(taken, "an earlier take");
 
@@ -855,7 +704,7 @@ TEST(Tool, AFinalNameThatIsTakenIsRefusedBeforeAnythingIsCreated) {
 }
 
 TEST(Tool, AFinalNameThatIsTakenIsReplacedOnlyWhenThatIsAskedFor) {
-  const Offload offload;
+  const ClipOffload offload;
   writeFile(offload.destination, "an earlier take");
 
   const ToolRun refused = runTool({"-k", offload.source, offload.destination});
@@ -872,7 +721,7 @@ TEST(Tool, AFinalNameThatIsTakenIsReplacedOnlyWhenThatIsAskedFor) {
 
 // An offload that fails its proof must not have cost the earlier take.
 TEST(Tool, AReplacedNameKeepsItsFileUntilTheCopyIsProved) {
-  const Offload offload;
+  const ClipOffload offload;
   writeFile(offload.destination, "an earlier take");
 
   const ToolRun run = runTool({"-f", "-e", "MD5:abc", offload.source, offload.destination});
@@ -883,7 +732,7 @@ TEST(Tool, AReplacedNameKeepsItsFileUntilTheCopyIsProved) {
 }
 
 TEST(Tool, AnOldTemporaryFileIsReplacedSilently) {
-  const Offload offload;
+  const ClipOffload offload;
   writeFile(offload.destination + ".kdxcopy", mediaBytes(4 * MiB, 2));
 
   const ToolRun run = runTool({offload.source, offload.destination});
@@ -896,7 +745,7 @@ TEST(Tool, AnOldTemporaryFileIsReplacedSilently) {
 }
 
 TEST(Tool, RelativePathsAreShownBehindTheWorkingDirectory) {
-  const Offload offload;
+  const ClipOffload offload;
   const ToolRun run = runTool(
       ToolStart{.arguments = {"-k", "card/clip.mov", "./backup/clip.mov"}, .workingDirectory = offload.scratch.path()});
   EXPECT_EQ(0, run.exitStatus);
@@ -909,7 +758,7 @@ TEST(Tool, RelativePathsAreShownBehindTheWorkingDirectory) {
 }
 
 TEST(Tool, ANameAloneIsOffloadedWithinTheWorkingDirectory) {
-  const Offload offload;
+  const ClipOffload offload;
   const ToolRun run =
       runTool(ToolStart{.arguments = {"clip.mov", "take2"}, .workingDirectory = offload.scratch.path() / "card"});
   EXPECT_EQ(0, run.exitStatus);
@@ -919,7 +768,7 @@ TEST(Tool, ANameAloneIsOffloadedWithinTheWorkingDirectory) {
 
 // Descriptor 0 is never a file of ours: it would mean that something else of the process reads and writes the media.
 TEST(Tool, ASourceThatGetsTheNumberOfAClosedStandardInputIsAFailedAssertionBehindAllLinesQueued) {
-  const Offload offload;
+  const ClipOffload offload;
   const ToolRun run = runTool(ToolStart{.arguments = {"-j", offload.source}, .closedDescriptors = {0}});
   EXPECT_EQ(134, run.exitStatus);
   EXPECT_EQ(offload.filled(started), run.output);
@@ -928,7 +777,7 @@ TEST(Tool, ASourceThatGetsTheNumberOfAClosedStandardInputIsAFailedAssertionBehin
 }
 
 TEST(Tool, AClosedStandardInputDoesNotStopAnOffloadWithoutReadBack) {
-  const Offload offload;
+  const ClipOffload offload;
   const ToolRun run =
       runTool(ToolStart{.arguments = {"-k", offload.source, offload.destination}, .closedDescriptors = {0}});
   EXPECT_EQ(0, run.exitStatus);
@@ -940,7 +789,7 @@ TEST(Tool, AClosedStandardInputDoesNotStopAnOffloadWithoutReadBack) {
 class ToolClosedOutputs : public testing::TestWithParam<std::vector<int>> {};
 
 TEST_P(ToolClosedOutputs, PutNothingIntoTheMediaAndDoNotStopTheOffload) {
-  const Offload offload;
+  const ClipOffload offload;
   const ToolRun run =
       runTool(ToolStart{.arguments = {"-v", offload.source, offload.destination}, .closedDescriptors = GetParam()});
   EXPECT_EQ(0, run.exitStatus);
@@ -955,7 +804,7 @@ INSTANTIATE_TEST_SUITE_P(Descriptors, ToolClosedOutputs,
                          testing::Values(std::vector{1}, std::vector{2}, std::vector{1, 2}));
 
 TEST(Tool, AnErrorWithClosedStandardErrorLeavesTheMediaAlone) {
-  const Offload offload;
+  const ClipOffload offload;
   const ToolRun run = runTool(
       ToolStart{.arguments = {"-e", "MD5:abc", offload.source, offload.destination}, .closedDescriptors = {1, 2}});
   EXPECT_EQ(103, run.exitStatus);
@@ -964,7 +813,7 @@ TEST(Tool, AnErrorWithClosedStandardErrorLeavesTheMediaAlone) {
 }
 
 TEST(Tool, AFullStandardOutputDoesNotStopTheOffload) {
-  const Offload offload;
+  const ClipOffload offload;
   const ToolRun run = runTool(ToolStart{.arguments = {offload.source, offload.destination},
                                         .wrapper = {"sh", "-c", "exec \"$0\" \"$@\" > /dev/full"}});
   EXPECT_EQ(0, run.exitStatus);

@@ -7,23 +7,19 @@
 #include <iterator>
 #include <sstream>
 
-namespace {
-
 using Lines = std::vector<std::string>;
-
-std::string joined(const Lines& lines) {
-  std::string whole;
-  for (const std::string& line : lines) whole += line + "\n";
-  return whole;
-}
-
-}  // namespace
 
 Lines linesOf(const std::string& text) {
   Lines lines;
   std::istringstream stream(text);
   for (std::string line; std::getline(stream, line);) lines.push_back(line);
   return lines;
+}
+
+std::string asText(const Lines& lines) {
+  std::string whole;
+  for (const std::string& line : lines) whole += line + "\n";
+  return whole;
 }
 
 void expectOutput(const std::string& expected, const std::string& output) {
@@ -39,7 +35,7 @@ void expectOutput(const std::string& expected, const std::string& output) {
     std::sort(wanted.begin() + first, wanted.begin() + first + count);
     std::sort(found.begin() + first, found.begin() + first + count);
   }
-  EXPECT_EQ(joined(wanted), joined(found));
+  EXPECT_EQ(asText(wanted), asText(found));
   EXPECT_EQ(expected.ends_with('\n'), output.ends_with('\n')) << output;
 }
 

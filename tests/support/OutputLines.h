@@ -5,6 +5,8 @@
 
 // The lines of a text without their newlines; a last one without a newline counts too.
 std::vector<std::string> linesOf(const std::string& text);
+// The text of which these are the lines, each with its newline.
+std::string asText(const std::vector<std::string>& lines);
 
 // Compares the whole output; the run of expected lines that begin with "~" may come in any order.
 void expectOutput(const std::string& expected, const std::string& output);
