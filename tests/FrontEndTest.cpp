@@ -1,10 +1,8 @@
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdio>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -15,8 +13,8 @@
 
 #include "KDXFileTools/kdxdispatchcopy/FrontEnd.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
-#include "platform/Log.h"
 #include "platform/Process.h"
+#include "tests/support/Captured.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -30,35 +28,6 @@ using platform::FileURL;
 using Words = std::vector<std::string>;
 
 const auto rowName = [](const auto& row) { return std::string(row.param.name); };
-
-// What is printed on a descriptor of this process while the object lives.
-class Captured {
- public:
-  explicit Captured(int descriptor) : _descriptor(descriptor), _before(::dup(descriptor)) {
-    std::fflush(nullptr);
-    const int file = ::open(_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    EXPECT_EQ(descriptor, ::dup2(file, descriptor));
-    ::close(file);
-  }
-  Captured(const Captured&) = delete;
-  Captured& operator=(const Captured&) = delete;
-  ~Captured() {
-    std::ignore = text();
-    ::dup2(_before, _descriptor);
-    ::close(_before);
-  }
-
-  [[nodiscard]] std::string text() const {
-    platform::logQueue().sync([] { std::fflush(nullptr); });
-    return readFile(_path);
-  }
-
- private:
-  ScratchDirectory _scratch;
-  std::string _path = _scratch.file("captured");
-  int _descriptor;
-  int _before;
-};
 
 CommandLine lineOf(Words words) {
   words.insert(words.begin(), "kdxdispatchcopy");

@@ -1,10 +1,8 @@
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdint>
-#include <cstdio>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -15,6 +13,7 @@
 #include <vector>
 
 #include "KDXFileTools/kdxdispatchcopy/KDXFileSequence.h"
+#include "tests/support/Captured.h"
 #include "tests/support/ScratchDirectory.h"
 
 using testing::ElementsAre;
@@ -29,35 +28,6 @@ using Path = std::optional<std::string>;
 constexpr const char* noHashes = "ERROR: Wrong arguments - missing hashes in identifier.\n";
 constexpr const char* notInRange = "ERROR: framenumber not in range of sequence.\n";
 constexpr uint64_t largest = std::numeric_limits<uint64_t>::max();
-
-// What is printed on standard output while the object lives.
-class Printed {
- public:
-  Printed() {
-    std::fflush(nullptr);
-    const int file = ::open(_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    EXPECT_EQ(STDOUT_FILENO, ::dup2(file, STDOUT_FILENO));
-    ::close(file);
-  }
-  Printed(const Printed&) = delete;
-  Printed& operator=(const Printed&) = delete;
-  ~Printed() {
-    std::fflush(nullptr);
-    ::dup2(_before, STDOUT_FILENO);
-    ::close(_before);
-  }
-
-  // Up to now, without waiting for the log: the lines are out when the call that prints them returns.
-  [[nodiscard]] std::string text() const {
-    std::fflush(nullptr);
-    return readFile(_path);
-  }
-
- private:
-  ScratchDirectory _scratch;
-  std::string _path = _scratch.file("printed");
-  int _before = ::dup(STDOUT_FILENO);
-};
 
 Sequence sequenceOf(std::string_view identifier) {
   Sequence sequence = KDXFileSequence::initWithIdentifier(identifier);
@@ -235,17 +205,17 @@ TEST(KDXFileSequence, WithoutAnIdentifierIsEmpty) {
 
 TEST(KDXFileSequence, AnIdentifierWithoutAHashGivesNoneAndPrintsALine) {
   for (const char* identifier : {"", "/", "/x/p.1-2_%04i.dpx", "/x/\uff03.dpx"}) {
-    const Printed printed;
+    const Captured printed(STDOUT_FILENO);
     EXPECT_EQ(nullptr, KDXFileSequence::initWithIdentifier(identifier)) << identifier;
-    EXPECT_EQ(noHashes, printed.text()) << identifier;
+    EXPECT_EQ(noHashes, printed.textSoFar()) << identifier;
   }
 }
 
 TEST(KDXFileSequence, BytesThatAreNotUTF8GiveNoneAndPrintNothing) {
-  const Printed printed;
+  const Captured printed(STDOUT_FILENO);
   for (const char* identifier : {"\xff", "/x/\xe4.1-2_##.t", "/x/p.1-2_##.\xed\xa0\x80", "/x/p.1-2_##\xf0\x9f\x8e"})
     EXPECT_EQ(nullptr, KDXFileSequence::initWithIdentifier(identifier));
-  EXPECT_EQ("", printed.text());
+  EXPECT_EQ("", printed.textSoFar());
 }
 
 // Frames
@@ -255,9 +225,9 @@ TEST(KDXFileSequence, AFrameOutsideTheRangeHasNoPathAndPrintsALine) {
   // The last two have the lower 32 bits of frames in the range.
   for (const uint64_t frame :
        {uint64_t{0}, uint64_t{1000}, uint64_t{1004}, largest, (uint64_t{1} << 32) + 1001, (uint64_t{1} << 63) + 1003}) {
-    const Printed printed;
+    const Captured printed(STDOUT_FILENO);
     EXPECT_EQ(std::nullopt, sequence->filenameForFrameNumber(frame)) << frame;
-    EXPECT_EQ(notInRange, printed.text()) << frame;
+    EXPECT_EQ(notInRange, printed.textSoFar()) << frame;
   }
 }
 
@@ -265,9 +235,9 @@ TEST(KDXFileSequence, AnIndexOutsideTheRangeHasNoPathAndPrintsALine) {
   const Sequence sequence = sequenceOf("/x/p.1001-1003.####.dpx");
   // The largest index is the frame before the first, by overflow.
   for (const uint64_t index : {uint64_t{3}, largest, largest - 1000, uint64_t{1} << 32}) {
-    const Printed printed;
+    const Captured printed(STDOUT_FILENO);
     EXPECT_EQ(std::nullopt, sequence->filenameForIndex(index)) << index;
-    EXPECT_EQ(notInRange, printed.text()) << index;
+    EXPECT_EQ(notInRange, printed.textSoFar()) << index;
   }
 }
 
@@ -280,23 +250,23 @@ TEST(KDXFileSequence, ANegativeStartLeavesEveryFrameOutsideTheRange) {
 }
 
 TEST(KDXFileSequence, WhatHasAPathPrintsNothing) {
-  const Printed printed;
+  const Captured printed(STDOUT_FILENO);
   const Sequence sequence = sequenceOf("/x/p.9-10.#.dpx");
   EXPECT_THAT(sequence->filenameForFrameNumber(9), Optional(Eq("/x/p.9.dpx")));
   EXPECT_THAT(sequence->filenameForFrameNumber(10), Optional(Eq("/x/p.10.dpx")));
   EXPECT_THAT(sequence->filenameForIndex(1), Optional(Eq("/x/p.10.dpx")));
-  EXPECT_EQ("", printed.text());
+  EXPECT_EQ("", printed.textSoFar());
 }
 
 // Percent signs: prefix and postfix are parts of a printf pattern.
 
 // The path of frame 65 ("A" as a character).
 Path pathOfFrame65(const std::string& prefix, const std::string& postfix) {
-  const Printed printed;
+  const Captured printed(STDOUT_FILENO);
   const Sequence sequence = KDXFileSequence::initWithIdentifier(prefix + "65-66_##" + postfix);
   EXPECT_NE(nullptr, sequence);
   const Path path = sequence ? sequence->filenameForFrameNumber(65) : std::nullopt;
-  EXPECT_EQ("", printed.text());
+  EXPECT_EQ("", printed.textSoFar());
   return path;
 }
 
@@ -446,7 +416,7 @@ TEST(KDXFileSequence, NoIdentifierMakesAPathThatIsMuchLongerThanItself) {
                                         "l", "h", "'", "{", "}", "1-", "_#", "\u0663", "\U0001f3ac", "999999999"};
   Choice choice;
   int paths = 0;
-  const Printed printed;
+  const Captured printed(STDOUT_FILENO);
   for (int round = 0; round < 5'000; ++round) {
     const std::string identifier =
         choice.someOf(pieces, 8) + choice.oneOf({"", "0-9", "65-66_"}) + "##" + choice.someOf(pieces, 8);

@@ -1,14 +1,11 @@
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
 
 #include "KDXFileTools/kdxdispatchcopy/ProgressClock.h"
-#include "platform/Log.h"
-#include "tests/support/ScratchDirectory.h"
+#include "tests/support/Captured.h"
 
 using namespace std::chrono_literals;
 
@@ -75,35 +72,8 @@ TEST(ProgressClock, TheIntervalOfTheProgressLinesIsHalfASecond) {
   EXPECT_EQ(0.5, progressInterval);
 }
 
-// What is printed on standard output while the object lives.
-class CapturedOutput {
- public:
-  CapturedOutput() : _standardOutput(::dup(STDOUT_FILENO)) {
-    std::fflush(stdout);
-    const int file = ::open(_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    EXPECT_EQ(STDOUT_FILENO, ::dup2(file, STDOUT_FILENO));
-    ::close(file);
-  }
-  CapturedOutput(const CapturedOutput&) = delete;
-  CapturedOutput& operator=(const CapturedOutput&) = delete;
-  ~CapturedOutput() {
-    ::dup2(_standardOutput, STDOUT_FILENO);
-    ::close(_standardOutput);
-  }
-
-  [[nodiscard]] std::string text() const {
-    platform::logQueue().sync([] { std::fflush(stdout); });
-    return readFile(_path);
-  }
-
- private:
-  ScratchDirectory _scratch;
-  std::string _path = _scratch.file("output");
-  int _standardOutput;
-};
-
 std::string speedLine(const char* what, uint64_t bytes, std::chrono::seconds ago) {
-  const CapturedOutput output;
+  const Captured output(STDOUT_FILENO);
   queueSpeedLine(what, bytes, ProgressClock::Clock::now() - ago);
   return output.text();
 }
