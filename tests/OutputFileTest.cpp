@@ -19,6 +19,7 @@
 #include "platform/Memory.h"
 #include "platform/OutputFile.h"
 #include "tests/support/MountedFileSystem.h"
+#include "tests/support/OnFileSystem.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -210,30 +211,9 @@ TEST_F(SourceAsDestination, AnotherFileIsTaken) {
 
 // Writing on every kind of file system
 
-struct FileSystemRow {
-  const char* name;
-  const char* type;
-  std::size_t size;
-  friend void PrintTo(const FileSystemRow& row, std::ostream* out) { *out << row.name; }
-};
-
 std::string nameOf(const testing::TestParamInfo<FileSystemRow>& row) {
   return row.param.name;
 }
-
-class OnFileSystem : public testing::TestWithParam<FileSystemRow> {
- protected:
-  void SetUp() override {
-    std::string whyNot;
-    _volume = MountedFileSystem::mount(GetParam().type, GetParam().size, whyNot);
-    if (!_volume) GTEST_SKIP() << whyNot;
-  }
-
-  const MountedFileSystem& volume() const { return *_volume; }
-
- private:
-  std::unique_ptr<MountedFileSystem> _volume;
-};
 
 class WrittenOnFileSystem : public OnFileSystem {};
 

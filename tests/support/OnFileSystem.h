@@ -1,0 +1,33 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <memory>
+#include <ostream>
+#include <string>
+
+#include "tests/support/MountedFileSystem.h"
+
+// A file system as MountedFileSystem::mount takes it.
+struct FileSystemRow {
+  const char* name;
+  const char* type;
+  std::size_t size;
+  friend void PrintTo(const FileSystemRow& row, std::ostream* out) { *out << row.name; }
+};
+
+// Has the file system of the row mounted, or is skipped where that can't be.
+class OnFileSystem : public testing::TestWithParam<FileSystemRow> {
+ protected:
+  void SetUp() override {
+    std::string whyNot;
+    _volume = MountedFileSystem::mount(GetParam().type, GetParam().size, whyNot);
+    if (!_volume) GTEST_SKIP() << whyNot;
+  }
+
+  const MountedFileSystem& volume() const { return *_volume; }
+
+ private:
+  std::unique_ptr<MountedFileSystem> _volume;
+};
