@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "KDXFileTools/kdxdispatchcopy/CommandLine.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -58,8 +59,6 @@ struct Options {
 void PrintTo(const Options& row, std::ostream* out) {
   *out << row.name;
 }
-
-const auto rowName = [](const auto& row) { return std::string(row.param.name); };
 
 class OptionsAnywhere : public testing::TestWithParam<Options> {
  protected:

@@ -6,6 +6,7 @@
 
 #include "digest/DigestStrings.h"
 #include "digest/KDXDigestContext.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 
 namespace {
@@ -32,7 +33,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Bytes{"TheLargestByte", {255}, "ff"},
                     Bytes{"EightBytes", {0x01, 0x23, 0x45, 0x67, 0x89, 0xab, 0xcd, 0xef}, "0123456789abcdef"},
                     Bytes{"ZeroBytesAtBothEnds", {0, 0, 0x10, 0}, "00001000"}),
-    [](const auto& row) { return std::string(row.param.name); });
+    rowName);
 
 TEST(XXHash64BEasXXHash64, ReversesTheOrderOfTheTwoDigitGroups) {
   EXPECT_EQ("efcdab8967452301", XXHash64BEasXXHash64("0123456789abcdef"));

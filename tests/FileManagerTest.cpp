@@ -21,6 +21,7 @@
 
 #include "platform/FileManager.h"
 #include "tests/support/MountedFileSystem.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -345,7 +346,7 @@ INSTANTIATE_TEST_SUITE_P(
                     LackingRow{"LinksNotSupported", {{{SYS_renameat2}, EINVAL}, {linkCalls, ENOTSUP}}},
                     LackingRow{"LinksUnknown", {{{SYS_renameat2}, ENOSYS}, {linkCalls, ENOSYS}}},
                     LackingRow{"TooManyLinks", {{{SYS_renameat2}, EINVAL}, {linkCalls, EMLINK}}}),
-    [](const auto& row) { return row.param.name; });
+    rowName);
 
 TEST(FileManager, AMoveThatFailsForAnotherReasonIsNotTriedInAnotherWay) {
   const ScratchDirectory scratch;
@@ -390,7 +391,7 @@ INSTANTIATE_TEST_SUITE_P(FileManager, OffloadToLackingFileSystem,
                          testing::Values(InjectionRow{"FlagUnknown", "renameat2:error=EINVAL"},
                                          InjectionRow{"CallUnknown", "renameat2:error=ENOSYS"},
                                          InjectionRow{"NotSupported", "renameat2:error=EOPNOTSUPP"}),
-                         [](const auto& row) { return row.param.name; });
+                         rowName);
 
 // Permanence
 
@@ -455,7 +456,7 @@ TEST_P(SyncOfAMissingFile, IsAFailureWhateverDescriptorZeroIs) {
 INSTANTIATE_TEST_SUITE_P(FileManager, SyncOfAMissingFile,
                          testing::Values(SyncRow{"Closed", ""}, SyncRow{"NothingToSync", "/dev/null"},
                                          SyncRow{"AFileThatCanBeSynced", "regular"}),
-                         [](const auto& row) { return row.param.name; });
+                         rowName);
 
 class SyncOfTheOffload : public testing::Test {
  protected:

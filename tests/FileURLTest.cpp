@@ -5,6 +5,7 @@
 #include <string>
 
 #include "platform/FileURL.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 
 using platform::FileURL;
@@ -32,10 +33,6 @@ struct PathRow {
   friend void PrintTo(const PathRow& row, std::ostream* out) { *out << row.name; }
 };
 
-std::string nameOf(const testing::TestParamInfo<PathRow>& row) {
-  return row.param.name;
-}
-
 class AbsolutePath : public testing::TestWithParam<PathRow> {};
 
 TEST_P(AbsolutePath, IsTakenLexically) {
@@ -52,7 +49,7 @@ INSTANTIATE_TEST_SUITE_P(FileURL, AbsolutePath,
                                          PathRow{"SlashesAtTheEndGo", "/a/b///", "/a/b"}, PathRow{"Root", "/", "/"},
                                          PathRow{"RootOfManySlashes", "///", "/"},
                                          PathRow{"SpacesStay", "/a b/c d ", "/a b/c d "}),
-                         nameOf);
+                         rowName);
 
 class DeletedPathExtension : public testing::TestWithParam<PathRow> {};
 
@@ -70,7 +67,7 @@ INSTANTIATE_TEST_SUITE_P(FileURL, DeletedPathExtension,
                                          PathRow{"DotAtTheEnd", "/a/clip.", "/a/clip"},
                                          PathRow{"DoubledDot", "/a/clip..kdxcopy", "/a/clip."},
                                          PathRow{"Root", "/", "/"}),
-                         nameOf);
+                         rowName);
 
 class DeletedLastPathComponent : public testing::TestWithParam<PathRow> {};
 
@@ -82,7 +79,7 @@ INSTANTIATE_TEST_SUITE_P(FileURL, DeletedLastPathComponent,
                          testing::Values(PathRow{"Deep", "/a/b/clip.mov", "/a/b"}, PathRow{"BelowTheRoot", "/b", "/"},
                                          PathRow{"Root", "/", "/"}, PathRow{"DoubledSlash", "/a//b", "/a"},
                                          PathRow{"SlashAtTheEnd", "/a/b/", "/a"}),
-                         nameOf);
+                         rowName);
 
 class LastPathComponent : public testing::TestWithParam<PathRow> {};
 
@@ -94,7 +91,7 @@ INSTANTIATE_TEST_SUITE_P(FileURL, LastPathComponent,
                          testing::Values(PathRow{"Deep", "/a/b/clip.mov", "clip.mov"},
                                          PathRow{"BelowTheRoot", "/b", "b"}, PathRow{"Root", "/", "/"},
                                          PathRow{"SlashAtTheEnd", "/a/b/", "b"}),
-                         nameOf);
+                         rowName);
 
 class AppendedAndDeletedExtension : public testing::TestWithParam<PathRow> {};
 
@@ -111,7 +108,7 @@ INSTANTIATE_TEST_SUITE_P(FileURL, AppendedAndDeletedExtension,
                                          PathRow{"SlashAtTheEnd", "/a/clip/", "/a/clip.kdxcopy"},
                                          PathRow{"DotAtTheEnd", "/a/clip.", "/a/clip..kdxcopy"},
                                          PathRow{"RootHasNoNameToExtend", "/", "/"}),
-                         nameOf);
+                         rowName);
 
 TEST(FileURL, AComponentIsAppendedWithOneSlash) {
   EXPECT_EQ("/a/clip.mov", FileURL("/a").appendingPathComponent("clip.mov").path());

@@ -15,6 +15,7 @@
 #include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
 #include "platform/Process.h"
 #include "tests/support/Captured.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -26,8 +27,6 @@ namespace {
 using platform::Error;
 using platform::FileURL;
 using Words = std::vector<std::string>;
-
-const auto rowName = [](const auto& row) { return std::string(row.param.name); };
 
 CommandLine lineOf(Words words) {
   words.insert(words.begin(), "kdxdispatchcopy");

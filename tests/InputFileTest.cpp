@@ -19,6 +19,7 @@
 #include "platform/Memory.h"
 #include "tests/support/MountedFileSystem.h"
 #include "tests/support/OnFileSystem.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -122,10 +123,6 @@ TEST(InputFile, AMovedFileReadsOnWhereItWas) {
 
 // Reading on every kind of file system
 
-std::string nameOf(const testing::TestParamInfo<FileSystemRow>& row) {
-  return row.param.name;
-}
-
 class ReadOnFileSystem : public OnFileSystem {};
 
 TEST_P(ReadOnFileSystem, GivesFullBuffersAndALastOneThatIsNotFull) {
@@ -196,7 +193,7 @@ INSTANTIATE_TEST_SUITE_P(InputFile, ReadOnFileSystem,
                                          FileSystemRow{"RefusingTransfersPastTheCache", "ramfs", 16 * MiB},
                                          FileSystemRow{"Ext4", "ext4", 32 * MiB},
                                          FileSystemRow{"XFS", "xfs", 300 * MiB}),
-                         nameOf);
+                         rowName);
 
 class ReadOnDevice : public OnFileSystem {
  protected:
@@ -251,7 +248,7 @@ TEST_P(ReadOnDevice, OfAFileThatWasNotSyncedComesFromTheDevice) {
 INSTANTIATE_TEST_SUITE_P(InputFile, ReadOnDevice,
                          testing::Values(FileSystemRow{"Ext4", "ext4", 32 * MiB},
                                          FileSystemRow{"XFS", "xfs", 300 * MiB}),
-                         nameOf);
+                         rowName);
 
 // Where transfers past the cache are refused, on file systems that have a device to read from
 
@@ -322,7 +319,7 @@ TEST_P(ReadThroughTheCache, OfAFileThatWasNotSyncedComesFromTheDevice) {
 INSTANTIATE_TEST_SUITE_P(InputFile, ReadThroughTheCache,
                          testing::Values(RefusalRow{"RefusedWhenSwitchedOn", "fcntl:error=EINVAL"},
                                          RefusalRow{"RefusedAtTheFirstRead", "read:error=EINVAL:when=1"}),
-                         [](const auto& row) { return row.param.name; });
+                         rowName);
 
 // Reads that give less than they were asked for, or fail
 
@@ -384,7 +381,7 @@ TEST_P(InterruptedRead, IsTakenUpAgain) {
 INSTANTIATE_TEST_SUITE_P(InputFile, InterruptedRead,
                          testing::Values(RefusalRow{"Once", "read:error=EINTR:when=1"},
                                          RefusalRow{"EverySecondTime", "read:error=EINTR:when=1+2"}),
-                         [](const auto& row) { return row.param.name; });
+                         rowName);
 
 TEST(InputFile, AReadThatFailsOnTheCachedRoadTooEndsTheCopy) {
   if (!canInjectFaults()) GTEST_SKIP() << cannotInject;

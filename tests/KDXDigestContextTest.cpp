@@ -10,6 +10,7 @@
 #include "digest/KDXDigestContext.h"
 #include "digest/KDXDigestContextXX64BE.h"
 #include "digest/KDXDigestContextXX64LE.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 
 namespace {
@@ -27,8 +28,6 @@ ContextPtr digestOf(uint32_t algorithm, const std::string& bytes) {
   context->finalize();
   return context;
 }
-
-const auto rowName = [](const auto& row) { return std::string(row.param.name); };
 
 struct Algorithm {
   const char* name;

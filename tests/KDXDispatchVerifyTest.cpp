@@ -21,6 +21,7 @@
 #include "platform/Process.h"
 #include "platform/SerialQueue.h"
 #include "tests/support/ExpectedText.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 
 using testing::ElementsAre;
@@ -93,7 +94,7 @@ INSTANTIATE_TEST_SUITE_P(KDXDispatchVerify, EveryAlgorithmVerified,
                                          Algorithm{"MD5", md5, "MD5", "md5sum"},
                                          Algorithm{"XXHash64", xxHash64, "XXHash64", "xxh64sum"},
                                          Algorithm{"XXHash64BE", xxHash64BE, "XXHash64BE", "xxh64sum"}),
-                         [](const auto& row) { return std::string(row.param.name); });
+                         rowName);
 
 TEST_F(KDXDispatchVerifyTest, AVerifierKeepsItsFileAndItsAlgorithmAndHasNoProgressBlock) {
   const auto verifier = KDXDispatchVerify::initWithFileURL(FileURL("/card/clip.mov"), md5);

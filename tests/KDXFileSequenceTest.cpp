@@ -14,6 +14,7 @@
 
 #include "KDXFileTools/kdxdispatchcopy/KDXFileSequence.h"
 #include "tests/support/Captured.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 
 using testing::ElementsAre;
@@ -34,8 +35,6 @@ Sequence sequenceOf(std::string_view identifier) {
   EXPECT_NE(nullptr, sequence) << identifier;
   return sequence;
 }
-
-const auto rowName = [](const auto& row) { return std::string(row.param.name); };
 
 // Parsing
 

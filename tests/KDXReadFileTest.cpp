@@ -27,6 +27,7 @@
 #include "platform/Process.h"
 #include "platform/SerialQueue.h"
 #include "tests/support/MountedFileSystem.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ThreadWatch.h"
 #include "tests/support/ToolRun.h"
@@ -188,7 +189,7 @@ INSTANTIATE_TEST_SUITE_P(KDXReadFile, KDXReadFileSizes,
                                          Size{"TwoBuffers", 2 * MiB, {oneMiB, oneMiB, 0}},
                                          Size{"TwoBuffersAndABit", 2 * MiB + 17, {oneMiB, oneMiB, 17}},
                                          Size{"FiveBuffers", 5 * MiB, {oneMiB, oneMiB, oneMiB, oneMiB, oneMiB, 0}}),
-                         [](const auto& row) { return std::string(row.param.name); });
+                         rowName);
 
 TEST_F(KDXReadFileTest, WithoutASettingABufferHasTenMiB) {
   EXPECT_EQ((Lengths{10'485'760, 5}), lengthsOf(blocksOfFile(fileOf(10 * MiB + 5))));
@@ -213,7 +214,7 @@ TEST_P(UnusableSetting, LeavesTheBufferAtTenMiB) {
 INSTANTIATE_TEST_SUITE_P(KDXReadFile, UnusableSetting,
                          testing::Values(Setting{"Zero", "0"}, Setting{"Negative", "-5"}, Setting{"Empty", ""},
                                          Setting{"AWord", "many"}),
-                         [](const auto& row) { return std::string(row.param.name); });
+                         rowName);
 
 TEST_F(KDXReadFileTest, ASettingOfThreeGivesBuffersOfThreeMiB) {
   setReadBufferSize("3");
@@ -493,7 +494,7 @@ TEST_P(UnloggedSetting, PrintsNothing) {
 
 INSTANTIATE_TEST_SUITE_P(KDXReadFile, UnloggedSetting,
                          testing::Values(Setting{"Zero", "0"}, Setting{"Negative", "-5"}, Setting{"AWord", "many"}),
-                         [](const auto& row) { return std::string(row.param.name); });
+                         rowName);
 
 struct HugeSetting {
   const char* name;
@@ -521,7 +522,7 @@ INSTANTIATE_TEST_SUITE_P(
                     HugeSetting{"TheLargestNumber", "9223372036854775807", "a read buffer of 9223372036854775807 MiB"},
                     HugeSetting{"MoreThanTheLargestNumber", "99999999999999999999999",
                                 "a read buffer of 9223372036854775807 MiB"}),
-    [](const auto& row) { return std::string(row.param.name); });
+    rowName);
 
 // Lists of files
 
@@ -736,7 +737,7 @@ INSTANTIATE_TEST_SUITE_P(KDXReadFiles, KDXReadFilesBufferSizes,
                                          BufferSize{"OfAHundredMiB", 100 * MiB, 15 * MiB},
                                          // 1,258,292 MiB, halved 17 times
                                          BufferSize{"OfOneTiB", uint64_t{1} << 40, 10'066'336}),
-                         [](const auto& row) { return std::string(row.param.name); });
+                         rowName);
 
 TEST(KDXReadFilesBufferSize, StaysWithinItsLimitsForSizesThatNoFileHas) {
   for (const uint64_t size : {uint64_t{1} << 62, uint64_t{1} << 63, ~uint64_t{0}}) {

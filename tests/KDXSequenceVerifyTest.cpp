@@ -12,6 +12,7 @@
 #include "platform/Process.h"
 #include "platform/SerialQueue.h"
 #include "tests/support/ExpectedText.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 
 namespace {
@@ -77,7 +78,7 @@ INSTANTIATE_TEST_SUITE_P(KDXSequenceVerify, EveryAlgorithmOfSequences,
                          testing::Values(Algorithm{"SHA1", 1, "SHA1", "sha1sum"}, MD5,
                                          Algorithm{"XXHash64", xxHash64, "XXHash64", "xxh64sum"},
                                          Algorithm{"XXHash64BE", 16, "XXHash64BE", "xxh64sum"}),
-                         [](const auto& row) { return std::string(row.param.name); });
+                         rowName);
 
 TEST_P(EveryAlgorithmOfSequences, TheSequenceDigestIsThatOfTheJoinedTextsOfTheFiles) {
   // Empty, within a buffer, a whole buffer, more than one.

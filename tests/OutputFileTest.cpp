@@ -20,6 +20,7 @@
 #include "platform/OutputFile.h"
 #include "tests/support/MountedFileSystem.h"
 #include "tests/support/OnFileSystem.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -211,10 +212,6 @@ TEST_F(SourceAsDestination, AnotherFileIsTaken) {
 
 // Writing on every kind of file system
 
-std::string nameOf(const testing::TestParamInfo<FileSystemRow>& row) {
-  return row.param.name;
-}
-
 class WrittenOnFileSystem : public OnFileSystem {};
 
 TEST_P(WrittenOnFileSystem, InOneWriteHasTheBytesAndNoMore) {
@@ -265,7 +262,7 @@ INSTANTIATE_TEST_SUITE_P(OutputFile, WrittenOnFileSystem,
                                          FileSystemRow{"RefusingTransfersPastTheCache", "ramfs", 16 * MiB},
                                          FileSystemRow{"Ext4", "ext4", 32 * MiB},
                                          FileSystemRow{"XFS", "xfs", 300 * MiB}),
-                         nameOf);
+                         rowName);
 
 class WrittenOnDevice : public OnFileSystem {};
 
@@ -287,7 +284,7 @@ TEST_P(WrittenOnDevice, InUnevenPiecesLeavesNothingInTheCache) {
 INSTANTIATE_TEST_SUITE_P(OutputFile, WrittenOnDevice,
                          testing::Values(FileSystemRow{"Ext4", "ext4", 32 * MiB},
                                          FileSystemRow{"XFS", "xfs", 300 * MiB}),
-                         nameOf);
+                         rowName);
 
 // Full devices
 
@@ -315,7 +312,7 @@ TEST_P(OnFullDevice, WritesAreShortAndThenFailAndTheFileHoldsWhatWasTaken) {
 INSTANTIATE_TEST_SUITE_P(OutputFile, OnFullDevice,
                          testing::Values(FileSystemRow{"InMemory", "tmpfs", 3 * MiB + 8192},
                                          FileSystemRow{"Ext4", "ext4", 16 * MiB}),
-                         nameOf);
+                         rowName);
 
 TEST(OutputFile, OfAWriteThatDoesNotFitTheBytesThatWereTakenAreCounted) {
   std::string whyNot;
@@ -394,7 +391,7 @@ INSTANTIATE_TEST_SUITE_P(
                     InjectionRow{"RefusedAtTheFirstWrite", {refusedAtTheFirstWrite}},
                     InjectionRow{"WithoutSyncOfARange", {refusedWhenSwitchedOn, "sync_file_range:error=ENOSYS"}},
                     InjectionRow{"InterruptedOnce", {"write:error=EINTR:when=1"}}),
-    [](const auto& row) { return row.param.name; });
+    rowName);
 
 using FailingWrite = OffloadWithFaults;
 
@@ -416,6 +413,6 @@ INSTANTIATE_TEST_SUITE_P(
                     InjectionRow{"ThatFailsInTheLastSyncBehindARefusedWrite",
                                  {refusedAtTheFirstWrite, "fdatasync:error=EIO"}},
                     InjectionRow{"ThatFailsInTheClose", {"close:error=EIO"}}),
-    [](const auto& row) { return row.param.name; });
+    rowName);
 
 }  // namespace

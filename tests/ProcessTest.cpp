@@ -18,6 +18,7 @@
 #include "platform/Process.h"
 #include "platform/SerialQueue.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -177,7 +178,7 @@ INSTANTIATE_TEST_SUITE_P(Process, ClosedDescriptors,
                          testing::Values(ClosedRow{"None", {}}, ClosedRow{"Output", {1}}, ClosedRow{"Errors", {2}},
                                          ClosedRow{"OutputAndErrors", {1, 2}}, ClosedRow{"InputAndOutput", {0, 1}},
                                          ClosedRow{"All", {0, 1, 2}}),
-                         [](const auto& row) { return row.param.name; });
+                         rowName);
 
 class OffloadWithClosedOutput : public testing::TestWithParam<ClosedRow> {
  protected:
@@ -225,7 +226,7 @@ TEST_P(OffloadWithClosedOutput, ThatFailsPutsNoLineIntoAFileEither) {
 INSTANTIATE_TEST_SUITE_P(Process, OffloadWithClosedOutput,
                          testing::Values(ClosedRow{"None", {}}, ClosedRow{"Output", {1}}, ClosedRow{"Errors", {2}},
                                          ClosedRow{"OutputAndErrors", {1, 2}}),
-                         [](const auto& row) { return row.param.name; });
+                         rowName);
 
 // Disk priority
 

@@ -14,6 +14,7 @@
 
 #include "KDXFileTools/kdxdispatchcopy/ReadBuffers.h"
 #include "platform/SerialQueue.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ThreadWatch.h"
 
@@ -150,7 +151,7 @@ INSTANTIATE_TEST_SUITE_P(ReadBuffers, SharedMemoryLimit,
                          testing::Values(Limit{"OfOneMiB", MiB, 50}, Limit{"OfTenMiB", 10 * MiB, 5},
                                          Limit{"OfTwelveMiB", 12 * MiB, 5}, Limit{"OfFiveMiB", 5 * MiB, 10},
                                          Limit{"OfAHundredMiB", 100 * MiB, 5}),
-                         [](const auto& row) { return std::string(row.param.name); });
+                         rowName);
 
 TEST(ReadBuffers, ASecondBufferWaitsWhileItWouldTakeTheFirstOfAnotherCall) {
   const auto first = ReadBuffers::make(10 * MiB);
@@ -220,7 +221,7 @@ TEST_P(CallsSideBySide, AllComeToTheirEndWithinTheLimit) {
 INSTANTIATE_TEST_SUITE_P(ReadBuffers, CallsSideBySide,
                          testing::Values(Crowd{"OneCall", 1, 2}, Crowd{"TwoCalls", 2, 4}, Crowd{"ThreeCalls", 3, 5},
                                          Crowd{"FiveCalls", 5, 5}, Crowd{"ThirtyTwoCalls", 32, 32}),
-                         [](const auto& row) { return std::string(row.param.name); });
+                         rowName);
 
 // Memory that cannot be had.
 

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "platform/Settings.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 
 using platform::integerForKey;
@@ -78,7 +79,7 @@ INSTANTIATE_TEST_SUITE_P(
         FileRow{"IndentedLineBehind", "readBufferSizeMB = 4\n  other = 9\n", 4},
         FileRow{"LongLineBefore", std::string(5000, 'x') + "\nreadBufferSizeMB = 4\n", 4},
         FileRow{"InsideALongComment", "; " + std::string(197, 'x') + "readBufferSizeMB = 7\n", 0}),
-    [](const auto& row) { return row.param.name; });
+    rowName);
 
 TEST(Settings, AreFoundBelowTheHomeFolderWhereNoOtherPlaceIsSet) {
   const ScratchDirectory scratch;

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "platform/Text.h"
+#include "tests/support/RowName.h"
 
 using platform::isDecimalDigit;
 using platform::isUTF8;
@@ -20,10 +21,6 @@ struct BytesRow {
 
   friend void PrintTo(const BytesRow& row, std::ostream* out) { *out << row.name; }
 };
-
-std::string nameOf(const testing::TestParamInfo<BytesRow>& row) {
-  return row.param.name;
-}
 
 class WellFormed : public testing::TestWithParam<BytesRow> {};
 
@@ -46,7 +43,7 @@ INSTANTIATE_TEST_SUITE_P(
                     BytesRow{"FirstBehindTheSurrogates", "\xee\x80\x80"}, BytesRow{"LastOfThreeBytes", "\xef\xbf\xbf"},
                     BytesRow{"FirstOfFourBytes", "\xf0\x90\x80\x80"}, BytesRow{"LastOfAll", "\xf4\x8f\xbf\xbf"},
                     BytesRow{"CombiningCharacters", "a\xcc\x88o\xcc\x88"}),
-    nameOf);
+    rowName);
 
 class IllFormed : public testing::TestWithParam<BytesRow> {};
 
@@ -71,7 +68,7 @@ INSTANTIATE_TEST_SUITE_P(
                     BytesRow{"FirstSurrogate", "\xed\xa0\x80"}, BytesRow{"LastSurrogate", "\xed\xbf\xbf"},
                     BytesRow{"BeyondTheLast", "\xf4\x90\x80\x80"}, BytesRow{"FiveBytes", "\xf8\x88\x80\x80\x80"},
                     BytesRow{"NeverAByteOfUTF8", "\xff"}, BytesRow{"Latin1", "\xe4tzend"}),
-    nameOf);
+    rowName);
 
 TEST(Text, EveryCharacterIsTheCodeUnitsThatACompilerMakesOfIt) {
   EXPECT_EQ(u"", UTF16FromUTF8(""));

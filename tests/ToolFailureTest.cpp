@@ -13,6 +13,7 @@
 #include "tests/support/ExpectedText.h"
 #include "tests/support/MountedFileSystem.h"
 #include "tests/support/OutputLines.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -125,10 +126,6 @@ TEST_P(ToolHarmlessFaults, DoNotChangeTheOffload) {
   expectFault(GetParam());
 }
 
-std::string withName(const testing::TestParamInfo<Fault>& row) {
-  return row.param.name;
-}
-
 INSTANTIATE_TEST_SUITE_P(
     Reading, ToolFaults,
     testing::Values(Fault{.name = "SourceCanNotBeOpened",
@@ -171,7 +168,7 @@ INSTANTIATE_TEST_SUITE_P(
                                     "wrong hash.\n",
                           .logged = "verification failed: {destination}.kdxcopy",
                           .names = OnDisk::notMoved}),
-    withName);
+    rowName);
 
 INSTANTIATE_TEST_SUITE_P(Creating, ToolFaults,
                          testing::Values(Fault{.name = "TemporaryFileCanNotBeOpened",
@@ -193,7 +190,7 @@ INSTANTIATE_TEST_SUITE_P(Creating, ToolFaults,
                                                .output = "{started}",
                                                .names = OnDisk::notMoved,
                                                .oldTemporary = "left by an earlier run"}),
-                         withName);
+                         rowName);
 
 INSTANTIATE_TEST_SUITE_P(
     Writing, ToolFaults,
@@ -266,7 +263,7 @@ INSTANTIATE_TEST_SUITE_P(
                                     "wrong hash.\n",
                           .logged = "verification failed: {destination}.kdxcopy",
                           .names = OnDisk::notMoved}),
-    withName);
+    rowName);
 
 INSTANTIATE_TEST_SUITE_P(Moving, ToolFaults,
                          testing::Values(Fault{.name = "NameTakenAtTheLastMoment",
@@ -327,7 +324,7 @@ INSTANTIATE_TEST_SUITE_P(Moving, ToolFaults,
                                                .output = "{started}{hashed}{sizeChecked}{moving}{notMovedLines}",
                                                .names = OnDisk::notMoved,
                                                .standsThere = "an earlier take"}),
-                         withName);
+                         rowName);
 
 INSTANTIATE_TEST_SUITE_P(
     Flushing, ToolFaults,
@@ -362,7 +359,7 @@ INSTANTIATE_TEST_SUITE_P(
                           .output = "{started}{hashed}{sizeChecked}{moving}{flushing}"
                                     "Error: couldn't sync the file system of file {destination} (error code -1)\n",
                           .names = OnDisk::offloaded}),
-    withName);
+    rowName);
 
 // Who asks for no look at sizes gets none.
 TEST(ToolFailure, AShortWriteGoesUnseenWhereNothingIsReadBackAndSizesAreNotLookedAt) {
@@ -459,7 +456,7 @@ INSTANTIATE_TEST_SUITE_P(Moving, ToolHarmlessFaults,
                                          harmless("TooManyLinks", "renameat2:error=ENOSYS", "", "link:error=EMLINK"),
                                          harmless("FoldersAreNotSynced", "fsync:error=EINVAL", "{backup}"),
                                          harmless("FoldersDoNotSupportSyncs", "fsync:error=EOPNOTSUPP", "{backup}")),
-                         withName);
+                         rowName);
 
 INSTANTIATE_TEST_SUITE_P(
     PastTheCache, ToolHarmlessFaults,
@@ -471,14 +468,14 @@ INSTANTIATE_TEST_SUITE_P(
                     harmless("AlignmentIsNotTold", "statx:error=ENOSYS"),
                     harmless("CacheTakesNoAdvice", "fadvise64:error=EINVAL"),
                     harmless("RangesCanNotBePushed", "sync_file_range:error=ENOSYS")),
-    withName);
+    rowName);
 
 INSTANTIATE_TEST_SUITE_P(Everywhere, ToolHarmlessFaults,
                          testing::Values(harmless("DiskPriorityCanNotBeRaised", "ioprio_set:error=EPERM"),
                                          harmless("ReadsAreInterrupted", "read:error=EINTR:when=1", "{source}"),
                                          harmless("WritesAreInterrupted", "write:error=EINTR:when=1",
                                                   "{destination}.kdxcopy")),
-                         withName);
+                         rowName);
 
 using Paths = std::pair<std::string, std::string>;  // source, destination
 

@@ -20,6 +20,7 @@
 #include "tests/support/ClipOffload.h"
 #include "tests/support/ExpectedText.h"
 #include "tests/support/MountedFileSystem.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -54,10 +55,6 @@ struct ClipName {
 
 void PrintTo(const ClipName& row, std::ostream* stream) {
   *stream << row.name;
-}
-
-std::string withName(const testing::TestParamInfo<ClipName>& row) {
-  return row.param.name;
 }
 
 // The system log has a line for each message, whatever is in a path.
@@ -105,7 +102,7 @@ INSTANTIATE_TEST_SUITE_P(
                     ClipName{"OnlyTheTemporaryExtension", ".kdxcopy"},
                     ClipName{"Umlauts", "\u00dcbung \u00e9\u0301 \u6620\u753b \U0001f3ac.mov"},
                     ClipName{"Colon", "A:B:C.mov"}, ClipName{"FrameNumbers", "clip.[0001-0100].dpx"}),
-    withName);
+    rowName);
 
 TEST(ToolHostileInput, ANameThatLooksLikeAnOptionIsAPathBehindItsFolder) {
   const Offload offload("-k");
@@ -260,7 +257,7 @@ INSTANTIATE_TEST_SUITE_P(
         Planted{"Socket", plantSocket},
         Planted{"Device",
                 [](const Offload& o) { std::ignore = ::mknod(o.temporary().c_str(), S_IFCHR | 0600, makedev(1, 3)); }}),
-    [](const auto& row) { return std::string(row.param.name); });
+    rowName);
 
 TEST(ToolHostileInput, APipeWithAReaderAtTheTemporaryNameIsRefusedToo) {
   const Offload offload;

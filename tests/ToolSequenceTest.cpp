@@ -14,6 +14,7 @@
 
 #include "tests/support/ExpectedText.h"
 #include "tests/support/OutputLines.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -213,10 +214,6 @@ void PrintTo(const OptionRow& row, std::ostream* stream) {
   *stream << row.name;
 }
 
-std::string withName(const testing::TestParamInfo<OptionRow>& row) {
-  return row.param.name;
-}
-
 class ToolSequenceOptions : public testing::TestWithParam<OptionRow> {};
 
 TEST_P(ToolSequenceOptions, AreTakenAsDescribedAndEveryFrameArrives) {
@@ -280,7 +277,7 @@ INSTANTIATE_TEST_SUITE_P(
                   .options = {"-j", "-n"},
                   .destinations = 0,
                   .output = "{started}sequence-hash (null)\n{movedAndFlushed}"}),
-    withName);
+    rowName);
 
 TEST(ToolSequence, VerboselyEveryFrameReadBackAndTheSpeedsAreNamed) {
   const Offload offload;
@@ -358,7 +355,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Sizes{"AroundTheSmallestBuffer", {1, MiB - 1, MiB, MiB + 1, MiB + 4096, 2 * MiB, 2 * MiB + 512}},
                     Sizes{"LaterOnesLargerThanABufferThatFitsTheFirst", {MiB, 4 * MiB + 4097, 3}},
                     Sizes{"LaterOnesSmaller", {3 * MiB + 5, 2, 4096}}),
-    [](const testing::TestParamInfo<Sizes>& row) { return row.param.name; });
+    rowName);
 
 TEST(ToolSequence, ASizeThatIsGivenIsThatOfOneFrameSoSeveralFailTheSizeCheck) {
   const Offload offload(2, {4096, 4096, 4096});
@@ -522,7 +519,7 @@ INSTANTIATE_TEST_SUITE_P(
         ExternalHash{"OfTheCopyAlgorithmMostSignificantFirst", "xxhash64be", xxh64, "XXHash64BE:{most of most}"},
         ExternalHash{"LeastSignificantFirstBesideTheMost", "xxhash64be", xxh64, "XXHash64:{least of least}"},
         ExternalHash{"MD5BesideXXHash64", "xxhash64be", xxh64, "MD5:{md5}"}),
-    [](const testing::TestParamInfo<ExternalHash>& row) { return row.param.name; });
+    rowName);
 
 TEST(ToolSequence, AWrongExternalHashIsNamedTwiceAndNothingIsReadBackOrMoved) {
   const Offload offload(2);

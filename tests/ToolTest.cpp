@@ -10,6 +10,7 @@
 #include "tests/support/ClipOffload.h"
 #include "tests/support/ExpectedText.h"
 #include "tests/support/OutputLines.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -54,10 +55,6 @@ void expectRun(const Run& row) {
   if (row.names == OnDisk::offloaded) {
     EXPECT_TRUE(offload.bytes == readFile(offload.destination));
   }
-}
-
-std::string withName(const testing::TestParamInfo<Run>& row) {
-  return row.param.name;
 }
 
 class ToolOptions : public testing::TestWithParam<Run> {};
@@ -111,7 +108,7 @@ INSTANTIATE_TEST_SUITE_P(
                                   "Copy completed successfully for destination file ({destination})\n"
                                   "{movedAndFlushed}",
                         .names = OnDisk::offloaded}),
-    withName);
+    rowName);
 
 INSTANTIATE_TEST_SUITE_P(Digests, ToolOptions,
                          testing::Values(Run{.name = "MD5",
@@ -145,7 +142,7 @@ INSTANTIATE_TEST_SUITE_P(Digests, ToolOptions,
                                              .status = 0,
                                              .output = "{started}{sizeChecked}{movedAndFlushed}",
                                              .names = OnDisk::offloaded}),
-                         withName);
+                         rowName);
 
 INSTANTIATE_TEST_SUITE_P(
     ExternalHashes, ToolOptions,
@@ -179,7 +176,7 @@ INSTANTIATE_TEST_SUITE_P(
                         .status = 0,
                         .output = "{started}{sizeChecked}{movedAndFlushed}",
                         .names = OnDisk::offloaded}),
-    withName);
+    rowName);
 
 INSTANTIATE_TEST_SUITE_P(Spellings, ToolOptions,
                          testing::Values(Run{.name = "RightSize",
@@ -223,7 +220,7 @@ INSTANTIATE_TEST_SUITE_P(Spellings, ToolOptions,
                                              .status = 0,
                                              .output = "{started}{hashed}{sizeChecked}{movedAndFlushed}",
                                              .names = OnDisk::offloaded}),
-                         withName);
+                         rowName);
 
 INSTANTIATE_TEST_SUITE_P(WithoutDestinations, ToolOptions,
                          testing::Values(Run{.name = "ReadBack",
@@ -247,7 +244,7 @@ INSTANTIATE_TEST_SUITE_P(WithoutDestinations, ToolOptions,
                                              .output = "{started}"
                                                        "INFO: moving files in place..\nINFO: done.\n\n",
                                              .names = OnDisk::untouched}),
-                         withName);
+                         rowName);
 
 INSTANTIATE_TEST_SUITE_P(
     Paths, ToolOptions,
@@ -270,7 +267,7 @@ INSTANTIATE_TEST_SUITE_P(
                         .status = 0,
                         .output = "{started}{hashed}{sizeChecked}{movedAndFlushed}",
                         .names = OnDisk::offloaded}),
-    withName);
+    rowName);
 
 class ToolRefusals : public testing::TestWithParam<Run> {};
 
@@ -377,7 +374,7 @@ INSTANTIATE_TEST_SUITE_P(CommandLines, ToolRefusals,
                                                        "no destination specified\n"
                                                        "{invalid}",
                                              .names = OnDisk::untouched}),
-                         withName);
+                         rowName);
 
 TEST(Tool, EveryFileOfASequenceGetsTheNameOfItsSourceInTheFolderOfTheDestination) {
   const ScratchDirectory scratch;
@@ -441,7 +438,7 @@ INSTANTIATE_TEST_SUITE_P(
                       "the expected filesize (5) is not the number of bytes copied (3145745)\n",
             .logged = "the expected filesize (5) is not the number of bytes copied (3145745)",
             .names = OnDisk::notMoved}),
-    withName);
+    rowName);
 
 INSTANTIATE_TEST_SUITE_P(
     ExternalHashes, ToolRefusals,
@@ -513,7 +510,7 @@ INSTANTIATE_TEST_SUITE_P(
                         .output = "{started}"
                                   "invalid external hash format: :abc\n",
                         .names = OnDisk::untouched}),
-    withName);
+    rowName);
 
 INSTANTIATE_TEST_SUITE_P(Files, ToolRefusals,
                          testing::Values(Run{.name = "NoSuchSource",
@@ -549,7 +546,7 @@ INSTANTIATE_TEST_SUITE_P(Files, ToolRefusals,
                                                        "failed to perform copy\n",
                                              .logged = "/ already exists",
                                              .names = OnDisk::untouched}),
-                         withName);
+                         rowName);
 
 TEST(Tool, AnOffloadWithoutReadBackPrintsItsLinesInOrderAndLeavesTheFinalName) {
   const ScratchDirectory scratch;
