@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "KDXFileTools/kdxdispatchcopy/CommandLine.h"
+#include "tests/support/ParsedLine.h"
 #include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
@@ -17,14 +18,6 @@ using testing::ElementsAre;
 namespace {
 
 using Words = std::vector<std::string>;
-
-CommandLine parse(Words words) {
-  words.insert(words.begin(), "kdxdispatchcopy");
-  std::vector<char*> argv;
-  for (std::string& word : words) argv.push_back(word.data());
-  argv.push_back(nullptr);
-  return parseCommandLine(static_cast<int>(words.size()), argv.data());
-}
 
 std::vector<std::string> pathsOf(const std::vector<platform::FileURL>& files) {
   std::vector<std::string> paths;
@@ -66,7 +59,7 @@ class OptionsAnywhere : public testing::TestWithParam<Options> {
   static void expectTheirEffectBehind(std::ptrdiff_t paths) {
     Words words{"/card/clip.mov", "/a/clip.mov", "/b/clip.mov"};
     words.insert(words.begin() + paths, GetParam().options.begin(), GetParam().options.end());
-    const CommandLine line = parse(words);
+    const CommandLine line = parsedLine(words);
     EXPECT_EQ(GetParam().settings, settingsOf(line)) << "behind " << paths << " paths";
     EXPECT_EQ("/card/clip.mov", sourceOf(line)) << "behind " << paths << " paths";
     EXPECT_THAT(pathsOf(line.destinations), ElementsAre("/a/clip.mov", "/b/clip.mov"))
@@ -199,7 +192,7 @@ class MissingArgument : public testing::TestWithParam<Options> {};
 TEST_P(MissingArgument, IsPassedOver) {
   Words words{"-v", "/card/clip.mov", "/a/clip.mov"};
   words.insert(words.end(), GetParam().options.begin(), GetParam().options.end());
-  const CommandLine line = parse(words);
+  const CommandLine line = parsedLine(words);
   EXPECT_EQ(GetParam().settings, settingsOf(line));
   EXPECT_EQ("/card/clip.mov", sourceOf(line));
   EXPECT_THAT(pathsOf(line.destinations), ElementsAre("/a/clip.mov"));
@@ -220,7 +213,7 @@ INSTANTIATE_TEST_SUITE_P(CommandLine, MissingArgument,
 
 TEST(CommandLine, OptionsBehindThePathsCountWhereThePOSIXOrderIsAskedForToo) {
   ::setenv("POSIXLY_CORRECT", "1", 1);
-  const CommandLine line = parse({"/card/clip.mov", "-k", "/a/clip.mov", "-v", "-a", "5"});
+  const CommandLine line = parsedLine({"/card/clip.mov", "-k", "/a/clip.mov", "-v", "-a", "5"});
   ::unsetenv("POSIXLY_CORRECT");
   EXPECT_EQ("2 verbose size=5", settingsOf(line));
   EXPECT_EQ("/card/clip.mov", sourceOf(line));
@@ -228,7 +221,7 @@ TEST(CommandLine, OptionsBehindThePathsCountWhereThePOSIXOrderIsAskedForToo) {
 }
 
 TEST(CommandLine, WithoutArgumentsIsEmpty) {
-  const CommandLine line = parse({});
+  const CommandLine line = parsedLine({});
   EXPECT_EQ("14", settingsOf(line));
   EXPECT_FALSE(line.source.has_value());
   EXPECT_EQ(nullptr, line.sourceSequence);
@@ -236,19 +229,19 @@ TEST(CommandLine, WithoutArgumentsIsEmpty) {
 }
 
 TEST(CommandLine, TheFirstPathIsTheSourceAndTheOthersAreDestinations) {
-  const CommandLine line = parse({"/card/clip.mov", "/a/clip.mov", "/b/clip.mov"});
+  const CommandLine line = parsedLine({"/card/clip.mov", "/a/clip.mov", "/b/clip.mov"});
   EXPECT_EQ("/card/clip.mov", sourceOf(line));
   EXPECT_THAT(pathsOf(line.destinations), ElementsAre("/a/clip.mov", "/b/clip.mov"));
 }
 
 TEST(CommandLine, ASinglePathIsTheSource) {
-  const CommandLine line = parse({"/card/clip.mov"});
+  const CommandLine line = parsedLine({"/card/clip.mov"});
   EXPECT_EQ("/card/clip.mov", sourceOf(line));
   EXPECT_THAT(line.destinations, testing::IsEmpty());
 }
 
 TEST(CommandLine, DestinationsKeepTheirOrderAndDuplicatesStay) {
-  const CommandLine line = parse({"/s", "/z", "/a", "/z", "/m", "/s", "/a"});
+  const CommandLine line = parsedLine({"/s", "/z", "/a", "/z", "/m", "/s", "/a"});
   EXPECT_THAT(pathsOf(line.destinations), ElementsAre("/z", "/a", "/z", "/m", "/s", "/a"));
 }
 
@@ -256,7 +249,7 @@ TEST(CommandLine, RelativePathsArePutBehindTheWorkingDirectory) {
   const ScratchDirectory scratch;
   const std::filesystem::path before = std::filesystem::current_path();
   std::filesystem::current_path(scratch.path());
-  const CommandLine line = parse({"clip.mov", "./a/clip.mov", "../clip.mov", "/b/clip.mov"});
+  const CommandLine line = parsedLine({"clip.mov", "./a/clip.mov", "../clip.mov", "/b/clip.mov"});
   std::filesystem::current_path(before);
   const std::string directory = scratch.path().string();
   EXPECT_EQ(directory + "/clip.mov", sourceOf(line));
@@ -268,38 +261,38 @@ TEST(CommandLine, SymbolicLinksAreNotFollowed) {
   const ScratchDirectory scratch;
   writeFile(scratch.file("clip.mov"), "media");
   std::filesystem::create_symlink("clip.mov", scratch.path() / "link.mov");
-  EXPECT_EQ(scratch.file("link.mov"), sourceOf(parse({scratch.file("link.mov")})));
+  EXPECT_EQ(scratch.file("link.mov"), sourceOf(parsedLine({scratch.file("link.mov")})));
 }
 
 TEST(CommandLine, ASingleDashIsAPath) {
   const std::string directory = std::filesystem::current_path().string();
-  const CommandLine line = parse({"/card/clip.mov", "-"});
+  const CommandLine line = parsedLine({"/card/clip.mov", "-"});
   EXPECT_THAT(pathsOf(line.destinations), ElementsAre(directory + "/-"));
 }
 
 TEST(CommandLine, AnEmptyArgumentIsAPathThatNamesTheWorkingDirectory) {
   const std::string directory = std::filesystem::current_path().string();
-  const CommandLine line = parse({"", "/a/clip.mov", ""});
+  const CommandLine line = parsedLine({"", "/a/clip.mov", ""});
   EXPECT_EQ(directory, sourceOf(line));
   EXPECT_THAT(pathsOf(line.destinations), ElementsAre("/a/clip.mov", directory));
 }
 
 TEST(CommandLine, TwoDashesEndTheCommandLine) {
-  const CommandLine line = parse({"-v", "/card/clip.mov", "/a/clip.mov", "--", "/b/clip.mov", "-k"});
+  const CommandLine line = parsedLine({"-v", "/card/clip.mov", "/a/clip.mov", "--", "/b/clip.mov", "-k"});
   EXPECT_EQ("14 verbose", settingsOf(line));
   EXPECT_EQ("/card/clip.mov", sourceOf(line));
   EXPECT_THAT(pathsOf(line.destinations), ElementsAre("/a/clip.mov"));
 }
 
 TEST(CommandLine, PathsWithSpacesAndLettersOfAllScriptsStayAsTheyAre) {
-  const CommandLine line = parse({"/card/A B.mov", "/\xc3\xbc/\xe3\x82\xaf\xe3\x83\xaa.mov", "/\xf0\x9f\x8e\xac"});
+  const CommandLine line = parsedLine({"/card/A B.mov", "/\xc3\xbc/\xe3\x82\xaf\xe3\x83\xaa.mov", "/\xf0\x9f\x8e\xac"});
   EXPECT_EQ("/card/A B.mov", sourceOf(line));
   EXPECT_THAT(pathsOf(line.destinations), ElementsAre("/\xc3\xbc/\xe3\x82\xaf\xe3\x83\xaa.mov", "/\xf0\x9f\x8e\xac"));
 }
 
 TEST(CommandLine, AnEarlierCommandLineLeavesNothingBehind) {
-  parse({"-v", "-k", "-a", "5", "/a", "/b", "-s"});
-  const CommandLine line = parse({"/card/clip.mov", "/a/clip.mov"});
+  parsedLine({"-v", "-k", "-a", "5", "/a", "/b", "-s"});
+  const CommandLine line = parsedLine({"/card/clip.mov", "/a/clip.mov"});
   EXPECT_EQ("14", settingsOf(line));
   EXPECT_EQ("/card/clip.mov", sourceOf(line));
   EXPECT_THAT(pathsOf(line.destinations), ElementsAre("/a/clip.mov"));
@@ -319,19 +312,19 @@ void PrintTo(const NotText& row, std::ostream* out) {
 class BytesThatAreNoText : public testing::TestWithParam<NotText> {};
 
 TEST_P(BytesThatAreNoText, GiveNoSourceAndTheNextPathIsADestination) {
-  const CommandLine line = parse({GetParam().bytes, "/a/clip.mov"});
+  const CommandLine line = parsedLine({GetParam().bytes, "/a/clip.mov"});
   EXPECT_FALSE(line.source.has_value());
   EXPECT_THAT(pathsOf(line.destinations), ElementsAre("/a/clip.mov"));
 }
 
 TEST_P(BytesThatAreNoText, AreDroppedAmongTheDestinations) {
-  const CommandLine line = parse({"/card/clip.mov", "/a/clip.mov", GetParam().bytes, "/b/clip.mov"});
+  const CommandLine line = parsedLine({"/card/clip.mov", "/a/clip.mov", GetParam().bytes, "/b/clip.mov"});
   EXPECT_EQ("/card/clip.mov", sourceOf(line));
   EXPECT_THAT(pathsOf(line.destinations), ElementsAre("/a/clip.mov", "/b/clip.mov"));
 }
 
 TEST_P(BytesThatAreNoText, GiveNoSequenceAndTheNextPathIsADestination) {
-  const CommandLine line = parse({"-s", GetParam().bytes, "/a/frames"});
+  const CommandLine line = parsedLine({"-s", GetParam().bytes, "/a/frames"});
   EXPECT_TRUE(line.isSequence);
   EXPECT_EQ(nullptr, line.sourceSequence);
   EXPECT_FALSE(line.source.has_value());
@@ -340,7 +333,7 @@ TEST_P(BytesThatAreNoText, GiveNoSequenceAndTheNextPathIsADestination) {
 
 TEST_P(BytesThatAreNoText, AreNoHashThatIsForgotten) {
   // Without it the copy would pass as compared with a hash that nobody looked at.
-  EXPECT_TRUE(parse({"-e", GetParam().bytes, "/card/clip.mov", "/a/clip.mov"}).externalHash.has_value());
+  EXPECT_TRUE(parsedLine({"-e", GetParam().bytes, "/card/clip.mov", "/a/clip.mov"}).externalHash.has_value());
 }
 
 INSTANTIATE_TEST_SUITE_P(CommandLine, BytesThatAreNoText,
@@ -361,7 +354,7 @@ std::string identifierOf(const CommandLine& line) {
 
 TEST(CommandLine, TheFirstPathBehindTheSequenceOptionIsItsIdentifier) {
   for (const char* option : {"-s", "--s"}) {
-    const CommandLine line = parse({option, frames, "/a/frames", "/b/frames"});
+    const CommandLine line = parsedLine({option, frames, "/a/frames", "/b/frames"});
     EXPECT_EQ("14 sequence", settingsOf(line));
     ASSERT_EQ(frames, identifierOf(line));
     EXPECT_EQ(1, line.sourceSequence->startFrame());
@@ -373,11 +366,11 @@ TEST(CommandLine, TheFirstPathBehindTheSequenceOptionIsItsIdentifier) {
 
 TEST(CommandLine, AnIdentifierStaysTheTextThatWasGiven) {
   for (const char* identifier : {"clip.##.dpx", "./../clip.1-2_##.dpx", "/card//clip.1-2_##.dpx/", "##"})
-    EXPECT_EQ(identifier, identifierOf(parse({"-s", identifier, "/a/frames"})));
+    EXPECT_EQ(identifier, identifierOf(parsedLine({"-s", identifier, "/a/frames"})));
 }
 
 TEST(CommandLine, TheSequenceOptionBehindTheSourceLeavesItAPlainFile) {
-  const CommandLine line = parse({frames, "-s", "/a/frames.1-2_##"});
+  const CommandLine line = parsedLine({frames, "-s", "/a/frames.1-2_##"});
   EXPECT_TRUE(line.isSequence);
   EXPECT_EQ(nullptr, line.sourceSequence);
   EXPECT_EQ(frames, sourceOf(line));
@@ -385,27 +378,27 @@ TEST(CommandLine, TheSequenceOptionBehindTheSourceLeavesItAPlainFile) {
 }
 
 TEST(CommandLine, WithoutTheSequenceOptionHashesAreLettersOfAName) {
-  const CommandLine line = parse({frames, "/a/frames"});
+  const CommandLine line = parsedLine({frames, "/a/frames"});
   EXPECT_EQ("14", settingsOf(line));
   EXPECT_EQ(nullptr, line.sourceSequence);
   EXPECT_EQ(frames, sourceOf(line));
 }
 
 TEST(CommandLine, OtherOptionsMayStandBetweenTheSequenceOptionAndItsIdentifier) {
-  const CommandLine line = parse({"-s", "-v", "-a", "5", frames, "-j", "/a/frames"});
+  const CommandLine line = parsedLine({"-s", "-v", "-a", "5", frames, "-j", "/a/frames"});
   EXPECT_EQ("14 sequence no-destination verbose size=5", settingsOf(line));
   EXPECT_EQ(frames, identifierOf(line));
   EXPECT_THAT(pathsOf(line.destinations), ElementsAre("/a/frames"));
 }
 
 TEST(CommandLine, ASequenceOptionWithoutAPathHasNoIdentifier) {
-  const CommandLine line = parse({"-s"});
+  const CommandLine line = parsedLine({"-s"});
   EXPECT_TRUE(line.isSequence);
   EXPECT_EQ(nullptr, line.sourceSequence);
 }
 
 TEST(CommandLine, AnIdentifierWithoutHashesIsTheSourceAllTheSameAndTheNextPathADestination) {
-  const CommandLine line = parse({"-s", "/card/clip.dpx", "/a/frames.1-2_##"});
+  const CommandLine line = parsedLine({"-s", "/card/clip.dpx", "/a/frames.1-2_##"});
   EXPECT_TRUE(line.isSequence);
   EXPECT_EQ(nullptr, line.sourceSequence);
   EXPECT_FALSE(line.source.has_value());

@@ -15,6 +15,7 @@
 #include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
 #include "platform/Process.h"
 #include "tests/support/Captured.h"
+#include "tests/support/ParsedLine.h"
 #include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
@@ -27,14 +28,6 @@ namespace {
 using platform::Error;
 using platform::FileURL;
 using Words = std::vector<std::string>;
-
-CommandLine lineOf(Words words) {
-  words.insert(words.begin(), "kdxdispatchcopy");
-  std::vector<char*> argv;
-  for (std::string& word : words) argv.push_back(word.data());
-  argv.push_back(nullptr);
-  return parseCommandLine(static_cast<int>(words.size()), argv.data());
-}
 
 // Exit statuses
 
@@ -101,7 +94,7 @@ class RefusedCommandLine : public testing::TestWithParam<Refused> {};
 
 TEST_P(RefusedCommandLine, GivesNoJobAndALineThatSaysWhy) {
   const Captured output(STDOUT_FILENO);
-  EXPECT_EQ(nullptr, makeJob(lineOf(GetParam().words)));
+  EXPECT_EQ(nullptr, makeJob(parsedLine(GetParam().words)));
   EXPECT_EQ(GetParam().line + "\n", output.text());
 }
 
@@ -188,7 +181,7 @@ TEST_P(AlgorithmWord, GivesTheJobItsAlgorithm) {
   Words words = GetParam().options;
   words.insert(words.end(), {"/s", "/d"});
   const Captured output(STDOUT_FILENO);
-  const auto job = makeJob(lineOf(words));
+  const auto job = makeJob(parsedLine(words));
   ASSERT_NE(nullptr, job);
   EXPECT_EQ(GetParam().algorithm, job->digestAlgorithm());
   EXPECT_EQ("", output.text());
@@ -204,7 +197,7 @@ INSTANTIATE_TEST_SUITE_P(FrontEnd, AlgorithmWord,
                          rowName);
 
 TEST(FrontEnd, AJobWithoutOptionsHasTheDefaults) {
-  const auto job = makeJob(lineOf({"/card/clip.mov", "/a/clip.mov"}));
+  const auto job = makeJob(parsedLine({"/card/clip.mov", "/a/clip.mov"}));
   ASSERT_NE(nullptr, job);
   EXPECT_EQ(FileURL("/card/clip.mov"), job->sourceURL());
   EXPECT_THAT(job->destinationURLs(), ElementsAre(FileURL("/a/clip.mov.kdxcopy")));
@@ -218,8 +211,8 @@ TEST(FrontEnd, AJobWithoutOptionsHasTheDefaults) {
 }
 
 TEST(FrontEnd, AJobHasWhatTheCommandLineAsksFor) {
-  const auto job =
-      makeJob(lineOf({"-v", "-f", "-nf", "-k", "-nfs", "-a", "-5", "-e", "SHA1:ff", "/card/clip.mov", "/a/clip.mov"}));
+  const auto job = makeJob(
+      parsedLine({"-v", "-f", "-nf", "-k", "-nfs", "-a", "-5", "-e", "SHA1:ff", "/card/clip.mov", "/a/clip.mov"}));
   ASSERT_NE(nullptr, job);
   EXPECT_EQ(18, job->verificationOptions());
   EXPECT_TRUE(job->skipVerification());
@@ -231,20 +224,20 @@ TEST(FrontEnd, AJobHasWhatTheCommandLineAsksFor) {
 }
 
 TEST(FrontEnd, AJobHasItsDestinationsInTheOrderGivenDuplicatesToo) {
-  const auto job = makeJob(lineOf({"/s", "/z.mov", "/a.mov", "/z.mov"}));
+  const auto job = makeJob(parsedLine({"/s", "/z.mov", "/a.mov", "/z.mov"}));
   ASSERT_NE(nullptr, job);
   EXPECT_THAT(job->destinationURLs(),
               ElementsAre(FileURL("/z.mov.kdxcopy"), FileURL("/a.mov.kdxcopy"), FileURL("/z.mov.kdxcopy")));
 }
 
 TEST(FrontEnd, AJobNeedsNoDestinationWhenThatIsAskedFor) {
-  const auto job = makeJob(lineOf({"-j", "/card/clip.mov"}));
+  const auto job = makeJob(parsedLine({"-j", "/card/clip.mov"}));
   ASSERT_NE(nullptr, job);
   EXPECT_THAT(job->destinationURLs(), testing::IsEmpty());
 }
 
 TEST(FrontEnd, WhereNoDestinationIsNeededTheOnesGivenAreKept) {
-  const auto job = makeJob(lineOf({"-j", "/card/clip.mov", "/a/clip.mov"}));
+  const auto job = makeJob(parsedLine({"-j", "/card/clip.mov", "/a/clip.mov"}));
   ASSERT_NE(nullptr, job);
   EXPECT_THAT(job->destinationURLs(), ElementsAre(FileURL("/a/clip.mov.kdxcopy")));
 }
@@ -252,8 +245,8 @@ TEST(FrontEnd, WhereNoDestinationIsNeededTheOnesGivenAreKept) {
 TEST(FrontEnd, ASequenceGivesASequenceJobWithWhatTheCommandLineAsksFor) {
   const Captured output(STDOUT_FILENO);
   const auto job = std::dynamic_pointer_cast<KDXSequenceCopy>(
-      makeJob(lineOf({"-v", "-f", "-nf", "-k", "-nfs", "-a", "5", "-e", "SHA1:ff", "-t", "xxhash64be", "-s",
-                      "/card/clip.1-2_##.dpx", "/b/frames", "/a/frames", "/b/frames"})));
+      makeJob(parsedLine({"-v", "-f", "-nf", "-k", "-nfs", "-a", "5", "-e", "SHA1:ff", "-t", "xxhash64be", "-s",
+                          "/card/clip.1-2_##.dpx", "/b/frames", "/a/frames", "/b/frames"})));
   ASSERT_NE(nullptr, job);
   EXPECT_EQ(std::nullopt, job->sourceURL());
   EXPECT_THAT(job->destinationURLs(),
@@ -270,14 +263,15 @@ TEST(FrontEnd, ASequenceGivesASequenceJobWithWhatTheCommandLineAsksFor) {
 }
 
 TEST(FrontEnd, ASequenceJobNeedsNoDestinationWhenThatIsAskedFor) {
-  const auto job = std::dynamic_pointer_cast<KDXSequenceCopy>(makeJob(lineOf({"-j", "-s", "/card/clip.1-2_##.dpx"})));
+  const auto job =
+      std::dynamic_pointer_cast<KDXSequenceCopy>(makeJob(parsedLine({"-j", "-s", "/card/clip.1-2_##.dpx"})));
   ASSERT_NE(nullptr, job);
   EXPECT_THAT(job->destinationURLs(), testing::IsEmpty());
   EXPECT_THAT(job->destinationSequencePaths(), testing::IsEmpty());
 }
 
 TEST(FrontEnd, WithoutTheSequenceOptionHashesGiveASingleFileJob) {
-  const auto job = makeJob(lineOf({"/card/clip.1-2_##.dpx", "/a/clip.dpx"}));
+  const auto job = makeJob(parsedLine({"/card/clip.1-2_##.dpx", "/a/clip.dpx"}));
   ASSERT_NE(nullptr, job);
   EXPECT_EQ(nullptr, std::dynamic_pointer_cast<KDXSequenceCopy>(job));
   EXPECT_EQ(FileURL("/card/clip.1-2_##.dpx"), job->sourceURL());
