@@ -1,7 +1,5 @@
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,7 +7,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <optional>
 #include <ostream>
@@ -21,6 +18,7 @@
 #include "platform/Process.h"
 #include "platform/SerialQueue.h"
 #include "tests/support/ExpectedText.h"
+#include "tests/support/OpenDescriptors.h"
 #include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 
@@ -299,31 +297,6 @@ TEST_F(KDXDispatchVerifyTest, AFileWhoseFirstReadFailsHasTheDigestOfNothing) {
   EXPECT_EQ(0u, digest->totalLength());
 }
 
-// The descriptor that this process has open on the path.
-std::optional<int> descriptorOf(const std::string& path) {
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-    std::error_code none;
-    if (std::filesystem::read_symlink(entry.path(), none) == path) return std::stoi(entry.path().filename().string());
-  }
-  return std::nullopt;
-}
-
-int64_t positionOf(int descriptor) {
-  std::ifstream facts("/proc/self/fdinfo/" + std::to_string(descriptor));
-  std::string word;
-  int64_t offset = -1;
-  facts >> word >> offset;
-  return offset;
-}
-
-// From now on reads of the descriptor fail with EISDIR.
-void makeReadsFail(int descriptor) {
-  const int directory = ::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  // Without the library in between, which the thread sanitizer would take for a close behind the reader's back.
-  ASSERT_EQ(descriptor, ::syscall(SYS_dup3, directory, descriptor, O_CLOEXEC));
-  ::close(directory);
-}
-
 TEST_F(KDXDispatchVerifyTest, AReadThatFailsInTheMiddleGivesTheDigestOfWhatWasReadAndNoError) {
   const FileURL file = fileOf(5 * MiB);
   writeFile(scratch.file("start"), readFile(file.path()).substr(0, 2 * MiB));
@@ -335,7 +308,7 @@ TEST_F(KDXDispatchVerifyTest, AReadThatFailsInTheMiddleGivesTheDigestOfWhatWasRe
     const std::optional<int> descriptor = descriptorOf(file.path());
     ASSERT_TRUE(descriptor.has_value());
     while (positionOf(*descriptor) < 2 * static_cast<int64_t>(MiB)) std::this_thread::yield();
-    makeReadsFail(*descriptor);
+    makeReadsFail(file.path());
   });
   const auto verifier = KDXDispatchVerify::initWithFileURL(file, md5);
   verifier->setProgressInterval(always, &queue, [&](uint64_t bytesRead) { counts.push_back(bytesRead); });

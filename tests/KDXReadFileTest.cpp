@@ -1,7 +1,5 @@
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,7 +9,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <future>
 #include <numeric>
@@ -27,6 +24,7 @@
 #include "platform/Process.h"
 #include "platform/SerialQueue.h"
 #include "tests/support/MountedFileSystem.h"
+#include "tests/support/OpenDescriptors.h"
 #include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ThreadWatch.h"
@@ -79,35 +77,6 @@ std::vector<Block> blocksOfFile(const std::string& path) {
   });
   queue.sync([] {});
   return blocks;
-}
-
-// The path that the descriptor of this process is open on.
-std::string pathOfDescriptor(int descriptor) {
-  std::error_code none;
-  return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor), none).string();
-}
-
-std::optional<int> descriptorOf(const std::string& path) {
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-    const int descriptor = std::stoi(entry.path().filename().string());
-    if (pathOfDescriptor(descriptor) == path) return descriptor;
-  }
-  return std::nullopt;
-}
-
-std::size_t openDescriptors() {
-  const std::filesystem::directory_iterator entries("/proc/self/fd");
-  return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
-}
-
-// From now on reads of what was open on `path` fail with EISDIR.
-void makeReadsFail(const std::string& path) {
-  const std::optional<int> descriptor = descriptorOf(path);
-  ASSERT_TRUE(descriptor.has_value()) << path;
-  const int directory = ::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  // Without the library in between, which the thread sanitizer would take for a close behind the reader's back.
-  ASSERT_EQ(*descriptor, ::syscall(SYS_dup3, directory, *descriptor, O_CLOEXEC));
-  ::close(directory);
 }
 
 // A serial queue that calls `before` on the thread that queues, with the number of tasks queued before.
@@ -278,13 +247,7 @@ TEST_F(KDXReadFileTest, TheReaderIsNeverMoreThanTwoBuffersAheadOfTheDataBlock) {
   setReadBufferSize("1");
   constexpr int64_t size = 5 * oneMiB;
   const std::string path = fileOf(static_cast<std::size_t>(size));
-  const auto position = [&] {
-    std::ifstream facts("/proc/self/fdinfo/" + std::to_string(descriptorOf(path).value_or(-1)));
-    std::string word;
-    int64_t offset = -1;
-    facts >> word >> offset;
-    return offset;
-  };
+  const auto position = [&] { return positionOf(descriptorOf(path).value_or(-1)); };
   std::atomic<const WatchedThread*> reading = nullptr;
   std::vector<int64_t> reached;
   platform::SerialQueue queue("test");
