@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -10,6 +9,7 @@
 #include "digest/KDXDigestContext.h"
 #include "digest/KDXDigestContextXX64BE.h"
 #include "digest/KDXDigestContextXX64LE.h"
+#include "tests/support/Algorithms.h"
 #include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 
@@ -17,41 +17,11 @@ namespace {
 
 using ContextPtr = std::shared_ptr<KDXDigestContext>;
 
-constexpr uint32_t sha1 = 1;
-constexpr uint32_t md5 = 2;
-constexpr uint32_t xxHash64 = 8;
-constexpr uint32_t xxHash64BE = 16;
-
 ContextPtr digestOf(uint32_t algorithm, const std::string& bytes) {
   ContextPtr context = KDXDigestContext::contextWithAlgorithm(algorithm);
   context->update(bytes.data(), bytes.size());
   context->finalize();
   return context;
-}
-
-struct Algorithm {
-  const char* name;
-  uint32_t code;
-  const char* methodName;
-  std::size_t digestLength;
-  const char* program;
-};
-
-void PrintTo(const Algorithm& row, std::ostream* out) {
-  *out << row.name;
-}
-
-const std::array algorithms{Algorithm{"SHA1", sha1, "SHA1", 20, "sha1sum"}, Algorithm{"MD5", md5, "MD5", 16, "md5sum"},
-                            Algorithm{"XXHash64", xxHash64, "XXHash64", 8, "xxh64sum"},
-                            Algorithm{"XXHash64BE", xxHash64BE, "XXHash64BE", 8, "xxh64sum"}};
-
-// The program prints the most significant byte first.
-std::string expectedHex(const Algorithm& algorithm, const std::string& path) {
-  std::string digits = digestByProgram(algorithm.program, path);
-  if (algorithm.code != xxHash64) return digits;
-  std::reverse(digits.begin(), digits.end());
-  for (std::size_t i = 0; i + 1 < digits.size(); i += 2) std::swap(digits[i], digits[i + 1]);
-  return digits;
 }
 
 struct Vector {

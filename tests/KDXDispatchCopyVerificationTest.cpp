@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
@@ -16,6 +15,7 @@
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXFileSystemOperationQueueManager.h"
+#include "tests/support/ExpectedText.h"
 #include "tests/support/OutputLines.h"
 #include "tests/support/PhaseRun.h"
 #include "tests/support/ScratchDirectory.h"
@@ -382,10 +382,6 @@ class KDXDispatchCopyExternalHashCheck : public VerificationTest {
  protected:
   [[nodiscard]] std::string md5() const { return digestByProgram("md5sum", source); }
   [[nodiscard]] std::string sha1() const { return digestByProgram("sha1sum", source); }
-  [[nodiscard]] static std::string upperCased(std::string text) {
-    std::ranges::transform(text, text.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-    return text;
-  }
   [[nodiscard]] static std::string mismatch(const std::string& external, const std::string& got) {
     return "INFO: external hash: " + external + " but got hash: " + got + ".";
   }
@@ -413,7 +409,7 @@ TEST_F(KDXDispatchCopyExternalHashCheck, PassesForTheDigestOfTheCopyAndPrintsNot
 }
 
 TEST_F(KDXDispatchCopyExternalHashCheck, PassesForDigitsInUpperCase) {
-  const auto run = verify(*copied({}, hashOnly, KDXDigestAlgorithmMD5, "MD5:" + upperCased(md5())));
+  const auto run = verify(*copied({}, hashOnly, KDXDigestAlgorithmMD5, "MD5:" + inCapitals(md5())));
 
   EXPECT_TRUE(run->started);
   EXPECT_EQ("", run->output);
@@ -431,7 +427,7 @@ TEST_F(KDXDispatchCopyExternalHashCheck, ItselfIgnoresTheCaseOfTheMethodNameToo)
 }
 
 TEST_F(KDXDispatchCopyExternalHashCheck, PassesInAnotherAlgorithmThanThatOfTheCopy) {
-  const auto run = verify(*copied({}, hashOnly, KDXDigestAlgorithmMD5, "SHA1:" + upperCased(sha1())));
+  const auto run = verify(*copied({}, hashOnly, KDXDigestAlgorithmMD5, "SHA1:" + inCapitals(sha1())));
 
   EXPECT_TRUE(run->started);
   EXPECT_EQ("", run->output);

@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
-#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -17,7 +16,7 @@
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchVerify.h"
 #include "platform/Process.h"
 #include "platform/SerialQueue.h"
-#include "tests/support/ExpectedText.h"
+#include "tests/support/Algorithms.h"
 #include "tests/support/OpenDescriptors.h"
 #include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
@@ -29,31 +28,12 @@ namespace {
 using Counts = std::vector<uint64_t>;
 using platform::FileURL;
 
-constexpr uint32_t sha1 = 1;
-constexpr uint32_t md5 = 2;
-constexpr uint32_t xxHash64 = 8;
-constexpr uint32_t xxHash64BE = 16;
-
 // Seconds: every report is due, or none is.
 constexpr double always = -1;
 constexpr double never = 1e9;
 
-struct Algorithm {
-  const char* name;
-  uint32_t code;
-  const char* methodName;
-  const char* program;
-};
-
-void PrintTo(const Algorithm& row, std::ostream* out) {
-  *out << row.name;
-}
-
-// The program prints the most significant byte first.
 std::string expectedText(const Algorithm& algorithm, const std::string& path) {
-  std::string digits = digestByProgram(algorithm.program, path);
-  if (algorithm.code == xxHash64) digits = bytesTurnedRound(digits);
-  return algorithm.methodName + (":" + digits);
+  return algorithm.methodName + (":" + expectedHex(algorithm, path));
 }
 
 // Buffers of 1 MiB.
@@ -87,12 +67,7 @@ TEST_P(EveryAlgorithmVerified, TheDigestIsThatWhichTheProgramOfTheSystemPrints) 
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(KDXDispatchVerify, EveryAlgorithmVerified,
-                         testing::Values(Algorithm{"SHA1", sha1, "SHA1", "sha1sum"},
-                                         Algorithm{"MD5", md5, "MD5", "md5sum"},
-                                         Algorithm{"XXHash64", xxHash64, "XXHash64", "xxh64sum"},
-                                         Algorithm{"XXHash64BE", xxHash64BE, "XXHash64BE", "xxh64sum"}),
-                         rowName);
+INSTANTIATE_TEST_SUITE_P(KDXDispatchVerify, EveryAlgorithmVerified, testing::ValuesIn(algorithms), rowName);
 
 TEST_F(KDXDispatchVerifyTest, AVerifierKeepsItsFileAndItsAlgorithmAndHasNoProgressBlock) {
   const auto verifier = KDXDispatchVerify::initWithFileURL(FileURL("/card/clip.mov"), md5);

@@ -4,34 +4,19 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <ostream>
 #include <string>
 #include <vector>
 
 #include "KDXFileTools/kdxdispatchcopy/KDXSequenceVerify.h"
 #include "platform/Process.h"
 #include "platform/SerialQueue.h"
-#include "tests/support/ExpectedText.h"
+#include "tests/support/Algorithms.h"
 #include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 
 namespace {
 
 using platform::FileURL;
-
-constexpr uint32_t md5 = 2;
-constexpr uint32_t xxHash64 = 8;
-
-struct Algorithm {
-  const char* name;
-  uint32_t code;
-  const char* methodName;
-  const char* program;
-};
-
-void PrintTo(const Algorithm& row, std::ostream* out) {
-  *out << row.name;
-}
 
 // A folder with a card's frames, and the sequence digest as the programs of the system tell it.
 class Frames {
@@ -43,28 +28,21 @@ class Frames {
     return FileURL(scratch.file(name));
   }
 
-  // The program prints the most significant byte first.
-  static std::string bareHexText(const Algorithm& algorithm, const std::string& path) {
-    std::string digits = digestByProgram(algorithm.program, path);
-    if (algorithm.code == xxHash64) digits = bytesTurnedRound(digits);
-    return digits;
-  }
-
   [[nodiscard]] std::string digestOfText(const Algorithm& algorithm, const std::string& text) const {
     writeFile(scratch.file("joined"), text);
-    return algorithm.methodName + (":" + bareHexText(algorithm, scratch.file("joined")));
+    return algorithm.methodName + (":" + expectedHex(algorithm, scratch.file("joined")));
   }
 
   [[nodiscard]] std::string expectedText(const Algorithm& algorithm, const std::vector<FileURL>& files) const {
     std::string joined;
-    for (const FileURL& file : files) joined += bareHexText(algorithm, file.path());
+    for (const FileURL& file : files) joined += expectedHex(algorithm, file.path());
     return digestOfText(algorithm, joined);
   }
 
   const ScratchDirectory scratch;
 };
 
-constexpr Algorithm MD5{"MD5", md5, "MD5", "md5sum"};
+constexpr Algorithm MD5 = algorithms[1];
 
 std::string sequenceDigest(const std::vector<FileURL>& files, uint32_t algorithm = md5) {
   return KDXSequenceVerify::initWithFileURLs(files, algorithm)->calculateDigest(nullptr)->digestString();
@@ -74,11 +52,7 @@ class KDXSequenceVerifyTest : public testing::Test, protected Frames {};
 
 class EveryAlgorithmOfSequences : public testing::TestWithParam<Algorithm>, protected Frames {};
 
-INSTANTIATE_TEST_SUITE_P(KDXSequenceVerify, EveryAlgorithmOfSequences,
-                         testing::Values(Algorithm{"SHA1", 1, "SHA1", "sha1sum"}, MD5,
-                                         Algorithm{"XXHash64", xxHash64, "XXHash64", "xxh64sum"},
-                                         Algorithm{"XXHash64BE", 16, "XXHash64BE", "xxh64sum"}),
-                         rowName);
+INSTANTIATE_TEST_SUITE_P(KDXSequenceVerify, EveryAlgorithmOfSequences, testing::ValuesIn(algorithms), rowName);
 
 TEST_P(EveryAlgorithmOfSequences, TheSequenceDigestIsThatOfTheJoinedTextsOfTheFiles) {
   // Empty, within a buffer, a whole buffer, more than one.
@@ -89,7 +63,7 @@ TEST_P(EveryAlgorithmOfSequences, TheSequenceDigestIsThatOfTheJoinedTextsOfTheFi
 
 TEST_P(EveryAlgorithmOfSequences, OneFileGivesTheDigestOfItsTextAndNotItsOwn) {
   const FileURL frame = frameOf(1000, "1.dpx");
-  const std::string text = bareHexText(GetParam(), frame.path());
+  const std::string text = expectedHex(GetParam(), frame.path());
   EXPECT_EQ(digestOfText(GetParam(), text), sequenceDigest({frame}, GetParam().code));
   EXPECT_NE(GetParam().methodName + (":" + text), sequenceDigest({frame}, GetParam().code));
 }
