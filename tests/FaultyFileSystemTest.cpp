@@ -14,21 +14,19 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <future>
 #include <memory>
 #include <new>
 #include <optional>
-#include <random>
 #include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "FaultyFileSystem.h"
+#include "tests/support/ScratchDirectory.h"
 
 namespace {
 
@@ -37,8 +35,6 @@ using namespace std::chrono_literals;
 using faultyfs::FileDescriptor;
 using testing::UnorderedElementsAre;
 
-constexpr std::size_t KiB = 1024;
-constexpr std::size_t MiB = 1024 * KiB;
 constexpr std::size_t directAlignment = 4096;
 
 // Memory as O_DIRECT needs it.
@@ -59,14 +55,9 @@ class AlignedBuffer {
   std::unique_ptr<char, Free> _bytes;
 };
 
-// Bytes without any regularity, always the same for the same size.
+// Bytes without any regularity, always the same for the same size and others for another.
 std::string noise(std::size_t size) {
-  std::mt19937 generator(static_cast<unsigned int>(size));
-  std::string bytes(size, '\0');
-  for (char& byte : bytes) {
-    byte = static_cast<char>(generator() & 0xFFU);
-  }
-  return bytes;
+  return mediaBytes(size, static_cast<uint32_t>(size));
 }
 
 FileDescriptor openFile(const filesystem::path& path, int flags, mode_t mode = 0644) {
@@ -81,15 +72,6 @@ int errorOf(long result) {
 int errorOfOpening(const filesystem::path& path, int flags) {
   const FileDescriptor file = openFile(path, flags);
   return file.valid() ? 0 : errno;
-}
-
-void store(const filesystem::path& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary) << bytes;
-}
-
-std::string contentsOf(const filesystem::path& path) {
-  std::ifstream stream(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 // The bytes of the opened file up to its end, or nothing if reading fails; errno says why.
@@ -133,18 +115,12 @@ class FaultyFileSystemTest : public testing::Test {
     if (const auto& availability = FaultyFileSystem::availability(); !availability.usable) {
       GTEST_SKIP() << availability.reason;
     }
-    std::string name = filesystem::temp_directory_path() / "faulty-file-system-test-XXXXXX";
-    ASSERT_NE(::mkdtemp(name.data()), nullptr);
-    _scratch = name;
-    _fs.emplace(_scratch);
+    _fs.emplace(_scratch.path());
   }
 
   void TearDown() override {
     _fs.reset();
-    if (!_scratch.empty()) {
-      EXPECT_TRUE(filesystem::is_empty(_scratch)) << "the file system left something behind";
-      filesystem::remove_all(_scratch);
-    }
+    EXPECT_TRUE(filesystem::is_empty(_scratch.path())) << "the file system left something behind";
   }
 
   FaultyFileSystem& fs() { return *_fs; }
@@ -152,13 +128,13 @@ class FaultyFileSystemTest : public testing::Test {
   // Puts a file straight into the storage, so that no page of it is cached by the mount.
   std::string storeNoise(const std::string& name, std::size_t size) {
     const std::string bytes = noise(size);
-    store(fs().stored(name), bytes);
+    writeFile(fs().stored(name), bytes);
     return bytes;
   }
 
   FileDescriptor openOnMount(const std::string& name, int flags = O_RDONLY) { return openFile(fs().path(name), flags); }
 
-  filesystem::path _scratch;
+  ScratchDirectory _scratch;
   std::optional<FaultyFileSystem> _fs;
 };
 
@@ -166,9 +142,9 @@ class FaultyFileSystemTest : public testing::Test {
 
 TEST_F(FaultyFileSystemTest, WrittenBytesArriveInTheBackingFolderAndReadBackTheSame) {
   const std::string bytes = noise(3 * MiB + 123);
-  store(fs().path("clip.mov"), bytes);
-  EXPECT_EQ(contentsOf(fs().stored("clip.mov")), bytes);
-  EXPECT_EQ(contentsOf(fs().path("clip.mov")), bytes);
+  writeFile(fs().path("clip.mov"), bytes);
+  EXPECT_EQ(readFile(fs().stored("clip.mov")), bytes);
+  EXPECT_EQ(readFile(fs().path("clip.mov")), bytes);
   EXPECT_EQ(filesystem::file_size(fs().path("clip.mov")), bytes.size());
 }
 
@@ -179,22 +155,22 @@ TEST_F(FaultyFileSystemTest, AStoredFileReadsTheSameThroughTheMount) {
 }
 
 TEST_F(FaultyFileSystemTest, AppendingAndOverwritingPassThrough) {
-  store(fs().path("log"), "0123456789");
+  writeFile(fs().path("log"), "0123456789");
   const FileDescriptor appending = openOnMount("log", O_WRONLY | O_APPEND);
   ASSERT_EQ(::write(appending.get(), "abc", 3), 3);
   const FileDescriptor file = openOnMount("log", O_RDWR);
   ASSERT_EQ(::pwrite(file.get(), "XY", 2, 4), 2);
-  EXPECT_EQ(contentsOf(fs().stored("log")), "0123XY6789abc");
-  EXPECT_EQ(contentsOf(fs().path("log")), "0123XY6789abc");
+  EXPECT_EQ(readFile(fs().stored("log")), "0123XY6789abc");
+  EXPECT_EQ(readFile(fs().path("log")), "0123XY6789abc");
 }
 
 TEST_F(FaultyFileSystemTest, TruncationsPassThrough) {
-  store(fs().path("clip.mov"), "0123456789");
+  writeFile(fs().path("clip.mov"), "0123456789");
   ASSERT_EQ(::truncate(fs().path("clip.mov").c_str(), 4), 0);
-  EXPECT_EQ(contentsOf(fs().stored("clip.mov")), "0123");
+  EXPECT_EQ(readFile(fs().stored("clip.mov")), "0123");
   const FileDescriptor file = openOnMount("clip.mov", O_RDWR);
   ASSERT_EQ(::ftruncate(file.get(), 6), 0);
-  EXPECT_EQ(contentsOf(fs().stored("clip.mov")), std::string("0123\0\0", 6));
+  EXPECT_EQ(readFile(fs().stored("clip.mov")), std::string("0123\0\0", 6));
   const FileDescriptor emptied = openOnMount("clip.mov", O_WRONLY | O_TRUNC);
   EXPECT_EQ(filesystem::file_size(fs().stored("clip.mov")), 0U);
   EXPECT_EQ(filesystem::file_size(fs().path("clip.mov")), 0U);
@@ -248,7 +224,7 @@ TEST_F(FaultyFileSystemTest, FoldersPassThrough) {
   std::set<std::string> expected;
   for (int i = 0; i < 300; ++i) {
     const std::string name = "a clip with quite a long name " + std::to_string(i);
-    store(fs().stored("a/" + name), "x");
+    writeFile(fs().stored("a/" + name), "x");
     expected.insert(name);
   }
   std::set<std::string> found;
@@ -263,7 +239,7 @@ TEST_F(FaultyFileSystemTest, FoldersPassThrough) {
 }
 
 TEST_F(FaultyFileSystemTest, AFolderReadAgainShowsNewEntries) {
-  store(fs().stored("one"), "1");
+  writeFile(fs().stored("one"), "1");
   const std::unique_ptr<DIR, decltype([](DIR* stream) { ::closedir(stream); })> stream(::opendir(fs().root().c_str()));
   ASSERT_TRUE(stream);
   const auto names = [&] {
@@ -275,7 +251,7 @@ TEST_F(FaultyFileSystemTest, AFolderReadAgainShowsNewEntries) {
     return found;
   };
   EXPECT_THAT(names(), UnorderedElementsAre(".", "..", "one"));
-  store(fs().stored("two"), "2");
+  writeFile(fs().stored("two"), "2");
   EXPECT_THAT(names(), UnorderedElementsAre(".", "..", "one", "two"));
 }
 
@@ -283,8 +259,8 @@ TEST_F(FaultyFileSystemTest, RenamingPassesThroughAndReplaces) {
   const std::string bytes = storeNoise("new", 1000);
   storeNoise("old", 10);
   ASSERT_EQ(::rename(fs().path("new").c_str(), fs().path("old").c_str()), 0);
-  EXPECT_EQ(contentsOf(fs().stored("old")), bytes);
-  EXPECT_EQ(contentsOf(fs().path("old")), bytes);
+  EXPECT_EQ(readFile(fs().stored("old")), bytes);
+  EXPECT_EQ(readFile(fs().path("old")), bytes);
   EXPECT_FALSE(filesystem::exists(fs().path("new")));
 }
 
@@ -334,7 +310,7 @@ TEST_F(FaultyFileSystemTest, HardLinksAreOneFile) {
   EXPECT_EQ(one.st_ino, other.st_ino);
   EXPECT_EQ(one.st_nlink, 2U);
   ASSERT_EQ(::unlink(fs().path("clip.mov").c_str()), 0);
-  EXPECT_EQ(contentsOf(fs().path("link.mov")), bytes);
+  EXPECT_EQ(readFile(fs().path("link.mov")), bytes);
 }
 
 TEST_F(FaultyFileSystemTest, SymbolicLinksPassThrough) {
@@ -342,7 +318,7 @@ TEST_F(FaultyFileSystemTest, SymbolicLinksPassThrough) {
   ASSERT_EQ(::symlink("clip.mov", fs().path("pointer").c_str()), 0);
   EXPECT_EQ(filesystem::read_symlink(fs().path("pointer")), "clip.mov");
   EXPECT_EQ(filesystem::read_symlink(fs().stored("pointer")), "clip.mov");
-  EXPECT_EQ(contentsOf(fs().path("pointer")), bytes);
+  EXPECT_EQ(readFile(fs().path("pointer")), bytes);
 }
 
 TEST_F(FaultyFileSystemTest, FileSystemStatisticsPassThrough) {
@@ -364,25 +340,25 @@ TEST_F(FaultyFileSystemTest, AMissingFileAndAMissingFolderAreReportedAsMissing) 
 
 TEST_F(FaultyFileSystemTest, CachedPagesSurviveClosingAndReopening) {
   const std::string bytes = noise(1 * MiB);
-  store(fs().path("clip.mov"), bytes);
+  writeFile(fs().path("clip.mov"), bytes);
   fs().resetCounters();
-  EXPECT_EQ(contentsOf(fs().path("clip.mov")), bytes);
+  EXPECT_EQ(readFile(fs().path("clip.mov")), bytes);
   EXPECT_EQ(fs().counters("clip.mov").opens, 1U);
   EXPECT_EQ(fs().counters("clip.mov").readRequests, 0U) << "written pages should still be cached";
 }
 
 TEST_F(FaultyFileSystemTest, CachedPagesSurviveANewModificationTime) {
   const std::string bytes = noise(256 * KiB);
-  store(fs().path("clip.mov"), bytes);
+  writeFile(fs().path("clip.mov"), bytes);
   const std::array<timespec, 2> times = {timespec{1000000000, 0}, timespec{1000000000, 0}};
   ASSERT_EQ(::utimensat(AT_FDCWD, fs().path("clip.mov").c_str(), times.data(), 0), 0);
-  EXPECT_EQ(contentsOf(fs().path("clip.mov")), bytes);
+  EXPECT_EQ(readFile(fs().path("clip.mov")), bytes);
   EXPECT_EQ(fs().counters("clip.mov").readRequests, 0U);
 }
 
 TEST_F(FaultyFileSystemTest, DroppingCachedPagesMakesReadsReachTheFileSystem) {
   const std::string bytes = noise(1 * MiB);
-  store(fs().path("clip.mov"), bytes);
+  writeFile(fs().path("clip.mov"), bytes);
   const FileDescriptor file = openOnMount("clip.mov");
   dropCachedPages(file.get());
   EXPECT_EQ(readAll(file.get()), bytes);
@@ -392,7 +368,7 @@ TEST_F(FaultyFileSystemTest, DroppingCachedPagesMakesReadsReachTheFileSystem) {
 
 TEST_F(FaultyFileSystemTest, ADirectFlagSetLaterMakesReadsReachTheFileSystemInSpiteOfCachedPages) {
   const std::string bytes = noise(1 * MiB);
-  store(fs().path("clip.mov"), bytes);
+  writeFile(fs().path("clip.mov"), bytes);
   const FileDescriptor file = openOnMount("clip.mov");
   ASSERT_TRUE(setDirect(file.get()));
   AlignedBuffer buffer(1 * MiB);
@@ -419,7 +395,7 @@ TEST_F(FaultyFileSystemTest, DirectWritesAreCountedAndStored) {
   ASSERT_TRUE(setDirect(file.get()));
   AlignedBuffer buffer(256 * KiB);
   ASSERT_EQ(::pwrite(file.get(), buffer.data(), buffer.size(), 0), static_cast<ssize_t>(buffer.size()));
-  EXPECT_EQ(contentsOf(fs().stored("clip.mov")), std::string(buffer.data(), buffer.size()));
+  EXPECT_EQ(readFile(fs().stored("clip.mov")), std::string(buffer.data(), buffer.size()));
   EXPECT_GE(fs().counters("clip.mov").directWriteRequests, 1U);
   EXPECT_EQ(fs().counters("clip.mov").bytesWritten, buffer.size());
 }
@@ -454,7 +430,7 @@ TEST_F(FaultyFileSystemTest, DirectWritesCanBeRefusedAlthoughTheFlagCouldBeSet) 
   ASSERT_TRUE(setDirect(file.get()));
   AlignedBuffer buffer(64 * KiB);
   EXPECT_EQ(errorOf(::pwrite(file.get(), buffer.data(), buffer.size(), 0)), EINVAL);
-  EXPECT_EQ(contentsOf(fs().stored("clip.mov")), "0123");
+  EXPECT_EQ(readFile(fs().stored("clip.mov")), "0123");
 }
 
 // ---- Faults of reading ----
@@ -498,13 +474,13 @@ TEST_F(FaultyFileSystemTest, PassesCountPerFileAndStartAfreshForANewFile) {
     dropCachedPages(file.get());
     return readAll(file.get());
   };
-  store(fs().path("one"), bytes);
-  store(fs().path("two"), bytes);
+  writeFile(fs().path("one"), bytes);
+  writeFile(fs().path("two"), bytes);
   EXPECT_EQ(readPastTheCache("one"), bytes);
   EXPECT_EQ(readPastTheCache("two"), bytes);
   EXPECT_NE(readPastTheCache("one"), bytes);
   ASSERT_EQ(::unlink(fs().path("one").c_str()), 0);
-  store(fs().path("one"), bytes);
+  writeFile(fs().path("one"), bytes);
   EXPECT_EQ(readPastTheCache("one"), bytes);
   EXPECT_NE(readPastTheCache("two"), bytes);
 }
@@ -571,7 +547,7 @@ TEST_F(FaultyFileSystemTest, ShortReadsShowWhereTheCacheIsBypassed) {
 
 TEST_F(FaultyFileSystemTest, EveryReadOfAFileThatBypassesTheCacheIsARequest) {
   const std::string bytes = noise(100 * KiB);
-  store(fs().path("clip.mov"), bytes);
+  writeFile(fs().path("clip.mov"), bytes);
   fs().whenOpening("*").bypassCache();
   const FileDescriptor file = openOnMount("clip.mov");
   EXPECT_EQ(readAll(file.get()), bytes);
@@ -602,7 +578,7 @@ TEST_F(FaultyFileSystemTest, AWriteErrorCanBePassing) {
   EXPECT_EQ(::write(file.get(), "one", 3), 3);
   EXPECT_EQ(errorOf(::write(file.get(), "two", 3)), EIO);
   EXPECT_EQ(::write(file.get(), "three", 5), 5);
-  EXPECT_EQ(contentsOf(fs().stored("clip.mov")), "onethree");
+  EXPECT_EQ(readFile(fs().stored("clip.mov")), "onethree");
 }
 
 TEST_F(FaultyFileSystemTest, ShortWritesAreAcceptedInPart) {
@@ -612,7 +588,7 @@ TEST_F(FaultyFileSystemTest, ShortWritesAreAcceptedInPart) {
   ASSERT_EQ(::write(file.get(), bytes.data(), bytes.size()), 5000);
   EXPECT_EQ(filesystem::file_size(fs().stored("clip.mov")), 5000U);
   ASSERT_EQ(::write(file.get(), bytes.data() + 5000, bytes.size() - 5000), static_cast<ssize_t>(bytes.size() - 5000));
-  EXPECT_EQ(contentsOf(fs().stored("clip.mov")), bytes);
+  EXPECT_EQ(readFile(fs().stored("clip.mov")), bytes);
 }
 
 TEST_F(FaultyFileSystemTest, AFullMediumCutsTheWriteThatCrossesItsEndAndRefusesTheNext) {
@@ -652,8 +628,8 @@ TEST_F(FaultyFileSystemTest, AFullMediumStillTakesWhatAFileHasAlreadyGot) {
 TEST_F(FaultyFileSystemTest, DroppedWritesAreAcknowledgedAndReadBackAsZeros) {
   const std::string bytes = noise(256 * KiB);
   fs().whenWriting("clip.mov").dropRange(10000, 50000);
-  store(fs().path("clip.mov"), bytes);
-  EXPECT_EQ(contentsOf(fs().path("clip.mov")), bytes) << "the cache does not know of the loss";
+  writeFile(fs().path("clip.mov"), bytes);
+  EXPECT_EQ(readFile(fs().path("clip.mov")), bytes) << "the cache does not know of the loss";
   const FileDescriptor file = openOnMount("clip.mov");
   dropCachedPages(file.get());
   EXPECT_EQ(readAll(file.get()), std::string(bytes).replace(10000, 50000, 50000, '\0'));
@@ -662,8 +638,8 @@ TEST_F(FaultyFileSystemTest, DroppedWritesAreAcknowledgedAndReadBackAsZeros) {
 TEST_F(FaultyFileSystemTest, ADroppedEndOfAFileStillExtendsIt) {
   fs().whenWriting("clip.mov").dropRange(100, 1000);
   const std::string bytes = noise(300);
-  store(fs().path("clip.mov"), bytes);
-  EXPECT_EQ(contentsOf(fs().stored("clip.mov")), bytes.substr(0, 100) + std::string(200, '\0'));
+  writeFile(fs().path("clip.mov"), bytes);
+  EXPECT_EQ(readFile(fs().stored("clip.mov")), bytes.substr(0, 100) + std::string(200, '\0'));
 }
 
 TEST_F(FaultyFileSystemTest, ATornWriteStoresOnlyItsBeginning) {
@@ -672,15 +648,15 @@ TEST_F(FaultyFileSystemTest, ATornWriteStoresOnlyItsBeginning) {
   const FileDescriptor file = openFile(fs().path("clip.mov"), O_CREAT | O_WRONLY);
   ASSERT_EQ(::write(file.get(), bytes.data(), bytes.size()), 65536);
   ASSERT_EQ(::write(file.get(), bytes.data(), bytes.size()), 65536);
-  EXPECT_EQ(contentsOf(fs().stored("clip.mov")), bytes + bytes.substr(0, 1000) + std::string(64536, '\0'));
+  EXPECT_EQ(readFile(fs().stored("clip.mov")), bytes + bytes.substr(0, 1000) + std::string(64536, '\0'));
 }
 
 TEST_F(FaultyFileSystemTest, ABitCanFlipOnTheWayToTheMedium) {
   const std::string bytes = noise(64 * KiB);
   fs().whenWriting("clip.mov").flipBitAt(12345, 2);
-  store(fs().path("clip.mov"), bytes);
-  EXPECT_EQ(contentsOf(fs().path("clip.mov")), bytes);
-  EXPECT_EQ(differences(contentsOf(fs().stored("clip.mov")), bytes), std::vector<std::size_t>{12345});
+  writeFile(fs().path("clip.mov"), bytes);
+  EXPECT_EQ(readFile(fs().path("clip.mov")), bytes);
+  EXPECT_EQ(differences(readFile(fs().stored("clip.mov")), bytes), std::vector<std::size_t>{12345});
 }
 
 // ---- Faults of flushing and closing ----
@@ -820,9 +796,9 @@ TEST_F(FaultyFileSystemTest, OtherRequestsGoOnDuringASlowAnswerAndClearingEndsIt
   const std::string bytes = storeNoise("slow", 4 * KiB);
   storeNoise("quick", 4 * KiB);
   const auto fault = fs().whenReading("slow").delayBy(30s);
-  std::future<std::string> slow = std::async(std::launch::async, [&] { return contentsOf(fs().path("slow")); });
+  std::future<std::string> slow = std::async(std::launch::async, [&] { return readFile(fs().path("slow")); });
   ASSERT_TRUE(fs().waitUntilFired(fault));
-  EXPECT_EQ(contentsOf(fs().path("quick")), noise(4 * KiB));
+  EXPECT_EQ(readFile(fs().path("quick")), noise(4 * KiB));
   EXPECT_EQ(slow.wait_for(0s), std::future_status::timeout);
   fs().clear();
   EXPECT_EQ(slow.wait_for(15s), std::future_status::ready);
@@ -851,7 +827,7 @@ TEST_F(FaultyFileSystemTest, SeveralFaultsAreInForceAtTheSameTimeAndCanEndOneByO
 
 TEST_F(FaultyFileSystemTest, PatternsAndCountersCopeWithUnusualNames) {
   const std::string name = "a \"clip\" with\nline\tand [brackets] \xC3\xA4";
-  store(fs().path(name), "12345");
+  writeFile(fs().path(name), "12345");
   EXPECT_EQ(fs().counters(name).bytesWritten, 5U);
   fs().whenOpening("*line\tand*").fail(EIO);
   EXPECT_EQ(errorOfOpening(fs().path(name), O_RDONLY), EIO);
@@ -881,7 +857,7 @@ TEST_F(FaultyFileSystemTest, TheMountedTreeShowsNothingButTheBackingFolder) {
 }
 
 TEST_F(FaultyFileSystemTest, SeveralFileSystemsLiveSideBySide) {
-  FaultyFileSystem other(_scratch);
+  FaultyFileSystem other(_scratch.path());
   other.whenCreating("*").fail(EIO);
   EXPECT_EQ(errorOfOpening(other.path("clip.mov"), O_CREAT | O_WRONLY), EIO);
   EXPECT_EQ(errorOfOpening(fs().path("clip.mov"), O_CREAT | O_WRONLY), 0);
@@ -951,14 +927,14 @@ bool isUnmountedInTheEnd(const filesystem::path& root) {
 }
 
 TEST_F(FaultyFileSystemTest, TheMountGoesAwayWhenItsClientDies) {
-  const filesystem::path root = mountInADyingProcess(_scratch, false);
+  const filesystem::path root = mountInADyingProcess(_scratch.path(), false);
   ASSERT_FALSE(root.empty());
   EXPECT_TRUE(isUnmountedInTheEnd(root));
   filesystem::remove_all(root.parent_path());
 }
 
 TEST_F(FaultyFileSystemTest, TheMountGoesAwayWhenTheWholeProcessGroupOfItsClientIsTerminated) {
-  const filesystem::path root = mountInADyingProcess(_scratch, true);
+  const filesystem::path root = mountInADyingProcess(_scratch.path(), true);
   ASSERT_FALSE(root.empty());
   EXPECT_TRUE(isUnmountedInTheEnd(root));
   filesystem::remove_all(root.parent_path());
