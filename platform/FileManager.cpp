@@ -8,6 +8,7 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "platform/FileDescriptor.h"
@@ -66,15 +67,23 @@ std::optional<FileStamp> stamp(int directory, const char* path, int flags) {
   if (::statx(directory, path, flags | AT_SYMLINK_NOFOLLOW, STATX_INO | STATX_BTIME, &facts) != 0) return std::nullopt;
   FileStamp found{.device = ::makedev(facts.stx_dev_major, facts.stx_dev_minor)};
   if ((facts.stx_mask & STATX_BTIME) != 0) {
-    found.createdSeconds = facts.stx_btime.tv_sec;
-    found.createdNanoseconds = facts.stx_btime.tv_nsec;
+    constexpr uint64_t nanosecondsPerSecond = 1'000'000'000;
+    found.created = static_cast<uint64_t>(facts.stx_btime.tv_sec) * nanosecondsPerSecond + facts.stx_btime.tv_nsec;
   } else {
-    found.inode = facts.stx_ino;
+    found.created = facts.stx_ino;
   }
   return found;
 }
 
 }  // namespace
+
+void FileIdentities::seal() {
+  std::ranges::sort(_identities);
+}
+
+bool FileIdentities::contains(const FileIdentity& identity) const {
+  return std::ranges::binary_search(_identities, identity);
+}
 
 std::optional<FileIdentity> identityOfFile(const std::string& path) {
   struct stat facts = {};
@@ -95,12 +104,14 @@ std::optional<FileIdentity> identityOfItem(const std::string& path) {
 }
 
 PinnedFile::PinnedFile(const std::string& path) {
-  const FileDescriptor file(::open(path.c_str(), O_PATH | O_CLOEXEC));
-  if (!file.isOpen()) return;
+  _file = FileDescriptor(::open(path.c_str(), O_PATH | O_CLOEXEC));
+  if (!_file.isOpen()) return;
   // Beyond the standard descriptors: which file gets a closed standard input's number is no matter of this one.
   constexpr int behindStandardDescriptors = 3;
-  _file = FileDescriptor(::fcntl(file.get(), F_DUPFD_CLOEXEC, behindStandardDescriptors));
-  _identity = identityOfOpenFile(file.get());
+  if (_file.get() < behindStandardDescriptors) {
+    _file = FileDescriptor(::fcntl(_file.get(), F_DUPFD_CLOEXEC, behindStandardDescriptors));
+  }
+  _identity = identityOfOpenFile(_file.get());
 }
 
 std::optional<FileStamp> stampOfFile(int descriptor) {

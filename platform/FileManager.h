@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/Error.h"
 #include "platform/FileDescriptor.h"
@@ -16,6 +17,18 @@ struct FileIdentity {
   uint64_t device = 0;
   uint64_t inode = 0;
   auto operator<=>(const FileIdentity&) const = default;
+};
+
+// Many of them, each taking as little memory as it can.
+class FileIdentities {
+ public:
+  void insert(const FileIdentity& identity) { _identities.push_back(identity); }
+  // To be called behind the last insertion and before the first question.
+  void seal();
+  [[nodiscard]] bool contains(const FileIdentity& identity) const;
+
+ private:
+  std::vector<FileIdentity> _identities;  // in order once sealed
 };
 
 // Identity of the file at the path, through symbolic links; none when there is none.
@@ -37,9 +50,7 @@ class PinnedFile {
 // time of its creation where the file system keeps it, else by its inode.
 struct FileStamp {
   uint64_t device = 0;
-  uint64_t inode = 0;  // 0 where the time of creation is known
-  int64_t createdSeconds = 0;
-  uint32_t createdNanoseconds = 0;
+  uint64_t created = 0;  // nanoseconds; the inode where the time of creation is not known
   bool operator==(const FileStamp&) const = default;
 };
 

@@ -149,10 +149,12 @@ TEST_F(KDXSequenceCopyPhase, GivesEveryDestinationEveryFrameUnderItsTemporaryNam
   EXPECT_TRUE(copied);
   EXPECT_EQ(std::nullopt, error);
   EXPECT_EQ(startLine() + md5Lines(), output);
-  EXPECT_THAT(job->sourcePaths(), ElementsAre(FileURL(frame(0)), FileURL(frame(1)), FileURL(frame(2))));
-  EXPECT_THAT(job->destinationSequencePaths(),
-              ElementsAre(ElementsAre(FileURL(copyOf(0, "a")), FileURL(copyOf(1, "a")), FileURL(copyOf(2, "a"))),
-                          ElementsAre(FileURL(copyOf(0, "b")), FileURL(copyOf(1, "b")), FileURL(copyOf(2, "b")))));
+  EXPECT_THAT(job->sourcePaths().files(), ElementsAre(FileURL(frame(0)), FileURL(frame(1)), FileURL(frame(2))));
+  ASSERT_EQ(2U, job->destinationSequencePaths().size());
+  EXPECT_THAT(job->destinationSequencePaths()[0].files(),
+              ElementsAre(FileURL(copyOf(0, "a")), FileURL(copyOf(1, "a")), FileURL(copyOf(2, "a"))));
+  EXPECT_THAT(job->destinationSequencePaths()[1].files(),
+              ElementsAre(FileURL(copyOf(0, "b")), FileURL(copyOf(1, "b")), FileURL(copyOf(2, "b"))));
   EXPECT_EQ((Names{"a/plate.10.dpx.kdxcopy", "a/plate.11.dpx.kdxcopy", "a/plate.9.dpx.kdxcopy",
                    "b/plate.10.dpx.kdxcopy", "b/plate.11.dpx.kdxcopy", "b/plate.9.dpx.kdxcopy", "card/plate.10.dpx",
                    "card/plate.11.dpx", "card/plate.9.dpx"}),
@@ -297,7 +299,7 @@ TEST_F(KDXSequenceCopyPhase, ReadsEachFrameFromTheDeviceOnceAndLeavesNoneOfItsCo
   const uint64_t read = card->bytesReadFromDevice() - before;
   EXPECT_GE(read, 3 * MiB);
   EXPECT_LT(read, 4 * MiB);
-  for (const FileURL& copy : job->destinationSequencePaths()[1]) {
+  for (const FileURL& copy : job->destinationSequencePaths()[1].files()) {
     EXPECT_EQ(0U, MountedFileSystem::bytesInCache(copy.path()));
   }
 }
@@ -564,6 +566,27 @@ TEST_F(KDXSequenceCopyFailure, FramesOfOneNameInNumberedFoldersEndTheProcessBefo
 
   EXPECT_EQ(107, ending.exitStatus);
   EXPECT_EQ("card/take.1/plate.dpx", readFile(folder("a/plate.dpx.kdxcopy")));
+}
+
+TEST_F(KDXSequenceCopyPhase, FramesOfOneNameInNumberedFoldersCanBeDigested) {
+  for (const char* name : {"card/take.1/plate.dpx", "card/take.2/plate.dpx"}) writeFile(scratch.file(name), name);
+  const auto job = jobOf(scratch.file("card/take.1-2.#") + "/plate.dpx", {});
+
+  const std::string output = outputOf([&] { EXPECT_TRUE(job->performCopy(nullptr)); });
+
+  EXPECT_THAT(linesOf(output),
+              Contains("hash MD5:" + digestByProgram("md5sum", scratch.file("card/take.2/plate.dpx"))));
+}
+
+TEST_F(KDXSequenceCopyFailure, TheIndexOfAFrameWithoutAPathIsTold) {
+  // The "%" makes text of the directive for the digits. The next one gives a character for 127 and none for 128.
+  const auto job = jobOf(scratch.file("card/p%127-128.###.%c.dpx"), {first});
+  bool copied = true;
+
+  const std::string output = outputOf([&] { copied = job->performCopy(nullptr); });
+
+  EXPECT_FALSE(copied);
+  EXPECT_EQ(startLine() + "ERROR no path for index: 1", output);
 }
 
 TEST_F(KDXSequenceCopyFailure, AFailedWriteEndsTheProcessAndNamesTheFolderOfItsDestination) {

@@ -20,6 +20,7 @@
 using platform::FileURL;
 using testing::Contains;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::MatchesRegex;
 
 namespace {
@@ -542,6 +543,19 @@ TEST_F(KDXSequenceCopyList, OfGoodFilesPassesWithAPlaceForTheErrorAndWithout) {
 }
 
 class KDXSequenceCopyLengthOfList : public SequenceVerificationTest, public testing::WithParamInterface<std::size_t> {};
+
+TEST_F(KDXSequenceCopyList, OfADestinationThatWasCopiedToTwiceEndsTheProcessAndNamesItsFirstFile) {
+  // The second copy lists the source once more behind the first list, and reads both.
+  const ChildRun ending = endingOf([&] {
+    const auto job = jobTo({first}, hashOnly | KDXVerificationOptionSkipFileSizeCheck);
+    makeCopy(*job);
+    makeCopy(*job);
+    job->performFileSizeCheck(nullptr);
+  });
+
+  EXPECT_EQ(1, ending.exitStatus);
+  EXPECT_THAT(ending.output, EndsWith("unequal number of files 9 3 " + copyOf(0, "a") + "\n"));
+}
 
 TEST_P(KDXSequenceCopyLengthOfList, ThatIsNotThatOfTheDigestsIsReportedAndNothingIsReadOrRecorded) {
   const auto job = copied({first}, hashOnly);

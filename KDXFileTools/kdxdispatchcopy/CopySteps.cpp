@@ -9,8 +9,7 @@
 #include "platform/Log.h"
 #include "platform/Process.h"
 
-TemporaryFileMaker::TemporaryFileMaker(const platform::FileURL& source,
-                                       const std::set<platform::FileIdentity>& otherSources)
+TemporaryFileMaker::TemporaryFileMaker(const platform::FileURL& source, const platform::FileIdentities& otherSources)
     : _sourceURL(source), _source(source.path()), _otherSources(otherSources) {}
 
 platform::OutputFile TemporaryFileMaker::create(const platform::FileURL& temporaryURL) {
@@ -67,8 +66,8 @@ std::string lowerCased(std::string text) {
   return text;
 }
 
-void addIdentities(std::span<const platform::FileURL> files, std::set<platform::FileIdentity>& identities) {
-  for (const platform::FileURL& file : files) {
-    if (const auto identity = platform::identityOfItem(file.path())) identities.insert(*identity);
+void addIdentities(const FileList& files, platform::FileIdentities& identities) {
+  for (std::size_t position = 0; position < files.size(); ++position) {
+    if (const auto identity = platform::identityOfItem(files[position].path())) identities.insert(*identity);
   }
 }

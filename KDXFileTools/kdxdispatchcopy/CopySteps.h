@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "KDXFileTools/kdxdispatchcopy/FileList.h"
 #include "platform/ConcurrentQueue.h"
 #include "platform/FileManager.h"
 #include "platform/FileURL.h"
@@ -21,8 +22,8 @@ inline constexpr std::string_view temporaryExtension = "kdxcopy";
 // Creates the temporary destinations of one source file.
 class TemporaryFileMaker {
  public:
-  // `otherSources` are files that must not be touched either; the set must outlive the maker.
-  TemporaryFileMaker(const platform::FileURL& source, const std::set<platform::FileIdentity>& otherSources);
+  // `otherSources` are files that must not be touched either; they are sealed and must outlive the maker.
+  TemporaryFileMaker(const platform::FileURL& source, const platform::FileIdentities& otherSources);
 
   // A new, empty file; for a destination given twice the file of the first time. Where it can't be had the process ends with
   // status 107 and without a message.
@@ -35,7 +36,7 @@ class TemporaryFileMaker {
  private:
   const platform::FileURL& _sourceURL;
   platform::PinnedFile _source;
-  const std::set<platform::FileIdentity>& _otherSources;
+  const platform::FileIdentities& _otherSources;
   std::set<platform::FileIdentity> _created;
 };
 
@@ -62,5 +63,5 @@ bool queueReadBack(const platform::FileURL& file, std::function<void()> operatio
 // ASCII letters in lower case: digest texts have no others.
 std::string lowerCased(std::string text);
 
-// Adds the identities of the files that are there, links as such, to the set.
-void addIdentities(std::span<const platform::FileURL> files, std::set<platform::FileIdentity>& identities);
+// Adds the identities of the files that are there, links as such.
+void addIdentities(const FileList& files, platform::FileIdentities& identities);

@@ -108,12 +108,13 @@ void KDXDispatchCopy::setupHash() {
 }
 
 std::vector<OutputFile> KDXDispatchCopy::createTemporaryDestinations() {
-  const std::set<platform::FileIdentity> noOtherSources;
+  const platform::FileIdentities noOtherSources;
   TemporaryFileMaker maker(*_sourceURL, noOtherSources);
   std::vector<OutputFile> destinations;
   for (const FileURL& temporaryURL : _destinationURLs) {
     destinations.push_back(maker.create(temporaryURL));
     _temporaryFiles.push_back(destinations.back().stamp());
+    _heldTemporaryFiles.emplace_back(temporaryURL.path());
   }
   maker.endIfSourceWasCreated();
   return destinations;

@@ -141,7 +141,7 @@ class KDXDispatchCopy : public std::enable_shared_from_this<KDXDispatchCopy> {
   virtual void makeTemporaryFilesPermanent();
 
   // Gathers the files that must not make room for a copy: the source, and what is still to be moved.
-  virtual void collectNeededFiles(std::set<platform::FileIdentity>& files) const;
+  virtual void collectNeededFiles(platform::FileIdentities& files) const;
 
   // Prints what a failed sync returned and ends the process.
   [[noreturn]] void endForFailedSync(const std::string& path, int result) const;
@@ -182,5 +182,7 @@ class KDXDispatchCopy : public std::enable_shared_from_this<KDXDispatchCopy> {
   std::optional<FileURL> _sourceURL;
   std::vector<FileURL> _destinationURLs;
   std::vector<platform::FileStamp> _temporaryFiles;  // what the copy created, in the order of _destinationURLs
-  std::optional<std::set<platform::FileIdentity>> _neededFiles;  // gathered when the first existing file is in the way
+  std::vector<platform::PinnedFile>
+      _heldTemporaryFiles;                               // so that their stamps stay what they are until they are moved
+  std::optional<platform::FileIdentities> _neededFiles;  // gathered when the first existing file is in the way
 };

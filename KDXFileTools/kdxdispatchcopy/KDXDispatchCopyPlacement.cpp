@@ -73,12 +73,15 @@ bool KDXDispatchCopy::removeReplacedFile(const FileURL& finalURL, ErrorPlace err
   const std::string& path = finalURL.path();
   const std::optional<platform::FileIdentity> replaced = platform::identityOfItem(path);
   if (!replaced) return true;
-  if (!_neededFiles) collectNeededFiles(_neededFiles.emplace());
+  if (!_neededFiles) {
+    collectNeededFiles(_neededFiles.emplace());
+    _neededFiles->seal();
+  }
   if (_neededFiles->contains(*replaced)) return platform::fail(error, platform::posixError("unlink", path, EBUSY));
   return platform::removeItem(path, error);
 }
 
-void KDXDispatchCopy::collectNeededFiles(std::set<platform::FileIdentity>& files) const {
+void KDXDispatchCopy::collectNeededFiles(platform::FileIdentities& files) const {
   if (const auto source = platform::identityOfFile(_sourceURL->path())) files.insert(*source);
   addIdentities(_destinationURLs, files);
 }

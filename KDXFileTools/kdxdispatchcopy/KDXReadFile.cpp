@@ -104,21 +104,21 @@ std::size_t KDXReadFilesBufferSize(uint64_t firstFileSize) {
   return std::clamp(size, smallest, largest);
 }
 
-void KDXReadFiles(const std::vector<platform::FileURL>& files, platform::DispatchQueue& queue,
-                  const KDXReadFilesStartBlock& startBlock, KDXReadFileDataBlock dataBlock) {
+void KDXReadFiles(const FileList& files, platform::DispatchQueue& queue, const KDXReadFilesStartBlock& startBlock,
+                  KDXReadFileDataBlock dataBlock) {
   if (files.empty()) return;
   const uint64_t firstFileSize = filesizeCFI(files.front()).value_or(0);
   BufferedReader reader(KDXReadFilesBufferSize(firstFileSize), queue, std::move(dataBlock));
   std::atomic<bool> stop = false;
   platform::DispatchGroup startCallbacks;
-  for (const platform::FileURL& file : files) {
+  for (std::size_t position = 0; position < files.size() && !stop; ++position) {
+    const platform::FileURL file = files[position];
     startCallbacks.enter();
-    queue.async([&] {
+    queue.async([&stop, &startBlock, &startCallbacks, file] {
       if (!startBlock(file)) stop = true;
       startCallbacks.leave();
     });
     reader.readToEnd(_openForRead(file.path()));
-    if (stop) break;
   }
   startCallbacks.wait();
   reader.waitForCallbacks();

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <functional>
 #include <string>
-#include <vector>
 
+#include "KDXFileTools/kdxdispatchcopy/FileList.h"
 #include "platform/DispatchQueue.h"
 #include "platform/FileURL.h"
 
@@ -32,8 +32,8 @@ void KDXReadFile(const std::string& path, platform::DispatchQueue& queue, KDXRea
 // Reads the files one after the other in the same way, with startBlock called on `queue` before the data of each file.
 // Returns when every callback has returned. When startBlock has returned false by the time its file is read, that file
 // is the last. The buffers are sized for the first file.
-void KDXReadFiles(const std::vector<platform::FileURL>& files, platform::DispatchQueue& queue,
-                  const KDXReadFilesStartBlock& startBlock, KDXReadFileDataBlock dataBlock);
+void KDXReadFiles(const FileList& files, platform::DispatchQueue& queue, const KDXReadFilesStartBlock& startBlock,
+                  KDXReadFileDataBlock dataBlock);
 
 // Buffer size in bytes for a list whose first file has `firstFileSize` bytes: 20 % more in whole MiB, halved while that
 // is over 16 MiB, at least 1 MiB.

@@ -15,13 +15,24 @@
 using platform::ConcurrentQueue;
 using platform::OutputFile;
 
+namespace {
+
+// Of an index whose path was made before. A job that copies again lists the same files again.
+platform::FileURL sourceFile(const KDXFileSequence& sequence, std::size_t index) {
+  return platform::FileURL(sequence.filenameForIndex(index % sequence.duration()).value());
+}
+
+}  // namespace
+
 std::shared_ptr<KDXSequenceCopy> KDXSequenceCopy::initWithFileSequence(
     std::shared_ptr<const KDXFileSequence> sequence) {
   return std::shared_ptr<KDXSequenceCopy>(new KDXSequenceCopy(std::move(sequence)));
 }
 
 KDXSequenceCopy::KDXSequenceCopy(std::shared_ptr<const KDXFileSequence> sequence)
-    : KDXDispatchCopy(std::nullopt), _sourceSequence(std::move(sequence)) {}
+    : KDXDispatchCopy(std::nullopt),
+      _sourceSequence(std::move(sequence)),
+      _sourcePaths([files = _sourceSequence](std::size_t index) { return sourceFile(*files, index); }) {}
 
 void KDXSequenceCopy::logCopyStart() {
   queueStartLine(FileURL(_sourceSequence->identifier()).deletingLastPathComponent().path());
@@ -29,7 +40,11 @@ void KDXSequenceCopy::logCopyStart() {
 
 void KDXSequenceCopy::addDestinationURL(const FileURL& destinationURL) {
   KDXDispatchCopy::addDestinationURL(destinationURL);
-  _destinationSequencePaths.emplace_back();
+  _destinationSequencePaths.emplace_back(
+      [files = _sourceSequence, folder = destinationURLs().back().deletingLastPathComponent()](std::size_t index) {
+        const std::string name = sourceFile(*files, index).lastPathComponent();
+        return folder.appendingPathComponent(name).appendingPathExtension(temporaryExtension);
+      });
   _temporaryFiles.emplace_back();
 }
 
@@ -40,16 +55,15 @@ class KDXSequenceCopy::FrameStream {
 
   void startFile(const FileURL& source) {
     if (_job.hasOption(KDXVerificationOptionHashDuringCopy)) startDigests();
+    if (_job._destinationSequencePaths.empty()) return;
     const std::string name = source.lastPathComponent();
     // Frames that differ in a folder's name alone would all be written to one file.
     if (name == std::exchange(_previousName, name)) platform::endProcess(ExitStatus::temporaryFileNotCreated);
     TemporaryFileMaker maker(source, _job._sourceIdentities);
-    for (std::size_t index = 0; index < _job.destinationURLs().size(); ++index) {
-      const FileURL temporaryURL =
-          _job.destinationURLs()[index].deletingLastPathComponent().appendingPathComponent(name).appendingPathExtension(
-              temporaryExtension);
-      _destinations.push_back(maker.create(temporaryURL));
-      _job._destinationSequencePaths[index].push_back(temporaryURL);
+    for (std::size_t index = 0; index < _job._destinationSequencePaths.size(); ++index) {
+      FileList& files = _job._destinationSequencePaths[index];
+      files.grow();
+      _destinations.push_back(maker.create(files.back()));
       _job._temporaryFiles[index].push_back(_destinations.back().stamp());
     }
     maker.endIfSourceWasCreated();
@@ -157,6 +171,7 @@ bool KDXSequenceCopy::listSourceFiles() {
   const bool sizesAreMeasured = _sourceFileSize == 0 && !hasOption(KDXVerificationOptionSkipFileSizeCheck);
   // A size from the command line is that of one file, and it is not multiplied: callers who give it know one file's size.
   if (!sizesAreMeasured) _totalBytesExpectedToCopy = _sourceFileSize;
+  _expectedFileSizes.clear();
   const uint64_t count = _sourceSequence->duration();
   for (uint64_t index = 0; index < count; ++index) {
     const std::optional<std::string> path = _sourceSequence->filenameForIndex(index);
@@ -165,12 +180,14 @@ bool KDXSequenceCopy::listSourceFiles() {
       platform::printAndWait("ERROR no path for index: {}", index);
       return false;
     }
-    const FileURL& file = _sourcePaths.emplace_back(*path);
+    const FileURL file(*path);
     if (const auto identity = platform::identityOfFile(file.path())) _sourceIdentities.insert(*identity);
     const uint64_t size = sizesAreMeasured ? filesizeCFI(file).value_or(0) : _sourceFileSize;
     if (sizesAreMeasured) _totalBytesExpectedToCopy += size;
     _expectedFileSizes.push_back(size);
+    _sourcePaths.grow();
   }
+  _sourceIdentities.seal();
   _totalFileCount = _sourcePaths.size();
   return true;
 }
@@ -204,9 +221,9 @@ bool KDXSequenceCopy::moveFilesInPlace(ErrorPlace error) {
 // One sync of each file system instead of one of each file, where the file system can do that.
 void KDXSequenceCopy::makeTemporaryFilesPermanent() {
   std::set<uint64_t> synced;
-  for (const std::vector<FileURL>& files : _destinationSequencePaths) {
+  for (const FileList& files : _destinationSequencePaths) {
     if (files.empty()) continue;
-    const std::string& first = files.front().path();
+    const std::string first = files.front().path();
     if (!platform::canMakeFileSystemPermanent(first)) {
       makeEachPermanent(files);
       continue;
@@ -218,16 +235,17 @@ void KDXSequenceCopy::makeTemporaryFilesPermanent() {
   }
 }
 
-void KDXSequenceCopy::makeEachPermanent(const std::vector<FileURL>& files) const {
-  for (const FileURL& temporaryURL : files) {
+void KDXSequenceCopy::makeEachPermanent(const FileList& files) const {
+  for (std::size_t index = 0; index < files.size(); ++index) {
+    const FileURL temporaryURL = files[index];
     const int result = platform::makeDataPermanent(temporaryURL.path());
     if (result != 0) endForFailedSync(temporaryURL.path(), result);
   }
 }
 
-void KDXSequenceCopy::collectNeededFiles(std::set<platform::FileIdentity>& files) const {
-  files.insert(_sourceIdentities.begin(), _sourceIdentities.end());
-  for (const std::vector<FileURL>& destination : _destinationSequencePaths) addIdentities(destination, files);
+void KDXSequenceCopy::collectNeededFiles(platform::FileIdentities& files) const {
+  files = _sourceIdentities;
+  for (const FileList& destination : _destinationSequencePaths) addIdentities(destination, files);
 }
 
 // A sequence without files has none to flush; callers know the line that comes of it.
@@ -241,7 +259,7 @@ bool KDXSequenceCopy::flushFilesystem(ErrorPlace error) {
   bool flushed = true;
   if (!skipFlush()) {
     platform::queueLine("INFO: flushing files\n");
-    for (const std::vector<FileURL>& files : _destinationSequencePaths) {
+    for (const FileList& files : _destinationSequencePaths) {
       flushed = files.empty() ? flushNothing() : flush(files.back().deletingPathExtension(), error);
       if (!flushed) break;
     }

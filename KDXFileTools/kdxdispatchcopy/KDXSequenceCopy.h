@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "KDXFileTools/kdxdispatchcopy/FileList.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXFileSequence.h"
 
@@ -38,7 +39,7 @@ class KDXSequenceCopy final : public KDXDispatchCopy {
   //   loggingIndex   the destination's number, counted from 1; for the source files the complement of how many there are
   //   error          never written
   // False when a file differs, or when the list is not as long as the source's, which is then not read.
-  bool verifyFiles(const std::vector<FileURL>& files, int64_t loggingIndex, ErrorPlace error);
+  bool verifyFiles(const FileList& files, int64_t loggingIndex, ErrorPlace error);
 
   // Moves all files of the first destination, then those of the next.
   bool moveFilesInPlace(ErrorPlace error) override;
@@ -46,10 +47,8 @@ class KDXSequenceCopy final : public KDXDispatchCopy {
   // Makes the last file of each destination permanent, and with its folder the names of all.
   bool flushFilesystem(ErrorPlace error) override;
 
-  [[nodiscard]] const std::vector<FileURL>& sourcePaths() const { return _sourcePaths; }
-  [[nodiscard]] const std::vector<std::vector<FileURL>>& destinationSequencePaths() const {
-    return _destinationSequencePaths;
-  }
+  [[nodiscard]] const FileList& sourcePaths() const { return _sourcePaths; }
+  [[nodiscard]] const std::vector<FileList>& destinationSequencePaths() const { return _destinationSequencePaths; }
   [[nodiscard]] const std::vector<std::shared_ptr<KDXDigestContext>>& sourceDigests() const { return _sourceDigests; }
   [[nodiscard]] const std::vector<uint64_t>& expectedFileSizes() const { return _expectedFileSizes; }
   [[nodiscard]] uint64_t totalBytesExpectedToCopy() const { return _totalBytesExpectedToCopy; }
@@ -57,16 +56,16 @@ class KDXSequenceCopy final : public KDXDispatchCopy {
  protected:
   void makeTemporaryFilesPermanent() override;
   [[noreturn]] void endForFailedWrite(std::size_t destination, int64_t result) const override;
-  void collectNeededFiles(std::set<platform::FileIdentity>& files) const override;
+  void collectNeededFiles(platform::FileIdentities& files) const override;
 
  private:
   class FrameStream;
   class ListVerification;
 
   explicit KDXSequenceCopy(std::shared_ptr<const KDXFileSequence> sequence);
-  void makeEachPermanent(const std::vector<FileURL>& files) const;
+  void makeEachPermanent(const FileList& files) const;
   bool listSourceFiles();
-  bool destinationHasSizes(const std::vector<FileURL>& files, ErrorPlace error) const;
+  bool destinationHasSizes(const FileList& files, ErrorPlace error) const;
   [[nodiscard]] bool flushNothing() const;
   [[nodiscard]] bool destinationFileHasSize(const FileURL& temporaryURL, uint64_t expected, ErrorPlace error) const;
 
@@ -75,9 +74,9 @@ class KDXSequenceCopy final : public KDXDispatchCopy {
   uint64_t _totalBytesExpectedToCopy = 0;
   std::shared_ptr<const KDXFileSequence> _sourceSequence;
   std::vector<std::shared_ptr<KDXDigestContext>> _sourceDigests;  // one per file; none without digests during the copy
-  std::set<platform::FileIdentity> _sourceIdentities;  // the files behind _sourcePaths, as far as they are there
-  std::vector<FileURL> _sourcePaths;                   // in frame order
-  std::vector<std::vector<FileURL>> _destinationSequencePaths;    // per destination, temporary names in frame order
+  platform::FileIdentities _sourceIdentities;       // the files behind _sourcePaths, as far as they are there
+  FileList _sourcePaths;                            // in frame order
+  std::vector<FileList> _destinationSequencePaths;  // per destination, temporary names in frame order
   std::vector<std::vector<platform::FileStamp>> _temporaryFiles;  // of those, what the copy created
   std::vector<uint64_t> _expectedFileSizes;                       // bytes, in frame order
   // The external hash in the other byte order of XXHash64, which some managing applications hand over.

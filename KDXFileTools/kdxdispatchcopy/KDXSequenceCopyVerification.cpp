@@ -21,7 +21,7 @@ bool KDXSequenceCopy::performFileSizeCheck(ErrorPlace error) {
   if (!hasOption(KDXVerificationOptionSkipFileSizeCheck) && _totalBytesExpectedToCopy != _bytesHashed) {
     return platform::fail(error, wrongNumberOfBytesCopied(_totalBytesExpectedToCopy, _bytesHashed));
   }
-  for (const std::vector<FileURL>& files : _destinationSequencePaths) {
+  for (const FileList& files : _destinationSequencePaths) {
     if (files.size() != _expectedFileSizes.size()) {
       platform::printAndWait("unequal number of files {} {} {}\n", files.size(), _expectedFileSizes.size(),
                              files.empty() ? "(null)" : files.front().path());
@@ -32,7 +32,7 @@ bool KDXSequenceCopy::performFileSizeCheck(ErrorPlace error) {
   return true;
 }
 
-bool KDXSequenceCopy::destinationHasSizes(const std::vector<FileURL>& files, ErrorPlace error) const {
+bool KDXSequenceCopy::destinationHasSizes(const FileList& files, ErrorPlace error) const {
   for (std::size_t index = 0; index < files.size(); ++index) {
     if (!destinationFileHasSize(files[index], _expectedFileSizes[index], error)) return false;
   }
@@ -87,7 +87,7 @@ class KDXSequenceCopy::ListVerification {
         _sequenceNumber(std::abs(loggingIndex)) {}
 
   void startFile(const FileURL& file) {
-    _file = &file;
+    _file = file;
     _digest = KDXDigestContext::contextWithAlgorithm(_job.digestAlgorithm());
   }
 
@@ -140,11 +140,11 @@ class KDXSequenceCopy::ListVerification {
   bool _passed = true;
   uint64_t _bytesVerified = 0;
   std::size_t _fileIndex = 0;
-  const FileURL* _file = nullptr;  // in the caller's list
+  std::optional<FileURL> _file;  // the one under way
   std::shared_ptr<KDXDigestContext> _digest;
 };
 
-bool KDXSequenceCopy::verifyFiles(const std::vector<FileURL>& files, int64_t loggingIndex, ErrorPlace /*error*/) {
+bool KDXSequenceCopy::verifyFiles(const FileList& files, int64_t loggingIndex, ErrorPlace /*error*/) {
   if (files.size() != _sourceDigests.size()) {
     platform::printAndWait("verifying {} files have {} source digests\n", files.size(), _sourceDigests.size());
     return false;
