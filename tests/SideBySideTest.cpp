@@ -1,0 +1,129 @@
+// What is done at the same time: a server holds the answers back until every request that should be under way is there.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <future>
+#include <optional>
+#include <span>
+#include <thread>
+#include <tuple>
+#include <vector>
+
+#include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
+#include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
+#include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
+#include "platform/OutputFile.h"
+#include "tests/FaultyFileSystem.h"
+#include "tests/support/PhaseRun.h"
+#include "tests/support/ScratchDirectory.h"
+
+namespace {
+
+using platform::FileURL;
+
+// Ends long before this, since the faults are removed; a minute is what a failing test waits at the most.
+constexpr std::chrono::minutes held{1};
+
+class SideBySide : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!FaultyFileSystem::availability().usable) GTEST_SKIP() << FaultyFileSystem::availability().reason;
+    server.emplace(scratch.path());
+  }
+
+  const ScratchDirectory scratch;
+  std::optional<FaultyFileSystem> server;
+};
+
+TEST_F(SideBySide, TheWritesOfABufferToEveryDestinationAndItsDigestAreUnderWayTogether) {
+  std::vector<platform::OutputFile> destinations;
+  for (const char* name : {"a.mov", "b.mov"}) {
+    std::optional<platform::OutputFile> file =
+        platform::OutputFile::createEmpty(server->path(name).string(), std::nullopt, {});
+    ASSERT_TRUE(file.has_value());
+    destinations.push_back(std::move(*file));
+  }
+  const auto firstWrite = server->whenWriting("a.mov").delayBy(held);
+  const auto secondWrite = server->whenWriting("b.mov").delayBy(held);
+  const std::string bytes = mediaBytes(MiB);
+  std::promise<void> digesting;
+  std::future<void> digests = digesting.get_future();
+  std::promise<void> goOn;
+  platform::ConcurrentQueue writeQueue("write");
+
+  std::thread writing([&] {
+    writeToAll(
+        writeQueue, destinations, std::as_bytes(std::span(bytes)),
+        [&] {
+          digesting.set_value();
+          goOn.get_future().wait();
+        },
+        [](std::size_t, int64_t) { FAIL() << "a write failed"; });
+  });
+  EXPECT_TRUE(server->waitUntilFired(firstWrite));
+  EXPECT_TRUE(server->waitUntilFired(secondWrite));
+  EXPECT_EQ(std::future_status::ready, digests.wait_for(held));
+  server->clear();
+  goOn.set_value();
+  writing.join();
+
+  EXPECT_EQ(bytes, readFile(server->stored("a.mov")));
+  EXPECT_EQ(bytes, readFile(server->stored("b.mov")));
+}
+
+TEST_F(SideBySide, TheSourceAndEveryDestinationAreReadBackTogetherAndTheStartDoesNotWaitForThem) {
+  writeFile(server->path("clip.mov"), mediaBytes(MiB + 17));
+  const auto job = KDXDispatchCopy::initWithSourceURL(FileURL(server->path("clip.mov").string()));
+  job->addDestinationURL(FileURL(server->path("a.mov").string()));
+  job->addDestinationURL(FileURL(server->path("b.mov").string()));
+  job->setDigestAlgorithm(KDXDigestAlgorithmMD5);
+  job->setVerificationOptions(KDXVerificationOptionHashDuringCopy | KDXVerificationOptionVerifySource |
+                              KDXVerificationOptionVerifyDestinations);
+  bool finished = false;
+
+  std::ignore = outputOf([&] {
+    ASSERT_TRUE(job->performCopy(nullptr));
+    const auto source = server->whenReading("clip.mov").delayBy(held);
+    const auto first = server->whenReading("a.mov.kdxcopy").delayBy(held);
+    const auto second = server->whenReading("b.mov.kdxcopy").delayBy(held);
+    ASSERT_TRUE(job->startVerification(nullptr));
+    EXPECT_TRUE(server->waitUntilFired(source));
+    EXPECT_TRUE(server->waitUntilFired(first));
+    EXPECT_TRUE(server->waitUntilFired(second));
+    server->clear();
+    finished = job->finishVerification(nullptr);
+  });
+
+  EXPECT_TRUE(finished);
+}
+
+TEST_F(SideBySide, TheListsOfASequenceAreReadBackTogetherAndTheStartDoesNotWaitForThem) {
+  for (const char* folder : {"card", "a", "b"}) std::filesystem::create_directory(server->path(folder));
+  for (const char* frame : {"card/p.1.dpx", "card/p.2.dpx"}) writeFile(server->path(frame), mediaBytes(10'000));
+  const auto job = KDXSequenceCopy::initWithFileSequence(
+      KDXFileSequence::initWithIdentifier(server->path("card/p.1-2.#.dpx").string()));
+  job->addDestinationURL(FileURL(server->path("a/x").string()));
+  job->addDestinationURL(FileURL(server->path("b/x").string()));
+  job->setDigestAlgorithm(KDXDigestAlgorithmMD5);
+  job->setVerificationOptions(KDXVerificationOptionHashDuringCopy | KDXVerificationOptionVerifySource);
+  bool finished = false;
+
+  std::ignore = outputOf([&] {
+    ASSERT_TRUE(job->performCopy(nullptr));
+    const auto source = server->whenReading("card/p.1.dpx").delayBy(held);
+    const auto first = server->whenReading("a/p.1.dpx.kdxcopy").delayBy(held);
+    const auto second = server->whenReading("b/p.1.dpx.kdxcopy").delayBy(held);
+    ASSERT_TRUE(job->startVerification(nullptr));
+    EXPECT_TRUE(server->waitUntilFired(source));
+    EXPECT_TRUE(server->waitUntilFired(first));
+    EXPECT_TRUE(server->waitUntilFired(second));
+    server->clear();
+    finished = job->finishVerification(nullptr);
+  });
+
+  EXPECT_TRUE(finished);
+}
+
+}  // namespace
