@@ -776,6 +776,21 @@ TEST_F(KDXDispatchCopyReadBack, TakesAFailedReadForADifference) {
                           "ERROR: verify of destination file #1 (" + temporary(first) + ") failed, wrong hash."));
 }
 
+TEST_F(KDXDispatchCopyReadBack, TakesAReadThatFailsBehindTheLastByteForADifference) {
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
+  // Two whole buffers: the third read is the first that would find the end.
+  writeFile(source, mediaBytes(2 * MiB));
+  const std::string digest = digestByProgram("md5sum", source);
+
+  const ToolRun run = runTool({.arguments = {source, first},
+                               .wrapper = injectingAt(temporary(first), {"read:error=EIO:when=3"}),
+                               .environment = {{"XDG_CONFIG_HOME", settings.path().string()}}});
+
+  EXPECT_EQ(105, run.exitStatus) << run.output << run.errors;
+  EXPECT_THAT(run.lines(), Contains("INFO: expected hash: " + digest + " but got hash: " + digest + "."));
+  EXPECT_FALSE(fs::exists(first));
+}
+
 TEST_F(KDXDispatchCopyReadBack, WithoutADigestOfTheCopyProvesNothingAndFails) {
   const auto run = verify(*copied({first}, KDXVerificationOptionVerifyDestinations, KDXDigestAlgorithmNone));
 

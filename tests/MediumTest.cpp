@@ -1,8 +1,10 @@
 // What is verified comes from the medium and not from memory: the devices tell what they delivered.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <array>
+#include <fstream>
 #include <memory>
 
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
@@ -90,22 +92,30 @@ TEST(MediumWithoutDirectTransfers, ADefaultRunReadsCachedFilesFromTheServerAndLe
   const ScratchDirectory scratch;
   FaultyFileSystem server(scratch.path());
   const std::string source = server.path("clip.mov");
-  const std::string destination = server.path("copy.mov");
+  const std::array<std::string, 2> names{"copy1.mov", "copy2.mov"};
   writeFile(source, mediaBytes(clipSize));
   MountedFileSystem::fillCache(source);
+  for (const std::string& name : names) {
+    for (const std::string& old : {server.path(name).string(), server.path(name + ".kdxcopy").string()}) {
+      writeFile(old, mediaBytes(clipSize, 2));
+      MountedFileSystem::fillCache(old);
+    }
+  }
   ASSERT_GE(MountedFileSystem::bytesInCache(source), clipSize);
   server.whenReading("*").refuseDirect();
   server.whenWriting("*").refuseDirect();
   server.resetCounters();
 
-  const ToolRun run = runTool({source, destination});
+  const ToolRun run = runTool({"-f", source, server.path(names[0]), server.path(names[1])});
 
   ASSERT_EQ(0, run.exitStatus) << run.output << run.errors;
-  EXPECT_EQ(readFile(server.stored("clip.mov")), readFile(server.stored("copy.mov")));
   EXPECT_GE(server.counters("clip.mov").bytesRead, 2 * clipSize);
-  EXPECT_GE(server.counters("copy.mov.kdxcopy").bytesRead, clipSize);
   EXPECT_LE(MountedFileSystem::bytesInCache(source), mostLeftInCache);
-  EXPECT_LE(MountedFileSystem::bytesInCache(destination), mostLeftInCache);
+  for (const std::string& name : names) {
+    EXPECT_EQ(readFile(server.stored("clip.mov")), readFile(server.stored(name)));
+    EXPECT_GE(server.counters(name + ".kdxcopy").bytesRead, clipSize);
+    EXPECT_LE(MountedFileSystem::bytesInCache(server.path(name)), mostLeftInCache);
+  }
 }
 
 TEST(MediumWithoutDirectTransfers, FilesThatWereCachedBetweenCopyAndReadBackAreReadFromTheServer) {
@@ -131,6 +141,43 @@ TEST(MediumWithoutDirectTransfers, FilesThatWereCachedBetweenCopyAndReadBackAreR
 
   EXPECT_GE(server.counters("clip.mov").bytesRead, clipSize);
   EXPECT_GE(server.counters("copy.mov.kdxcopy").bytesRead, clipSize);
+}
+
+TEST(MediumWithoutTimesOfCreation, AFileThatTheSystemForgotBetweenCopyAndMoveIsStillTheOneThatWasProved) {
+  if (!FaultyFileSystem::availability().usable) GTEST_SKIP() << FaultyFileSystem::availability().reason;
+  if (::geteuid() != 0) GTEST_SKIP() << "making the system forget files needs root";
+  const ScratchDirectory scratch;
+  FaultyFileSystem server(scratch.path());
+  server.whenReportingAttributes("*").numberAnew();
+  writeFile(server.path("clip.mov"), mediaBytes(MiB));
+  const auto job = KDXDispatchCopy::initWithSourceURL(platform::FileURL(server.path("clip.mov").string()));
+  job->addDestinationURL(platform::FileURL(server.path("copy.mov").string()));
+  ASSERT_TRUE(job->performCopy(nullptr));
+
+  // What was used just now stays for the first time.
+  for (int time = 0; time < 3; ++time) std::ofstream("/proc/sys/vm/drop_caches") << 2 << std::flush;
+
+  EXPECT_TRUE(job->moveFilesInPlace(nullptr));
+}
+
+TEST(MediumOfEveryKind, OneRunOffloadsToDestinationsOnDifferentFileSystems) {
+  if (!FaultyFileSystem::availability().usable) GTEST_SKIP() << FaultyFileSystem::availability().reason;
+  std::string whyNot;
+  const auto ext4 = MountedFileSystem::mount("ext4", 128 * MiB, whyNot);
+  const auto xfs = ext4 ? MountedFileSystem::mount("xfs", 320 * MiB, whyNot) : nullptr;
+  const auto tmpfs = xfs ? MountedFileSystem::mount("tmpfs", 64 * MiB, whyNot) : nullptr;
+  if (!tmpfs) GTEST_SKIP() << whyNot;
+  const ScratchDirectory scratch;
+  FaultyFileSystem server(scratch.path());
+  const std::string source = scratch.file("card/clip.mov");
+  writeFile(source, mediaBytes(clipSize));
+  const std::array<std::string, 4> destinations{ext4->file("clip.mov"), xfs->file("clip.mov"), tmpfs->file("clip.mov"),
+                                                server.path("clip.mov")};
+
+  const ToolRun run = runTool({source, destinations[0], destinations[1], destinations[2], destinations[3]});
+
+  ASSERT_EQ(0, run.exitStatus) << run.output << run.errors;
+  for (const std::string& destination : destinations) EXPECT_EQ(readFile(source), readFile(destination)) << destination;
 }
 
 }  // namespace

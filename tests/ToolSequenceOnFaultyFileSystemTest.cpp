@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -102,6 +103,20 @@ class ToolSequenceOnFaultyFileSystem : public testing::Test {
   ScratchDirectory scratch;
   std::unique_ptr<FaultyFileSystem> server;
 };
+
+TEST_F(ToolSequenceOnFaultyFileSystem, ProgressIsNotReportedForAFrameThatDiffers) {
+  server->whenReading(temporary("b", 2)).flipBitAt(17);
+  server->whenReading(temporary("b", 2)).delayBy(std::chrono::milliseconds(300));
+  const std::size_t total = 2 * smallFrame + largeFrame;
+
+  const ToolRun run = offload({"-v"});
+
+  EXPECT_EQ(105, run.exitStatus);
+  EXPECT_THAT(run.lines(), Contains(fmt::format("INFO: verified {} of {} bytes of path {}", total, total, path("b"))));
+  EXPECT_THAT(
+      run.lines(),
+      Not(Contains(fmt::format("INFO: verified {} of {} bytes of path {}", total - smallFrame, total, path("b")))));
+}
 
 TEST_F(ToolSequenceOnFaultyFileSystem, WithoutAFaultEveryFrameIsProvedAndInPlace) {
   const ToolRun run = offload({"-v"});

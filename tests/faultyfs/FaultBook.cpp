@@ -87,6 +87,7 @@ bool FaultBook::concerns(const Fault& fault, const Request& request) {
     case Effect::Fail:
     case Effect::Delay:
     case Effect::LieAboutSize:
+    case Effect::NumberAnew:
     case Effect::BypassCache:
       break;
   }
@@ -120,6 +121,9 @@ void FaultBook::apply(const Rule& rule, const Request& request, Verdict& verdict
       break;
     case Effect::LieAboutSize:
       verdict.sizeLie += fault.amount;
+      break;
+    case Effect::NumberAnew:
+      verdict.numberByReference = true;
       break;
     case Effect::BypassCache:
       verdict.bypassCache = true;

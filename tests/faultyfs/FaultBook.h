@@ -41,6 +41,7 @@ struct Verdict {
   std::chrono::milliseconds delay{0};  // for how long
   std::int64_t sizeLie = 0;            // to be added to the reported size, bytes
   bool bypassCache = false;
+  bool numberByReference = false;  // report a number which the file loses when the kernel forgets it
 };
 
 // All faults in force. Safe to use from several threads; nothing but delay() waits, and it waits without a lock.

@@ -116,6 +116,10 @@ class AttributeFault : public FaultSentence<AttributeFault> {
     _fault.amount = bytes;
     return set(Effect::LieAboutSize);
   }
+
+  // Files have the number by which the kernel refers to them, and get another one when it has forgotten them, as on servers
+  // that keep no numbers of their own.
+  FaultNumber numberAnew() { return set(Effect::NumberAnew); }
 };
 
 // What reading and writing have in common.

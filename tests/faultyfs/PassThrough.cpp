@@ -63,6 +63,7 @@ int PassThrough::attributesOf(const Inode& inode, struct stat& attributes) {
   if (S_ISREG(attributes.st_mode)) {
     const Verdict verdict = meet({Operation::ReportAttributes, _inodes.pathOf(inode), {}, {}, 0});
     attributes.st_size = std::max<off_t>(0, attributes.st_size + verdict.sizeLie);
+    if (verdict.numberByReference) attributes.st_ino = inode.number;
     return verdict.error;
   }
   return 0;

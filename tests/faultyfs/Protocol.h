@@ -39,6 +39,7 @@ enum class Effect : int {
   RefuseFlags,    // renames with flags fail with `error`
   Delay,          // the answer waits for `amount` milliseconds
   LieAboutSize,   // the reported size is off by `amount` bytes
+  NumberAnew,     // the reported inode number changes once the kernel has forgotten the file
   BypassCache,    // the opened file does not use the page cache of the kernel
 };
 
