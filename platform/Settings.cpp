@@ -67,8 +67,13 @@ std::unique_ptr<std::FILE, int (*)(std::FILE*)> openSettings() {
 }  // namespace
 
 int64_t integerForKey(std::string_view key) {
+  const auto settings = openSettings();
+  return settings ? integerForKey(settings.get(), key) : 0;
+}
+
+int64_t integerForKey(std::FILE* settings, std::string_view key) {
   Query query{.key = key};
-  if (const auto settings = openSettings()) ::ini_parse_stream(readLine, settings.get(), keepValue, &query);
+  ::ini_parse_stream(readLine, settings, keepValue, &query);
   return query.value;
 }
 

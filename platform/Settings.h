@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <string_view>
 
 namespace platform {
@@ -10,5 +11,8 @@ namespace platform {
 // Returns the integer at the start of the key's value (limited to the range of the type), 0 when there is none, the key
 // is missing, or the file is missing or unreadable.
 int64_t integerForKey(std::string_view key);
+
+// The same of settings that are read from here to the end of a stream.
+int64_t integerForKey(std::FILE* settings, std::string_view key);
 
 }  // namespace platform

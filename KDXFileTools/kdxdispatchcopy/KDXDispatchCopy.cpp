@@ -3,13 +3,13 @@
 #include <fmt/format.h>
 
 #include <span>
-#include <string_view>
 #include <tuple>
 #include <utility>
 
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
 #include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
 #include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
+#include "KDXFileTools/kdxdispatchcopy/ExternalHash.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXReadFile.h"
 #include "extensions/filesizeCFI.h"
 #include "platform/DispatchGroup.h"
@@ -18,6 +18,16 @@
 
 using platform::ConcurrentQueue;
 using platform::OutputFile;
+
+namespace {
+
+[[noreturn]] void endForExternalHash(ExternalHash::Form form, const std::string& text) {
+  const char* const wrongPart = form == ExternalHash::Form::notTwoParts ? "string" : "format";
+  platform::printAndWait("invalid external hash {}: {}\n", wrongPart, text);
+  platform::endProcess(ExitStatus::failure);
+}
+
+}  // namespace
 
 std::shared_ptr<KDXDispatchCopy> KDXDispatchCopy::initWithSourceURL(std::optional<FileURL> sourceURL) {
   return std::shared_ptr<KDXDispatchCopy>(new KDXDispatchCopy(std::move(sourceURL)));
@@ -90,18 +100,8 @@ void KDXDispatchCopy::querySourceFileSizeIfUnknown() {
 
 void KDXDispatchCopy::setupHash() {
   if (!_externalHash) return;
-  const std::string_view text = *_externalHash;
-  const std::size_t colon = text.find(':');
-  const bool hasTwoParts = colon != std::string_view::npos && text.find(':', colon + 1) == std::string_view::npos;
-  if (!hasTwoParts || colon + 1 == text.size()) {
-    platform::printAndWait("invalid external hash string: {}\n", text);
-    platform::endProcess(ExitStatus::failure);
-  }
-  const uint32_t algorithm = KDXDigestAlgorithmFromName(text.substr(0, colon));
-  if (algorithm == KDXDigestAlgorithmNone) {
-    platform::printAndWait("invalid external hash format: {}\n", text);
-    platform::endProcess(ExitStatus::failure);
-  }
+  const auto [form, algorithm] = ExternalHash::fromText(*_externalHash);
+  if (form != ExternalHash::Form::understood) endForExternalHash(form, *_externalHash);
   if (algorithm == digestAlgorithm()) return;
   _externalDigestAlgorithm = static_cast<int32_t>(algorithm);
   _externalDigestContext = KDXDigestContext::contextWithAlgorithm(algorithm);

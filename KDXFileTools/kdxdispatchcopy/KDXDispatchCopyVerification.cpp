@@ -7,6 +7,7 @@
 
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
 #include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
+#include "KDXFileTools/kdxdispatchcopy/ExternalHash.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchVerify.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXFileSystemOperationQueueManager.h"
@@ -112,7 +113,7 @@ bool KDXDispatchCopy::performExternalHashVerification(ErrorPlace error) {
   if (!_externalHash) return true;
   const auto& context = _externalDigestContext ? _externalDigestContext : _sourceDigestContext;
   const std::string digest = context ? context->digestString() : "(null)";
-  if (lowerCased(*_externalHash) == lowerCased(digest)) return true;
+  if (isSameHash(*_externalHash, digest)) return true;
   const std::string description = fmt::format("INFO: external hash: {} but got hash: {}.", *_externalHash, digest);
   // The caller prints the description once more; managing applications expect the line twice.
   platform::printAndWait("{}\n", description);

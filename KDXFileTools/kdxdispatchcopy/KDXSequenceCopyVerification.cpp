@@ -10,6 +10,7 @@
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
 #include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
 #include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
+#include "KDXFileTools/kdxdispatchcopy/ExternalHash.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXReadFile.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
 #include "extensions/filesizeCFI.h"
@@ -51,9 +52,8 @@ bool KDXSequenceCopy::destinationFileHasSize(const FileURL& temporaryURL, uint64
 }
 
 bool KDXSequenceCopy::performExternalHashVerification(ErrorPlace error) {
-  const bool isAlternative =
-      externalHash() && _alternativeExternalDigestContext &&
-      lowerCased(*externalHash()) == lowerCased(_alternativeExternalDigestContext->digestString());
+  const bool isAlternative = externalHash() && _alternativeExternalDigestContext &&
+                             isSameHash(*externalHash(), _alternativeExternalDigestContext->digestString());
   return isAlternative || KDXDispatchCopy::performExternalHashVerification(error);
 }
 
