@@ -77,6 +77,9 @@ INSTANTIATE_TEST_SUITE_P(
         FileRow{"GarbageLinesAround", "garbage\n= 5\n\x01\x02\xff\n[unclosed\nreadBufferSizeMB = 4\n]]\n====\nmore\n",
                 4},
         FileRow{"IndentedLineBehind", "readBufferSizeMB = 4\n  other = 9\n", 4},
+        FileRow{"FormFeedInFrontOfTheLineBehind", "readBufferSizeMB = 4\n\f9\n", 4},
+        FileRow{"VerticalTabInFrontOfTheLineBehind", "readBufferSizeMB = 4\n\v9\n", 4},
+        FileRow{"CarriageReturnInFrontOfTheLineBehind", "readBufferSizeMB = 4\n\r9\n", 4},
         FileRow{"LongLineBefore", std::string(5000, 'x') + "\nreadBufferSizeMB = 4\n", 4},
         FileRow{"InsideALongComment", "; " + std::string(197, 'x') + "readBufferSizeMB = 7\n", 0}),
     rowName);
