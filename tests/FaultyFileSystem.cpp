@@ -270,6 +270,15 @@ void FaultyFileSystem::slowDown(const std::string& pattern, std::chrono::millise
   whenSyncing(pattern).delayBy(delay);
 }
 
+void FaultyFileSystem::cacheWrites(const std::string& relative) {
+  ask({"cache-writes", stored(relative), stored(relative).string() + ".permanent"});
+}
+
+void FaultyFileSystem::copyAfterPowerLoss(const std::string& relative, const std::filesystem::path& target,
+                                          std::uint64_t seed) {
+  ask({"lose-power", stored(relative), target, std::to_string(seed)});
+}
+
 void FaultyFileSystem::clear() {
   ask({"clear"});
 }

@@ -67,6 +67,15 @@ class FaultyFileSystem {
   // Delays every read, write and sync.
   void slowDown(const std::string& pattern, std::chrono::milliseconds delay);
 
+  // From now on the file stands for a device with a volatile write cache: what is written to it is permanent once the
+  // file was synced. What it holds now is permanent.
+  void cacheWrites(const std::string& relative);
+
+  // Writes to `target` what such a file would hold if the power failed now.
+  //   seed   faultyfs::losingAll: nothing of what is in the cache reached the medium; losingNothing: all of it did; any
+  //          other number: some blocks of it did, the same ones for the same number
+  void copyAfterPowerLoss(const std::string& relative, const std::filesystem::path& target, std::uint64_t seed);
+
   // The medium is gone for good, as if it were pulled out: every further use fails with ENOTCONN, requests under way
   // fail with ECONNABORTED. What was stored stays in backing(). Faults and counters cannot be used any more.
   void vanish();

@@ -35,11 +35,12 @@ void answerWithBytes(fuse_req_t request, ssize_t got, const std::vector<char>& b
 
 }  // namespace
 
-PassThrough::PassThrough(FileDescriptor backing, FaultBook& faults, TrafficLog& traffic,
+PassThrough::PassThrough(FileDescriptor backing, FaultBook& faults, TrafficLog& traffic, WriteCaches& caches,
                          std::function<void()> whenMounted)
     : _inodes(std::move(backing), FUSE_ROOT_ID),
       _faults(faults),
       _traffic(traffic),
+      _caches(caches),
       _whenMounted(std::move(whenMounted)) {}
 
 void PassThrough::initialise(fuse_conn_info& connection) {

@@ -17,6 +17,7 @@
 #include "FaultBook.h"
 #include "InodeTable.h"
 #include "TrafficLog.h"
+#include "WriteCaches.h"
 
 namespace faultyfs {
 
@@ -30,7 +31,8 @@ namespace faultyfs {
 class PassThrough {
  public:
   // `backing` is the opened backing folder. `whenMounted` is called once the kernel begins to use the mount.
-  PassThrough(FileDescriptor backing, FaultBook& faults, TrafficLog& traffic, std::function<void()> whenMounted);
+  PassThrough(FileDescriptor backing, FaultBook& faults, TrafficLog& traffic, WriteCaches& caches,
+              std::function<void()> whenMounted);
 
   // The table of functions for fuse_session_new(); the user data must be a PassThrough.
   static const fuse_lowlevel_ops& operations();
@@ -108,6 +110,7 @@ class PassThrough {
   InodeTable _inodes;
   FaultBook& _faults;
   TrafficLog& _traffic;
+  WriteCaches& _caches;
   std::function<void()> _whenMounted;
   std::mutex _foldersMutex;
   std::map<std::uint64_t, std::shared_ptr<OpenFolder>> _folders;

@@ -191,11 +191,13 @@ void PassThrough::write(fuse_req_t request, fuse_ino_t inode, std::span<const ch
   std::vector<char> copy(accepted.begin(), accepted.end());
   const auto begin = static_cast<std::uint64_t>(offset);
   _faults.flipBits(Operation::Write, path, node->id, begin, copy);
+  const auto steady = _caches.steady(node->id);
   const std::int64_t written = store(descriptorOf(file), copy, begin, verdict.lost);
   if (written < 0) {
     fuse_reply_err(request, static_cast<int>(-written));
     return;
   }
+  _caches.note(steady, node->id, {begin, begin + static_cast<std::uint64_t>(written)});
   _traffic.add(path, &Counters::bytesWritten, static_cast<std::uint64_t>(written));
   fuse_reply_write(request, static_cast<std::size_t>(written));
 }
@@ -209,7 +211,10 @@ void PassThrough::allocate(fuse_req_t request, fuse_ino_t inode, int mode, off_t
     fuse_reply_err(request, ENOSPC);
     return;
   }
-  fuse_reply_err(request, ::fallocate(descriptorOf(file), mode, offset, length) == 0 ? 0 : errno);
+  const auto steady = _caches.steady(node->id);
+  const int error = ::fallocate(descriptorOf(file), mode, offset, length) == 0 ? 0 : errno;
+  _caches.note(steady, node->id, range);
+  fuse_reply_err(request, error);
 }
 
 void PassThrough::seek(fuse_req_t request, off_t offset, int whence, const fuse_file_info& file) {
@@ -243,7 +248,7 @@ void PassThrough::sync(fuse_req_t request, fuse_ino_t inode, bool dataOnly, cons
     return;
   }
   const int result = dataOnly ? ::fdatasync(descriptorOf(file)) : ::fsync(descriptorOf(file));
-  fuse_reply_err(request, result == 0 ? 0 : errno);
+  fuse_reply_err(request, result == 0 ? _caches.flush(_inodes.find(inode)->id) : errno);
 }
 
 void PassThrough::release(fuse_req_t request, const fuse_file_info& file) {

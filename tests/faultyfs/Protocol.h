@@ -59,6 +59,10 @@ struct Fault {
   std::uint64_t times = unlimited;  // how many requests (or passes) are affected
 };
 
+// What becomes of the blocks in a volatile write cache when the power fails; any other number loses some of them.
+inline constexpr std::uint64_t losingAll = 0;
+inline constexpr std::uint64_t losingNothing = std::numeric_limits<std::uint64_t>::max();
+
 // The traffic of one path, as seen by the file system (what the page cache answers never gets here). Requests count
 // when they arrive, whether they succeed or not; bytes count when they were delivered or acknowledged.
 struct Counters {

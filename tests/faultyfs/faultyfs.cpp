@@ -30,6 +30,7 @@
 #include "FileDescriptor.h"
 #include "PassThrough.h"
 #include "TrafficLog.h"
+#include "WriteCaches.h"
 
 namespace faultyfs {
 
@@ -115,8 +116,8 @@ class Mount {
 // Obeys the test program.
 class Control {
  public:
-  Control(FileDescriptor socket, FaultBook& faults, TrafficLog& traffic)
-      : _socket(std::move(socket)), _faults(faults), _traffic(traffic) {}
+  Control(FileDescriptor socket, FaultBook& faults, TrafficLog& traffic, WriteCaches& caches)
+      : _socket(std::move(socket)), _faults(faults), _traffic(traffic), _caches(caches) {}
 
   void send(const Fields& fields) {
     const std::string message = join(fields);
@@ -164,6 +165,14 @@ class Control {
       _faults.clear();
       return {};
     }
+    if (verb == "cache-writes") {
+      _caches.add(command.at(1), command.at(2));
+      return {};
+    }
+    if (verb == "lose-power") {
+      _caches.copyAfterPowerLoss(command.at(1), command.at(2), std::stoull(command.at(3)));
+      return {};
+    }
     return query(verb, command);
   }
 
@@ -192,15 +201,16 @@ class Control {
   FileDescriptor _socket;
   FaultBook& _faults;
   TrafficLog& _traffic;
+  WriteCaches& _caches;
 };
 
 void serve(const std::string& backing, const std::string& mountPoint, FaultBook& faults, TrafficLog& traffic,
-           Control& control) {
+           WriteCaches& caches, Control& control) {
   FileDescriptor folder(::open(backing.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (!folder.valid()) {
     throw std::system_error(errno, std::generic_category(), backing);
   }
-  PassThrough files(std::move(folder), faults, traffic, [&control] { control.send({"mounted"}); });
+  PassThrough files(std::move(folder), faults, traffic, caches, [&control] { control.send({"mounted"}); });
   Mount mount(files, mountPoint);
   std::vector<std::jthread> workers;
   workers.reserve(workerCount);
@@ -221,10 +231,11 @@ int run(const std::string& backing, const std::string& mountPoint, int controlDe
   }
   FaultBook faults;
   TrafficLog traffic;
+  WriteCaches caches;
   ::fcntl(controlDescriptor, F_SETFD, FD_CLOEXEC);
-  Control control(FileDescriptor(controlDescriptor), faults, traffic);
+  Control control(FileDescriptor(controlDescriptor), faults, traffic, caches);
   try {
-    serve(backing, mountPoint, faults, traffic, control);
+    serve(backing, mountPoint, faults, traffic, caches, control);
     return 0;
   } catch (const std::exception& failure) {
     control.send({"error", failure.what()});
