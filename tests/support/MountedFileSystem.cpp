@@ -31,15 +31,20 @@ std::string firstLineOf(const fs::path& file) {
 
 }  // namespace
 
+std::unique_ptr<MountedFileSystem> MountedFileSystem::makeMountPoint() {
+  std::unique_ptr<MountedFileSystem> system(new MountedFileSystem);
+  system->_mountPoint = system->_scratch.path() / "mounted";
+  fs::create_directory(system->_mountPoint);
+  return system;
+}
+
 std::unique_ptr<MountedFileSystem> MountedFileSystem::mount(const std::string& type, std::size_t size,
                                                             std::string& whyNot, const std::string& deviceOptions) {
   if (::geteuid() != 0) {
     whyNot = "mounting " + type + " needs root";
     return nullptr;
   }
-  std::unique_ptr<MountedFileSystem> system(new MountedFileSystem);
-  system->_mountPoint = system->_scratch.path() / "mounted";
-  fs::create_directory(system->_mountPoint);
+  auto system = makeMountPoint();
   if (type == "tmpfs" || type == "ramfs") {
     const std::string options = type == "tmpfs" ? "size=" + std::to_string(size) : "";
     if (::mount(type.c_str(), system->_mountPoint.c_str(), type.c_str(), 0, options.c_str()) == 0) return system;
@@ -48,28 +53,53 @@ std::unique_ptr<MountedFileSystem> MountedFileSystem::mount(const std::string& t
     return nullptr;
   }
   const std::string image = system->_scratch.file("image");
-  const std::string loopName = system->_scratch.file("loop");
+  const bool isMounted =
+      makeImage(type, size, image, whyNot) && system->mountOnLoopDevice(type, image, deviceOptions, whyNot);
+  if (!isMounted) system->_mountPoint.clear();
+  return isMounted ? std::move(system) : nullptr;
+}
+
+bool MountedFileSystem::makeImage(const std::string& type, std::size_t size, const std::string& image,
+                                  std::string& whyNot) {
   std::ofstream(image).close();
   fs::resize_file(image, size);
-  const std::string force = type == "ext4" ? " -F " : " ";
-  if (!run("mkfs." + type + " -q" + force + image)) {
-    whyNot = "mkfs." + type + " does not make a file system here";
-    system->_mountPoint.clear();
+  const std::string force = type.starts_with("ext") ? " -F -E lazy_itable_init=0 " : " ";
+  if (run("mkfs." + type + " -q" + force + image)) {
+    // xfs writes its whole log, which is most of what copies of the image would have to carry.
+    run("fallocate --dig-holes " + image);
+    return true;
+  }
+  whyNot = "mkfs." + type + " does not make a file system here";
+  return false;
+}
+
+std::unique_ptr<MountedFileSystem> MountedFileSystem::mountImage(const std::string& type, const std::string& image,
+                                                                 std::string& whyNot, const std::string& options) {
+  if (::geteuid() != 0) {
+    whyNot = "mounting " + type + " needs root";
     return nullptr;
   }
+  // Without a journal to replay it is checked first, as systems do when they start.
+  if (type == "ext2") run("e2fsck -f -y " + image);
+  auto system = makeMountPoint();
+  // A copy has the identity of its original, which is mounted still.
+  const bool isMounted = system->mountOnLoopDevice(type, image, type == "xfs" ? options + ",nouuid" : options, whyNot);
+  if (!isMounted) system->_mountPoint.clear();
+  return isMounted ? std::move(system) : nullptr;
+}
+
+bool MountedFileSystem::mountOnLoopDevice(const std::string& type, const std::string& image, const std::string& options,
+                                          std::string& whyNot) {
+  const std::string loopName = _scratch.file("loop");
   if (std::system(("losetup --find --show " + image + " > " + loopName + " 2>/dev/null").c_str()) != 0) {
     whyNot = "no loop device can be had here";
-    system->_mountPoint.clear();
-    return nullptr;
+    return false;
   }
-  system->_loopDevice = fs::path(firstLineOf(loopName)).filename().string();
-  if (run("mount -o " + deviceOptions + " -t " + type + " /dev/" + system->_loopDevice + " " +
-          system->_mountPoint.string()))
-    return system;
+  _loopDevice = fs::path(firstLineOf(loopName)).filename().string();
+  if (run("mount -o " + options + " -t " + type + " /dev/" + _loopDevice + " " + _mountPoint.string())) return true;
   whyNot = "mounting " + type + " on a loop device fails here";
-  run("losetup --detach /dev/" + system->_loopDevice);
-  system->_mountPoint.clear();
-  return nullptr;
+  run("losetup --detach /dev/" + _loopDevice);
+  return false;
 }
 
 MountedFileSystem::~MountedFileSystem() {

@@ -17,6 +17,12 @@ class MountedFileSystem {
   // `options` as mount -o takes them, for those on a device.
   static std::unique_ptr<MountedFileSystem> mount(const std::string& type, std::size_t size, std::string& whyNot,
                                                   const std::string& options = "rw");
+  // Makes a file of `size` bytes with an "ext4", "ext2" (no journal) or "xfs" in it, which mountImage takes; false and `whyNot` as above.
+  static bool makeImage(const std::string& type, std::size_t size, const std::string& image, std::string& whyNot);
+  // The same for a file that is there already: also for a copy of a mounted one, whose journal is
+  // replayed or which is repaired.
+  static std::unique_ptr<MountedFileSystem> mountImage(const std::string& type, const std::string& image,
+                                                       std::string& whyNot, const std::string& options = "rw");
   ~MountedFileSystem();
   MountedFileSystem(const MountedFileSystem&) = delete;
   MountedFileSystem& operator=(const MountedFileSystem&) = delete;
@@ -34,6 +40,9 @@ class MountedFileSystem {
 
  private:
   MountedFileSystem() = default;
+  static std::unique_ptr<MountedFileSystem> makeMountPoint();
+  bool mountOnLoopDevice(const std::string& type, const std::string& image, const std::string& options,
+                         std::string& whyNot);
 
   ScratchDirectory _scratch;
   std::filesystem::path _mountPoint;

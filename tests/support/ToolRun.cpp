@@ -21,9 +21,12 @@ void openAs(int descriptor, const std::string& path, int flags) {
   if (opened != descriptor) ::close(opened);
 }
 
-// In the child: becomes the program or ends.
-[[noreturn]] void becomeProgram(const ToolStart& start, const std::vector<std::string>& words,
-                                const ScratchDirectory& scratch) {
+}  // namespace
+
+void becomeTool(const ToolStart& start, const ScratchDirectory& scratch) {
+  std::vector<std::string> words = start.wrapper;
+  words.emplace_back(KDXDISPATCHCOPY_BINARY);
+  words.insert(words.end(), start.arguments.begin(), start.arguments.end());
   if (!start.workingDirectory.empty() && ::chdir(start.workingDirectory.c_str()) != 0) ::_exit(notStarted);
   ::setenv("XDG_CONFIG_HOME", scratch.path().c_str(), 1);
   for (const auto& [name, value] : start.environment) ::setenv(name.c_str(), value.c_str(), 1);
@@ -38,7 +41,13 @@ void openAs(int descriptor, const std::string& path, int flags) {
   ::_exit(notStarted);
 }
 
-}  // namespace
+ToolRun endedTool(int status, const ScratchDirectory& scratch) {
+  ToolRun run;
+  run.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  run.output = readFile(scratch.path() / "output");
+  run.errors = readFile(scratch.path() / "errors");
+  return run;
+}
 
 std::vector<std::string> ToolRun::lines() const {
   return linesOf(output);
@@ -46,18 +55,12 @@ std::vector<std::string> ToolRun::lines() const {
 
 ToolRun runTool(const ToolStart& start) {
   const ScratchDirectory scratch;
-  std::vector<std::string> words = start.wrapper;
-  words.emplace_back(KDXDISPATCHCOPY_BINARY);
-  words.insert(words.end(), start.arguments.begin(), start.arguments.end());
   const pid_t child = ::fork();
-  if (child == 0) becomeProgram(start, words, scratch);
+  if (child == 0) becomeTool(start, scratch);
   int status = 0;
   struct rusage usage = {};
   EXPECT_EQ(child, ::wait4(child, &status, 0, &usage));
-  ToolRun run;
-  run.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  run.output = readFile(scratch.path() / "output");
-  run.errors = readFile(scratch.path() / "errors");
+  ToolRun run = endedTool(status, scratch);
   run.peakMemoryKiB = usage.ru_maxrss;
   return run;
 }

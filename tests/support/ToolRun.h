@@ -32,6 +32,12 @@ struct ToolRun {
 ToolRun runTool(const ToolStart& start);
 ToolRun runTool(std::vector<std::string> arguments);
 
+// The two halves of runTool, for those who do something in between. The first is for the child process: it becomes the
+// program, whose output goes to files in the folder. The second makes of these and of a status from wait(2) what the run left.
+class ScratchDirectory;
+[[noreturn]] void becomeTool(const ToolStart& start, const ScratchDirectory& scratch);
+ToolRun endedTool(int status, const ScratchDirectory& scratch);
+
 // True when programs of this name can be run.
 bool haveProgram(const std::string& name);
 // True when this build runs under AddressSanitizer or ThreadSanitizer, whose memory and limits are their own.
