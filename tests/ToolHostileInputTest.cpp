@@ -601,15 +601,18 @@ TEST(ToolHostileInput, AFinalFileThatCanNotBeOpenedAgainIsAFailedFlush) {
   if (!haveProgram("setpriv") || ::geteuid() != 0) GTEST_SKIP() << "giving up root's rights needs root and setpriv";
   const Offload offload;
   for (const char* folder : {".", "card", "backup"}) fs::permissions(offload.scratch.path() / folder, fs::perms::all);
+  // A copy of the tool: others may not be let into the folder that it was built in.
+  const std::string tool = offload.scratch.file("tool");
+  fs::copy_file(toolPath(), tool);
   ToolStart start{.arguments = {"-n", offload.source, offload.destination},
                   .wrapper = {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "sh", "-c",
-                              "umask 0377; exec \"$0\" \"$@\""}};
+                              "umask 0377; exec " + tool + " \"$@\""}};
   const ToolRun run = runTool(start);
   EXPECT_EQ(106, run.exitStatus);
   EXPECT_THAT(run.output,
               EndsWith("Error: couldn't sync the file system of file " + offload.destination + " (error code -1)\n"));
   fs::remove(offload.destination);
-  start.wrapper.back() = "umask 022; exec \"$0\" \"$@\"";
+  start.wrapper.back() = "umask 022; exec " + tool + " \"$@\"";
   EXPECT_EQ(0, runTool(start).exitStatus);
 }
 

@@ -11,6 +11,10 @@
 #include "tests/support/OutputLines.h"
 #include "tests/support/ScratchDirectory.h"
 
+std::string toolPath() {
+  return KDXDISPATCHCOPY_BINARY;
+}
+
 namespace {
 
 constexpr int notStarted = 126;
@@ -25,7 +29,7 @@ void openAs(int descriptor, const std::string& path, int flags) {
 
 void becomeTool(const ToolStart& start, const ScratchDirectory& scratch) {
   std::vector<std::string> words = start.wrapper;
-  words.emplace_back(KDXDISPATCHCOPY_BINARY);
+  words.push_back(toolPath());
   words.insert(words.end(), start.arguments.begin(), start.arguments.end());
   if (!start.workingDirectory.empty() && ::chdir(start.workingDirectory.c_str()) != 0) ::_exit(notStarted);
   ::setenv("XDG_CONFIG_HOME", scratch.path().c_str(), 1);

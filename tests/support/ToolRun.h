@@ -28,6 +28,9 @@ struct ToolRun {
   [[nodiscard]] std::vector<std::string> lines() const;
 };
 
+// The built program.
+std::string toolPath();
+
 // Runs the program and waits for its end.
 ToolRun runTool(const ToolStart& start);
 ToolRun runTool(std::vector<std::string> arguments);
