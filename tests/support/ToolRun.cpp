@@ -41,6 +41,7 @@ void becomeTool(const ToolStart& start, const ScratchDirectory& scratch) {
   std::vector<char*> argv;
   for (const std::string& word : words) argv.push_back(const_cast<char*>(word.c_str()));
   argv.push_back(nullptr);
+  if (start.inChild) start.inChild();
   ::execvp(argv[0], argv.data());
   ::_exit(notStarted);
 }
@@ -61,6 +62,7 @@ ToolRun runTool(const ToolStart& start) {
   const ScratchDirectory scratch;
   const pid_t child = ::fork();
   if (child == 0) becomeTool(start, scratch);
+  if (start.meanwhile) start.meanwhile(child);
   int status = 0;
   struct rusage usage = {};
   EXPECT_EQ(child, ::wait4(child, &status, 0, &usage));

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -15,6 +18,8 @@ struct ToolStart {
   std::map<std::string, std::string> environment{};  // added to the test's own; XDG_CONFIG_HOME is an empty folder
   std::optional<std::string> standardInput{};        // a file to read from; none: /dev/null
   std::vector<int> closedDescriptors{};              // closed before the program starts
+  std::function<void()> inChild{};                   // the last thing before the program starts, in its process
+  std::function<void(pid_t)> meanwhile{};            // in this process, beside the one that was started
 };
 
 // What a finished run left: exit statuses of signals are 128 + signal.

@@ -1,0 +1,108 @@
+#include "tests/sweep/SystemCalls.h"
+
+#include <sys/syscall.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+using Errors = std::vector<int>;
+
+// A file system on a network tells of anything when it is asked for a name: broken wires, leases, rights that were
+// taken back. Room is asked for by O_CREAT alone, which is left to the tool.
+const Errors opening{EIO, ENOSPC, EINTR, EAGAIN, EACCES, EDQUOT};
+// Taking no room, it can't lack any. Rights are looked at for every read by network file systems.
+const Errors reading{EIO, EINTR, EAGAIN, EACCES};
+const Errors writing{EIO, ENOSPC, EINTR, EAGAIN, EACCES, EDQUOT};
+// Reports what became of writes behind their back, so with the errors of these; it waits as long as it takes, so there
+// is no EAGAIN.
+const Errors syncing{EIO, ENOSPC, EINTR, EACCES, EDQUOT};
+// Changes of a directory; they wait for it too.
+const Errors naming{EIO, ENOSPC, EINTR, EACCES, EDQUOT};
+// Looking at a file takes no room and never asks to come again.
+const Errors looking{EIO, EINTR, EACCES};
+// Sets flags of a descriptor: no room is taken. EINVAL is how O_DIRECT is refused.
+const Errors flagging{EIO, EINTR, EAGAIN, EACCES, EINVAL};
+// Advice that can't be followed; there is nothing to interrupt, to fill or to forbid.
+const Errors advising{EIO, EINVAL};
+// Some file systems write when a file is closed. The descriptor is gone whatever comes, so it never asks to come again.
+const Errors closing{EIO, ENOSPC, EINTR, EACCES, EDQUOT};
+// The one thing that can be missing; threads are refused with EAGAIN where their number is limited.
+const Errors memory{ENOMEM};
+const Errors threads{EAGAIN, ENOMEM};
+// Of a working directory that was removed or that is below a folder one may not read.
+const Errors whereabouts{EIO, EACCES, ENOENT};
+const Errors privilege{EPERM, EACCES};
+
+constexpr bool getsMemory = true;
+
+const std::vector<std::pair<int, CallKind>> kinds{
+    {SYS_openat, {"openat", Concerns::pathBelow, opening}},
+    {SYS_read, {"read", Concerns::descriptor, reading}},
+    {SYS_pread64, {"pread64", Concerns::descriptor, reading}},
+    {SYS_readv, {"readv", Concerns::descriptor, reading}},
+    {SYS_preadv2, {"preadv2", Concerns::descriptor, reading}},
+    {SYS_write, {"write", Concerns::descriptor, writing}},
+    {SYS_pwrite64, {"pwrite64", Concerns::descriptor, writing}},
+    {SYS_writev, {"writev", Concerns::descriptor, writing}},
+    {SYS_ftruncate, {"ftruncate", Concerns::descriptor, writing}},
+    {SYS_fallocate, {"fallocate", Concerns::descriptor, writing}},
+    {SYS_fsync, {"fsync", Concerns::descriptor, syncing}},
+    {SYS_fdatasync, {"fdatasync", Concerns::descriptor, syncing}},
+    {SYS_syncfs, {"syncfs", Concerns::descriptor, syncing}},
+    {SYS_sync_file_range, {"sync_file_range", Concerns::descriptor, syncing}},
+    {SYS_renameat2, {"renameat2", Concerns::pathBelow, naming}},
+    {SYS_renameat, {"renameat", Concerns::pathBelow, naming}},
+    {SYS_linkat, {"linkat", Concerns::pathBelow, naming}},
+    {SYS_unlinkat, {"unlinkat", Concerns::pathBelow, naming}},
+#ifdef SYS_rename  // not on every processor
+    {SYS_rename, {"rename", Concerns::path, naming}},
+    {SYS_link, {"link", Concerns::path, naming}},
+    {SYS_unlink, {"unlink", Concerns::path, naming}},
+    {SYS_stat, {"stat", Concerns::path, looking}},
+    {SYS_lstat, {"lstat", Concerns::path, looking}},
+    {SYS_access, {"access", Concerns::path, looking}},
+#endif
+    {SYS_newfstatat, {"newfstatat", Concerns::pathBelow, looking}},
+    {SYS_statx, {"statx", Concerns::pathBelow, looking}},
+    {SYS_fstat, {"fstat", Concerns::descriptor, looking}},
+    {SYS_statfs, {"statfs", Concerns::path, looking}},
+    {SYS_fstatfs, {"fstatfs", Concerns::descriptor, looking}},
+    {SYS_lseek, {"lseek", Concerns::descriptor, looking}},
+    {SYS_getdents64, {"getdents64", Concerns::descriptor, looking}},
+    {SYS_fcntl, {"fcntl", Concerns::descriptor, flagging}},
+    {SYS_ioctl, {"ioctl", Concerns::descriptor, flagging}},
+    {SYS_fadvise64, {"fadvise64", Concerns::descriptor, advising}},
+    {SYS_close, {"close", Concerns::descriptor, closing}},
+    {SYS_brk, {"brk", Concerns::thread, memory, getsMemory}},
+    {SYS_mmap, {"mmap", Concerns::thread, memory, getsMemory}},
+    {SYS_mremap, {"mremap", Concerns::thread, memory, getsMemory}},
+    {SYS_mprotect, {"mprotect", Concerns::thread, memory, getsMemory}},
+    // Giving memory back can fail for lack of it too, where it leaves two mappings of one.
+    {SYS_munmap, {"munmap", Concerns::thread, memory}},
+    {SYS_madvise, {"madvise", Concerns::thread, memory}},
+    {SYS_clone3, {"clone3", Concerns::thread, threads}},
+    {SYS_clone, {"clone", Concerns::thread, threads}},
+    {SYS_getcwd, {"getcwd", Concerns::thread, whereabouts}},
+    {SYS_ioprio_set, {"ioprio_set", Concerns::thread, privilege}},
+    // What is left can't fail with the arguments it is given (signal masks, names of threads), or is waiting.
+};
+
+}  // namespace
+
+CallKind kindOfCall(int number) {
+  const auto found = std::ranges::find(kinds, number, [](const auto& kind) { return kind.first; });
+  return found == kinds.end() ? CallKind{"call" + std::to_string(number)} : found->second;
+}
+
+CallKind kindOfCall(const std::string& name) {
+  const auto found = std::ranges::find(kinds, name, [](const auto& kind) { return kind.second.name; });
+  return found == kinds.end() ? CallKind{name} : found->second;
+}
+
+std::string errorName(int code) {
+  return ::strerrorname_np(code);
+}
