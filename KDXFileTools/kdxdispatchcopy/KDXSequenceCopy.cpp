@@ -229,7 +229,8 @@ void KDXSequenceCopy::makeTemporaryFilesPermanent() {
       continue;
     }
     const std::optional<platform::FileIdentity> identity = platform::identityOfFile(first);
-    if (!identity || !synced.insert(identity->device).second) continue;
+    // One that can't be told from the others is synced in any case.
+    if (identity && !synced.insert(identity->device).second) continue;
     const int result = platform::makeFileSystemPermanent(first);
     if (result != 0) endForFailedSync(first, result);
   }
