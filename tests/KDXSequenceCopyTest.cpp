@@ -476,8 +476,11 @@ TEST_F(KDXSequenceCopyFailure, AMissingFrameInTheMiddleIsNamedAndNoLaterFrameIsC
   const ChildRun ending = endingOfCopyTo({first});
 
   EXPECT_EQ(108, ending.exitStatus);
-  EXPECT_TRUE(ending.output.starts_with(startLine())) << ending.output;
-  EXPECT_TRUE(ending.output.ends_with("ERROR: could not open file at path: " + frame(1) + "\n")) << ending.output;
+  // The reader is ahead of the digests: the line of the frame before may come first, last, or not any more.
+  std::string output = ending.output;
+  if (const std::size_t hash = output.find(hashLine(0)); hash != std::string::npos)
+    output.erase(hash, hashLine(0).size());
+  EXPECT_EQ(startLine() + "ERROR: could not open file at path: " + frame(1) + "\n", output);
   EXPECT_FALSE(fs::exists(copyOf(2, "a")));
   EXPECT_FALSE(fs::exists(scratch.path() / "a" / frameName(0)));
 }
