@@ -157,7 +157,10 @@ int makeDataPermanent(const std::string& path) {
 int makeFileSystemPermanent(const std::string& path) {
   const FileDescriptor descriptor = openUnlessPipe(path, O_RDONLY);
   if (!descriptor.isOpen()) return errno == ENOENT ? 0 : -1;
-  return ::syncfs(descriptor.get());
+  const int result = ::syncfs(descriptor.get());
+  // There are file systems that give everything to the device and leave it in the device's cache, which the sync of a file
+  // empties.
+  return result == 0 ? ::fdatasync(descriptor.get()) : result;
 }
 
 bool canMakeFileSystemPermanent(const std::string& path) {

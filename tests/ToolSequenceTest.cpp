@@ -700,6 +700,19 @@ TEST(ToolSequence, ASyncOfTheFileSystemThatFailsBeforeTheMoveLeavesTheTemporaryN
   EXPECT_EQ(allTemporary(), offload.namesIn(2));
 }
 
+TEST(ToolSequence, ADeviceWhoseCacheCanNotBeEmptiedBeforeTheMoveIsAFailedFlush) {
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
+  const Offload offload(2);
+  const std::string first = offload.copied(1, 1) + ".kdxcopy";
+
+  const ToolRun run =
+      runTool({.arguments = offload.arguments(), .wrapper = injectingAt(first, {"fdatasync:error=EIO"})});
+
+  EXPECT_EQ(106, run.exitStatus);
+  EXPECT_THAT(run.output, EndsWith("Error: couldn't sync the file system of file " + first + " (error code -1)\n"));
+  EXPECT_EQ(allTemporary(), offload.namesIn(1));
+}
+
 TEST(ToolSequence, DestinationsOfOneFileSystemAreSyncedOnceBeforeTheMove) {
   if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
   const Offload offload(2);
