@@ -121,8 +121,8 @@ INSTANTIATE_TEST_SUITE_P(Devices, PowerLoss, rows, [](const auto& row) { return 
 
 // Without this the others prove nothing.
 TEST_P(PowerLoss, TakesWhatWasNotSynced) {
-  const auto [name, bytes] = *offload.contents().begin();
-  writeFile(root() / name, bytes);
+  const std::string name = offload.contents().begin()->first;
+  writeFile(root() / name, offload.contents().begin()->second);
 
   lookAfterPowerLoss(faultyfs::losingAll, [&](const fs::path& after) { EXPECT_FALSE(fs::exists(after / name)); });
 }
