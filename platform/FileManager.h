@@ -91,8 +91,9 @@ bool canMakeFileSystemPermanent(const std::string& path);
 
 // Makes the file at the path permanent, and its name with it: a full sync of the file, then one of its directory, which
 // is passed over where the file system knows no such thing. A failed sync is not tried again: the system has already
-// forgotten what it could not write. Returns what the failed call returned, else 0. When the file can't be opened for writing descriptor 0 is synced in its
-// place, which callers rely on for the value that they print; since that proves nothing, success there is a failure too.
+// forgotten what it could not write. Returns what the failed call returned, else 0. When the file can't be opened for
+// writing descriptor 0 is synced in its place, which callers rely on for the value that they print; since that proves
+// nothing, success there is a failure too.
 int fullSync(const std::string& path);
 
 // What fullSync does when there is no file at all: syncs descriptor 0. Returns what the call returned.

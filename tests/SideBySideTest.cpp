@@ -33,6 +33,21 @@ class SideBySide : public testing::Test {
     server.emplace(scratch.path());
   }
 
+  // Copies, then expects that the first reads of all files are asked for before one of them is answered.
+  void expectReadBackTogether(KDXDispatchCopy& job, const std::vector<const char*>& files) {
+    bool finished = false;
+    std::ignore = outputOf([&] {
+      ASSERT_TRUE(job.performCopy(nullptr));
+      std::vector<faultyfs::FaultNumber> reads;
+      for (const char* file : files) reads.push_back(server->whenReading(file).delayBy(held));
+      ASSERT_TRUE(job.startVerification(nullptr));
+      for (const faultyfs::FaultNumber read : reads) EXPECT_TRUE(server->waitUntilFired(read));
+      server->clear();
+      finished = job.finishVerification(nullptr);
+    });
+    EXPECT_TRUE(finished);
+  }
+
   const ScratchDirectory scratch;
   std::optional<FaultyFileSystem> server;
 };
@@ -81,22 +96,8 @@ TEST_F(SideBySide, TheSourceAndEveryDestinationAreReadBackTogetherAndTheStartDoe
   job->setDigestAlgorithm(KDXDigestAlgorithmMD5);
   job->setVerificationOptions(KDXVerificationOptionHashDuringCopy | KDXVerificationOptionVerifySource |
                               KDXVerificationOptionVerifyDestinations);
-  bool finished = false;
 
-  std::ignore = outputOf([&] {
-    ASSERT_TRUE(job->performCopy(nullptr));
-    const auto source = server->whenReading("clip.mov").delayBy(held);
-    const auto first = server->whenReading("a.mov.kdxcopy").delayBy(held);
-    const auto second = server->whenReading("b.mov.kdxcopy").delayBy(held);
-    ASSERT_TRUE(job->startVerification(nullptr));
-    EXPECT_TRUE(server->waitUntilFired(source));
-    EXPECT_TRUE(server->waitUntilFired(first));
-    EXPECT_TRUE(server->waitUntilFired(second));
-    server->clear();
-    finished = job->finishVerification(nullptr);
-  });
-
-  EXPECT_TRUE(finished);
+  expectReadBackTogether(*job, {"clip.mov", "a.mov.kdxcopy", "b.mov.kdxcopy"});
 }
 
 TEST_F(SideBySide, TheListsOfASequenceAreReadBackTogetherAndTheStartDoesNotWaitForThem) {
@@ -108,22 +109,8 @@ TEST_F(SideBySide, TheListsOfASequenceAreReadBackTogetherAndTheStartDoesNotWaitF
   job->addDestinationURL(FileURL(server->path("b/x").string()));
   job->setDigestAlgorithm(KDXDigestAlgorithmMD5);
   job->setVerificationOptions(KDXVerificationOptionHashDuringCopy | KDXVerificationOptionVerifySource);
-  bool finished = false;
 
-  std::ignore = outputOf([&] {
-    ASSERT_TRUE(job->performCopy(nullptr));
-    const auto source = server->whenReading("card/p.1.dpx").delayBy(held);
-    const auto first = server->whenReading("a/p.1.dpx.kdxcopy").delayBy(held);
-    const auto second = server->whenReading("b/p.1.dpx.kdxcopy").delayBy(held);
-    ASSERT_TRUE(job->startVerification(nullptr));
-    EXPECT_TRUE(server->waitUntilFired(source));
-    EXPECT_TRUE(server->waitUntilFired(first));
-    EXPECT_TRUE(server->waitUntilFired(second));
-    server->clear();
-    finished = job->finishVerification(nullptr);
-  });
-
-  EXPECT_TRUE(finished);
+  expectReadBackTogether(*job, {"card/p.1.dpx", "a/p.1.dpx.kdxcopy", "b/p.1.dpx.kdxcopy"});
 }
 
 }  // namespace
