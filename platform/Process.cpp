@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <linux/ioprio.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -58,8 +57,13 @@ void endProcessWhenMemoryRunsOut() {
 }
 
 void raiseDiskPriority() {
+  // Fixed numbers of the system's interface. <linux/ioprio.h> has them too, but is no C++ in some versions.
+  constexpr int setForProcess = 1;
   constexpr int wholeProcess = 0;
-  std::ignore = ::syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, wholeProcess, IOPRIO_PRIO_VALUE(IOPRIO_CLASS_BE, 0));
+  constexpr int bestEffort = 2;
+  constexpr int classShift = 13;
+  constexpr int highestLevel = 0;
+  std::ignore = ::syscall(SYS_ioprio_set, setForProcess, wholeProcess, bestEffort << classShift | highestLevel);
 }
 
 void endProcess(int status) {
