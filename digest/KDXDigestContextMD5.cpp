@@ -2,12 +2,14 @@
 
 #include <array>
 
+#include "digest/SharedMD5.h"
+
 void KDXDigestContextMD5::reset() {
   MD5_Init(&_context);
 }
 
 void KDXDigestContextMD5::update(const void* bytes, uint64_t length) {
-  MD5_Update(&_context, bytes, length);
+  SharedMD5::shared().update(_context, bytes, length);
   _totalLength += length;
 }
 
