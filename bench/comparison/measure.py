@@ -1,0 +1,272 @@
+"""Runs the rows: makes the files, runs every command of a round in turn, and removes what it wrote."""
+
+import os
+import shutil
+import subprocess
+import tempfile
+from dataclasses import dataclass
+from pathlib import Path
+
+from . import commands, machine
+from .results import START_FLOOR, TOOL
+from .rows import BLOCK, MIB, Job, Row, frame_name
+
+START_BLOCKS = 20  # the starts of a round are run in so many turns, so that a busy moment meets all commands alike
+
+
+@dataclass(frozen=True)
+class Programs:
+    """What was built for the comparison."""
+
+    tool: Path
+    stopwatch: Path
+    raw_io: Path
+    start_floor: Path
+
+
+class Medium:
+    """A folder to measure in; `name` is "disk" or "tmpfs". Everything in it is removed at the end."""
+
+    def __init__(self, name: str, directory: str):
+        self.name = name
+        self.is_disk = name == "disk"
+        self.file_system = machine.file_system(directory)
+        self.folder = Path(tempfile.mkdtemp(prefix="compare-", dir=directory))
+        self.direct = self.is_disk and self._takes_direct_transfers()
+
+    def _takes_direct_transfers(self) -> bool:
+        probe = self.folder / "probe"
+        probe.write_bytes(bytes(BLOCK))
+        command = ["dd", f"if={probe}", "of=/dev/null", "iflag=direct", f"bs={BLOCK}", "status=none"]
+        taken = subprocess.run(command, stderr=subprocess.DEVNULL, check=False).returncode == 0
+        probe.unlink()
+        return taken
+
+    def settle(self):
+        """What was written or removed before is on the device and is no part of the next measurement."""
+        subprocess.run(["sync", "-f", self.folder], check=True)
+
+    def source(self, row: Row) -> Path:
+        """The file or folder of frames of a row: random, since nothing may gain by compressing it. Rows that follow each
+        other with the same one share it; that of another row goes, so that there is never more than one."""
+        path = self.folder / f"source-{row.frames}-{row.file_size}"
+        if path.exists():
+            return path
+        for earlier in self.folder.iterdir():
+            _remove(earlier)
+        if row.frames:
+            path.mkdir()
+        for file in [path / frame_name(index) for index in range(row.frames)] or [path]:
+            _write_random(file, row.file_size)
+        self.settle()
+        return path
+
+    def forget_cached(self, source: Path):
+        """What is read next comes from the device. In memory there is nothing else to read from."""
+        if not self.is_disk:
+            return
+        self.settle()
+        for file in files_at(source):
+            descriptor = os.open(file, os.O_RDONLY)
+            os.posix_fadvise(descriptor, 0, 0, os.POSIX_FADV_DONTNEED)
+            os.close(descriptor)
+        if os.geteuid() == 0:
+            Path("/proc/sys/vm/drop_caches").write_text("3\n", encoding="ascii")
+
+    def remove(self):
+        shutil.rmtree(self.folder, ignore_errors=True)
+
+
+def _write_random(path: Path, size: int):
+    with open(path, "wb") as file:
+        while size > 0:
+            size -= file.write(os.urandom(min(size, MIB)))
+
+
+def _remove(path: Path):
+    if path.is_dir():
+        shutil.rmtree(path)
+    else:
+        path.unlink()
+
+
+def files_at(path: Path) -> list:
+    return sorted(path.iterdir()) if path.is_dir() else [path]
+
+
+def _agree(original: Path, copy: Path) -> bool:
+    """Same size, and the same bytes in up to 64 MiB spread over the file: reading all would take longer than copying."""
+    size = original.stat().st_size
+    if copy.stat().st_size != size:
+        return False
+    with open(original, "rb") as one, open(copy, "rb") as other:
+        for offset in range(0, size, max(MIB, size // 64)):
+            one.seek(offset)
+            other.seek(offset)
+            if one.read(MIB) != other.read(MIB):
+                return False
+    return True
+
+
+def cached_bytes(paths: list) -> int:
+    """What is left of the files in the system's file cache."""
+    files = [file for path in paths for file in files_at(path)]
+    command = ["fincore", "--bytes", "--noheadings", "--output", "RES", *files]
+    return sum(map(int, subprocess.run(command, capture_output=True, text=True, check=True).stdout.split()))
+
+
+def _for_one(total: dict, starts: int) -> dict:
+    return {**total, "wall": total["wall"] / starts, "cpu": total["cpu"] / starts, "starts": starts}
+
+
+class Measurement:
+    """The commands of one row on one medium, run round after round."""
+
+    def __init__(self, medium: Medium, row: Row, programs: Programs):
+        self.medium = medium
+        self.row = row
+        self._programs = programs
+        self._source = medium.source(row)
+        self._rate = None
+        self._rounds_run = 0
+        self._work = Path(tempfile.mkdtemp(prefix="work-", dir=medium.folder))
+
+    def peers(self) -> list:
+        return [peer for peer in commands.PEERS if self.row.digest in peer.digests]
+
+    def lacks(self) -> dict:
+        job = self._job()
+        return {peer.shown_name(job): peer.lacks(job) for peer in self.peers()}
+
+    def run_round(self) -> dict:
+        """Every command once, each round beginning with another one; with the limits of the machine in between."""
+        result = self._start_round() if self.row.starts else self._copy_round()
+        self._rounds_run += 1
+        return result
+
+    def close(self):
+        shutil.rmtree(self._work, ignore_errors=True)
+        self.medium.settle()
+
+    # One file or one sequence.
+
+    def _copy_round(self) -> dict:
+        runs = {TOOL: lambda: self._copy(lambda job: commands.tool_command(self._programs.tool, job), ())}
+        for peer in self.peers():
+            runs[peer.shown_name(self._job())] = lambda peer=peer: self._copy(
+                lambda job: ["bash", "-c", peer.script(job)], peer.programs
+            )
+        runs["limits"] = self._limits
+        results = {}
+        for name in self._in_turn(list(runs), self._rounds_run):
+            results[name] = runs[name]()
+            took = results[name].get("wall") or results[name]["copyIO"]
+            print(f"  {name}: {took:.2f} s", flush=True)
+        limits = results.pop("limits")
+        return {"limits": limits, "commands": {name: results[name] for name in runs if name in results}}
+
+    @staticmethod
+    def _in_turn(names: list, turn: int) -> list:
+        turn %= len(names)
+        return names[turn:] + names[:turn]
+
+    def _job(self) -> Job:
+        names = [self._work / f"copy-{index + 1}" for index in range(self.row.destinations)]
+        return Job(self.row, self._source, names, flush=self._flushes(), direct=self.medium.direct)
+
+    def _flushes(self) -> bool:
+        return self.medium.is_disk and not self.row.starts
+
+    def _new_job(self) -> Job:
+        job = self._job()
+        for destination in job.destinations:
+            if job.sequence:
+                destination.mkdir()
+        return job
+
+    def _remove_copies(self):
+        for path in self._work.iterdir():
+            _remove(path)
+        self.medium.settle()
+
+    def _copy(self, command_for, programs) -> dict:
+        job = self._new_job()
+        self.medium.forget_cached(job.source)
+        self._warm_up(programs)
+        result = self._timed(1, command_for(job))
+        if self.medium.is_disk:
+            result["cachedBytes"] = cached_bytes([job.source, *job.destinations])
+        if self._rounds_run == 0:
+            self._check(job)
+        self._remove_copies()
+        return result
+
+    def _warm_up(self, programs):
+        """A program's own pages, which were dropped with all others, are no part of what is measured."""
+        for command in [[program, "--version"] for program in programs] + [[self._programs.tool]]:
+            subprocess.run(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=False)
+
+    def _check(self, job: Job):
+        for destination in job.destinations:
+            originals, copies = files_at(job.source), files_at(destination)
+            if len(originals) != len(copies) or not all(map(_agree, originals, copies)):
+                raise RuntimeError(f"{self.row.name}: {destination.name} is not a copy of the source")
+
+    def _limits(self) -> dict:
+        """Reading and writing alone, in as many streams as the offload has, and one core's digest rate."""
+        job = self._new_job()
+        mode = "direct" if job.direct else "cached"
+        reads = [f"read:{path}" for path in [job.source, *job.destinations]]
+        writes = [f"write:{path}:{job.source}" for path in job.destinations]
+        self.medium.forget_cached(job.source)
+        limits = {"copyIO": self._timed(1, [self._programs.raw_io, mode, reads[0], *writes])["wall"]}
+        if self.row.read_back:
+            self.medium.forget_cached(job.source)
+            limits["verifyIO"] = self._timed(1, [self._programs.raw_io, mode, *reads])["wall"]
+        self._remove_copies()
+        limits["digestRate"] = machine.digest_rate(self.row.digest)
+        return limits
+
+    # Starts.
+
+    def _start_round(self) -> dict:
+        job = Job(self.row, self._source, [self._work / "copy{}"], flush=False, direct=False)
+        paths = [job.source, *job.destinations]
+        runs = {
+            TOOL: ([[self._programs.tool, "-k", "-nf", *paths]], self.row.starts),
+            START_FLOOR: ([[self._programs.start_floor, *paths]], self.row.starts),
+        }
+        for peer in self.peers():
+            runs[peer.shown_name(job)] = (peer.start(job), max(1, int(self.row.starts * peer.start_share)))
+        totals = {name: {"wall": 0.0, "cpu": 0.0, "peakKiB": 0} for name in runs}
+        for block in range(START_BLOCKS):
+            for name in self._in_turn(list(runs), block + self._rounds_run):
+                chain, starts = runs[name]
+                times = starts * (block + 1) // START_BLOCKS - starts * block // START_BLOCKS
+                if times > 0:
+                    self._add_starts(totals[name], chain, times)
+        return {"limits": {}, "commands": {name: _for_one(totals[name], starts) for name, (_, starts) in runs.items()}}
+
+    def _add_starts(self, total: dict, chain: list, times: int):
+        words = chain[0] + [word for command in chain[1:] for word in ["--then", *command]]
+        result = self._timed(times, words)
+        if len(list(self._work.iterdir())) != times:
+            raise RuntimeError(f"{chain[0][0]}: not every start left a copy")
+        self._remove_copies()
+        total["wall"] += result["wall"]
+        total["cpu"] += result["cpu"]
+        total["peakKiB"] = max(total["peakKiB"], result["peakKiB"])
+
+    # Any command.
+
+    def _timed(self, times: int, command: list) -> dict:
+        with tempfile.TemporaryDirectory() as folder:
+            result, log = Path(folder) / "result", Path(folder) / "log"
+            with open(log, "w", encoding="utf-8") as output:
+                words = [str(word) for word in [self._programs.stopwatch, result, times, *command]]
+                ended = subprocess.run(words, stdin=subprocess.DEVNULL, stdout=output, stderr=output, check=False)
+            if ended.returncode != 0:
+                tail = log.read_text(encoding="utf-8", errors="replace")[-2000:]
+                raise RuntimeError(f"status {ended.returncode} of:\n{' '.join(words[3:])}\n{tail}")
+            wall, user, system, peak = map(float, result.read_text(encoding="ascii").split())
+        return {"wall": wall, "cpu": user + system, "peakKiB": int(peak)}
