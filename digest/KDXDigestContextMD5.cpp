@@ -9,7 +9,11 @@ void KDXDigestContextMD5::reset() {
 }
 
 void KDXDigestContextMD5::update(const void* bytes, uint64_t length) {
-  SharedMD5::shared().update(_context, bytes, length);
+  if (length < SharedMD5::smallestShared) {
+    MD5_Update(&_context, bytes, length);
+  } else {
+    SharedMD5::shared().update(_context, bytes, length);
+  }
   _totalLength += length;
 }
 

@@ -9,8 +9,6 @@
 namespace {
 
 constexpr std::size_t blockSize = MD5_CBLOCK;
-// Shorter feeds are over before another thread could take them up.
-constexpr std::size_t smallestShared = std::size_t{64} << 10;
 // What is digested between two looks at what else has to be: half a millisecond.
 constexpr std::size_t blocksOfSlice = 4096;
 // For how many slices, some 40 ms, threads go on sharing when there would be a core for each: who is missing reads its next

@@ -14,6 +14,9 @@
 // the core does the work of five.
 class SharedMD5 {
  public:
+  // Shorter feeds are over before another thread could take them up: they go to the library at once.
+  static constexpr std::size_t smallestShared = std::size_t{64} << 10;
+
   // For the cores that this process may use, once for the process and never destroyed.
   static SharedMD5& shared();
 

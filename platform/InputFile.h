@@ -32,6 +32,9 @@ class InputFile {
 
   [[nodiscard]] int descriptor() const { return _file.get(); }
 
+  // Bytes that the file had when it was opened; 0 for what is no regular file.
+  [[nodiscard]] std::size_t sizeWhenOpened() const { return static_cast<std::size_t>(_leastSize); }
+
   // Reads on until the buffer is full, the file ends or an error comes; a short result is the end of the file and
   // nothing else. An error after some bytes is an error: what the buffer holds then is not to be used. A file that ends
   // before the size it had when it was opened, or whose dirty pages the device did not take, is EIO or the device's error.
@@ -51,7 +54,7 @@ class InputFile {
 
   FileDescriptor _file;
   int64_t _alignment;      // bytes; 0 without transfers past the cache
-  int64_t _leastSize = 0;  // bytes that the file had when it was opened; 0 for what is no regular file
+  int64_t _leastSize = 0;  // bytes, see sizeWhenOpened
   int _deviceError = 0;    // errno with which dirty pages could not be written to the device
   int64_t _position = 0;
   int64_t _dropped = 0;  // on the cached road: everything before this offset was dropped

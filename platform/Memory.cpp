@@ -1,8 +1,12 @@
 #include "platform/Memory.h"
 
 #include <fmt/format.h>
+#include <malloc.h>
+#include <sys/mman.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <tuple>
 
 #include "platform/Process.h"
 
@@ -12,13 +16,22 @@ void FreeMemory::operator()(std::byte* memory) const noexcept {
   std::free(memory);
 }
 
-PageAlignedMemory allocatePages(std::size_t size) {
+PageAlignedMemory allocatePages(std::size_t size, std::size_t used) {
   constexpr std::size_t pageSize = 4096;
+  constexpr std::size_t hugePageSize = std::size_t{2} << 20;
+  const bool fillsHugePages = std::min(size, used) >= hugePageSize;
   void* memory = nullptr;
-  if (::posix_memalign(&memory, pageSize, size) != 0) {
+  if (::posix_memalign(&memory, fillsHugePages ? hugePageSize : pageSize, size) != 0) {
     endProcessForLackOf(fmt::format("{} bytes of memory", size));
   }
+  // A device takes a transfer past the cache in pieces that lie together in memory: of small pages it may need so many
+  // that it is half as fast. Advice: a system without huge pages gives small ones.
+  if (fillsHugePages) std::ignore = ::madvise(memory, size, MADV_HUGEPAGE);
   return PageAlignedMemory(static_cast<std::byte*>(memory));
+}
+
+void shareOneHeap() {
+  std::ignore = ::mallopt(M_ARENA_MAX, 1);
 }
 
 }  // namespace platform

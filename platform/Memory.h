@@ -12,7 +12,15 @@ struct FreeMemory {
 // Memory that starts on a page (4096 bytes), as transfers past the file cache need it.
 using PageAlignedMemory = std::unique_ptr<std::byte, FreeMemory>;
 
-// `size` bytes, not initialised. When they cannot be had the process ends with a message (endProcessForLackOf).
-PageAlignedMemory allocatePages(std::size_t size);
+// `size` bytes, not initialised, of which `used` will be touched: as many as fill huge pages are put into such, where the
+// system has them to give. When the bytes cannot be had the process ends with a message (endProcessForLackOf).
+PageAlignedMemory allocatePages(std::size_t size, std::size_t used);
+inline PageAlignedMemory allocatePages(std::size_t size) {
+  return allocatePages(size, size);
+}
+
+// Lets all threads take small pieces of memory from one heap: a heap for each costs more, at its start, than the waiting for
+// one another that it saves a program whose threads hardly ask. Best called before there is a second thread.
+void shareOneHeap();
 
 }  // namespace platform

@@ -14,12 +14,20 @@ using platform::PageAlignedMemory;
 namespace {
 
 TEST(Memory, StartsOnAPageAndCanBeWrittenToItsEnd) {
-  for (const std::size_t size : {std::size_t{1}, std::size_t{4095}, std::size_t{4096}, std::size_t{1'048'577}}) {
+  for (const std::size_t size :
+       {std::size_t{1}, std::size_t{4095}, std::size_t{4096}, std::size_t{1'048'577}, std::size_t{5'242'880}}) {
     const PageAlignedMemory memory = allocatePages(size);
     EXPECT_EQ(0U, reinterpret_cast<std::uintptr_t>(memory.get()) % 4096) << size;
     std::fill_n(memory.get(), size, std::byte{7});
     EXPECT_EQ(static_cast<std::ptrdiff_t>(size), std::count(memory.get(), memory.get() + size, std::byte{7}));
   }
+}
+
+// A device takes a transfer in as many pieces as its memory has: huge pages make them few.
+TEST(Memory, ThatFillsHugePagesStartsOnOne) {
+  constexpr std::size_t hugePage = 2 << 20;
+  const PageAlignedMemory memory = allocatePages(5 * hugePage);
+  EXPECT_EQ(0U, reinterpret_cast<std::uintptr_t>(memory.get()) % hugePage);
 }
 
 TEST(MemoryDeathTest, MoreThanThereIsEndsTheProcessWithAMessage) {

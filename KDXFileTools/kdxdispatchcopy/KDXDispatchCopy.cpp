@@ -16,7 +16,6 @@
 #include "platform/Log.h"
 #include "platform/Process.h"
 
-using platform::ConcurrentQueue;
 using platform::OutputFile;
 
 namespace {
@@ -124,7 +123,6 @@ uint64_t KDXDispatchCopy::streamSourceInto(std::vector<OutputFile>& destinations
                                            ProgressClock::Clock::time_point start) {
   uint64_t bytesCopied = 0;  // changed on _readQ alone until done
   ProgressClock progress(progressInterval, start);
-  ConcurrentQueue writeQueue("write");
   platform::DispatchGroup done;
   done.enter();
   KDXReadFile(_sourceURL->path(), _readQ, [&](bool isLast, const std::byte* bytes, int64_t length, int32_t error) {
@@ -132,7 +130,7 @@ uint64_t KDXDispatchCopy::streamSourceInto(std::vector<OutputFile>& destinations
     if (length != 0) {
       const std::span data(bytes, static_cast<std::size_t>(length));
       writeToAll(
-          writeQueue, destinations, data, [&] { updateHash(data); },
+          _destinationsQ, destinations, data, [&] { updateHash(data); },
           [this](std::size_t index, int64_t result) { endForFailedWrite(index, result); });
       bytesCopied += data.size();
       if (_verbose && progress.isDue()) {

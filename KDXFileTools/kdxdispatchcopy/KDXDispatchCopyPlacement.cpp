@@ -29,7 +29,7 @@ void KDXDispatchCopy::startMoving() {
 
 void KDXDispatchCopy::makeTemporaryFilesPermanent() {
   std::vector<int> results(_destinationURLs.size());
-  platform::ConcurrentQueue("sync").apply(results.size(), [&](std::size_t index) {
+  _destinationsQ.apply(results.size(), [&](std::size_t index) {
     results[index] = platform::makeDataPermanent(_destinationURLs[index].path());
   });
   for (std::size_t index = 0; index < results.size(); ++index) {

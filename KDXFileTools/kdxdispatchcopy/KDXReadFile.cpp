@@ -50,8 +50,9 @@ std::size_t bufferSizeOfThisProcess() {
 // One reading call: its buffers, and where its data goes.
 class BufferedReader {
  public:
-  BufferedReader(std::size_t bufferSize, platform::DispatchQueue& queue, KDXReadFileDataBlock dataBlock)
-      : _buffers(ReadBuffers::make(bufferSize)),
+  BufferedReader(const std::shared_ptr<ReadBuffers>& buffers, platform::DispatchQueue& queue,
+                 KDXReadFileDataBlock dataBlock)
+      : _buffers(buffers),
         _queue(queue),
         _dataBlock(std::make_shared<const KDXReadFileDataBlock>(std::move(dataBlock))) {}
 
@@ -91,7 +92,8 @@ void endForUnreadableFile(const std::string& path) {
 void KDXReadFile(const std::string& path, platform::DispatchQueue& queue, KDXReadFileDataBlock dataBlock) {
   const std::size_t bufferSize = bufferSizeOfThisProcess();
   platform::InputFile file = _openForRead(path);
-  BufferedReader(bufferSize, queue, std::move(dataBlock)).readToEnd(std::move(file));
+  const auto buffers = ReadBuffers::make(bufferSize, file.sizeWhenOpened());
+  BufferedReader(buffers, queue, std::move(dataBlock)).readToEnd(std::move(file));
 }
 
 std::size_t KDXReadFilesBufferSize(uint64_t firstFileSize) {
@@ -108,7 +110,7 @@ void KDXReadFiles(const FileList& files, platform::DispatchQueue& queue, const K
                   KDXReadFileDataBlock dataBlock) {
   if (files.empty()) return;
   const uint64_t firstFileSize = filesizeCFI(files.front()).value_or(0);
-  BufferedReader reader(KDXReadFilesBufferSize(firstFileSize), queue, std::move(dataBlock));
+  BufferedReader reader(ReadBuffers::make(KDXReadFilesBufferSize(firstFileSize)), queue, std::move(dataBlock));
   std::atomic<bool> stop = false;
   platform::DispatchGroup startCallbacks;
   for (std::size_t position = 0; position < files.size() && !stop; ++position) {

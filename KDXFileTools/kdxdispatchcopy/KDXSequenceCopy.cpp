@@ -12,7 +12,6 @@
 #include "platform/Log.h"
 #include "platform/Process.h"
 
-using platform::ConcurrentQueue;
 using platform::OutputFile;
 
 namespace {
@@ -74,7 +73,7 @@ class KDXSequenceCopy::FrameStream {
     if (length != 0) {
       const std::span data(bytes, static_cast<std::size_t>(length));
       writeToAll(
-          _writeQueue, _destinations, data, [&] { digest(data); }, failedWrite());
+          _job._destinationsQ, _destinations, data, [&] { digest(data); }, failedWrite());
       _bytesCopied += data.size();
     }
     if (_job.verbose() && _progress.isDue()) {
@@ -135,7 +134,6 @@ class KDXSequenceCopy::FrameStream {
   KDXSequenceCopy& _job;
   const ProgressClock::Clock::time_point _start = ProgressClock::Clock::now();
   ProgressClock _progress{progressInterval, _start};
-  ConcurrentQueue _writeQueue{"write"};
   uint64_t _bytesCopied = 0;
   std::string _digestList;
   std::string _externalDigestList;

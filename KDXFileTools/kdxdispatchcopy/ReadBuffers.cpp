@@ -36,10 +36,10 @@ SharedMemory& shared() {
 }
 
 // With the lock held. Only memory of the size now asked for is kept: sizes hardly ever mix.
-platform::PageAlignedMemory takeIdleOrAllocate(std::size_t size) {
+platform::PageAlignedMemory takeIdleOrAllocate(std::size_t size, std::size_t largestRead) {
   std::list<IdleBuffer>& idle = shared().idle;
   idle.remove_if([size](const IdleBuffer& buffer) { return buffer.size != size; });
-  if (idle.empty()) return platform::allocatePages(size);
+  if (idle.empty()) return platform::allocatePages(size, largestRead);
   platform::PageAlignedMemory memory = std::move(idle.front().memory);
   idle.pop_front();
   return memory;
@@ -47,11 +47,12 @@ platform::PageAlignedMemory takeIdleOrAllocate(std::size_t size) {
 
 }  // namespace
 
-std::shared_ptr<ReadBuffers> ReadBuffers::make(std::size_t bufferSize) {
-  return std::shared_ptr<ReadBuffers>(new ReadBuffers(bufferSize));
+std::shared_ptr<ReadBuffers> ReadBuffers::make(std::size_t bufferSize, std::size_t largestRead) {
+  return std::shared_ptr<ReadBuffers>(new ReadBuffers(bufferSize, largestRead));
 }
 
-ReadBuffers::ReadBuffers(std::size_t bufferSize) : _bufferSize(bufferSize) {
+ReadBuffers::ReadBuffers(std::size_t bufferSize, std::size_t largestRead)
+    : _bufferSize(bufferSize), _largestRead(largestRead) {
   const std::lock_guard lock(shared().mutex);
   ++shared().calls;
   ++shared().callsWithout;
@@ -79,7 +80,7 @@ std::shared_ptr<std::byte> ReadBuffers::next() {
   memory.changed.wait(lock, [this] { return mayTakeAnother(); });
   if (_held++ == 0) --memory.callsWithout;
   ++memory.buffersInUse;
-  std::byte* const buffer = takeIdleOrAllocate(_bufferSize).release();
+  std::byte* const buffer = takeIdleOrAllocate(_bufferSize, _largestRead).release();
   lock.unlock();
   return {buffer, [self = shared_from_this()](std::byte* bytes) {
             SharedMemory& owner = shared();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <limits>
 #include <memory>
 
 // The buffers of one reading call: at most two at a time, one being read into while the other is worked on. All calls
@@ -8,8 +9,8 @@
 // always come by one buffer, and by its second while fewer than 50 MiB (or five buffers) are in use or claimed.
 class ReadBuffers : public std::enable_shared_from_this<ReadBuffers> {
  public:
-  // `bufferSize` in bytes.
-  static std::shared_ptr<ReadBuffers> make(std::size_t bufferSize);
+  // `bufferSize` in bytes; `largestRead` is how many of them will be filled at most, as far as that is known.
+  static std::shared_ptr<ReadBuffers> make(std::size_t bufferSize, std::size_t largestRead = unknown);
   ~ReadBuffers();
   ReadBuffers(const ReadBuffers&) = delete;
   ReadBuffers& operator=(const ReadBuffers&) = delete;
@@ -21,9 +22,12 @@ class ReadBuffers : public std::enable_shared_from_this<ReadBuffers> {
   std::shared_ptr<std::byte> next();
 
  private:
-  explicit ReadBuffers(std::size_t bufferSize);
+  static constexpr std::size_t unknown = std::numeric_limits<std::size_t>::max();
+
+  ReadBuffers(std::size_t bufferSize, std::size_t largestRead);
   [[nodiscard]] bool mayTakeAnother() const;
 
   const std::size_t _bufferSize;
+  const std::size_t _largestRead;
   std::size_t _held = 0;  // guarded by the lock of the shared memory
 };
