@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <string_view>
 
 namespace {
 
@@ -18,7 +19,7 @@ constexpr int code(LongOnly option) {
 constexpr const char* shortOptions = "-a:t:e:knvfb:";
 constexpr int pathFound = 1;
 
-const std::array<option, 15> longOptions{{
+constexpr std::array<option, 15> longOptions{{
     {"v", no_argument, nullptr, 'v'},
     {"f_size", required_argument, nullptr, 'a'},
     {"k", no_argument, nullptr, 'k'},
@@ -35,6 +36,32 @@ const std::array<option, 15> longOptions{{
     {"e", required_argument, nullptr, 'e'},
     {nullptr, 0, nullptr, 0},
 }};
+
+constexpr bool hasShortForm(const option& entry) {
+  return entry.val < code(LongOnly::sequence);
+}
+
+// True for a letter of the short options, with an argument where it should have one.
+constexpr bool isShortOption(int letter, int argument) {
+  const std::string_view letters = std::string_view(shortOptions).substr(1);
+  const std::size_t found = letters.find(static_cast<char>(letter));
+  if (found == std::string_view::npos) return false;
+  return letters.substr(found + 1).starts_with(':') == (argument == required_argument);
+}
+
+// The short options and the long ones that have a short form are the same, so that the long ones tell all.
+constexpr bool tablesAgree() {
+  std::size_t shortForms = 0;
+  for (const option& entry : longOptions) {
+    if (entry.name == nullptr || !hasShortForm(entry)) continue;
+    if (!isShortOption(entry.val, entry.has_arg)) return false;
+    ++shortForms;
+  }
+  std::size_t letters = 0;
+  for (const char letter : std::string_view(shortOptions).substr(1)) letters += letter == ':' ? 0 : 1;
+  return shortForms == letters;
+}
+static_assert(tablesAgree());
 
 // The first path is the source, whatever becomes of it; every later one is a destination.
 void takePath(CommandLine& line, bool& sourceSeen, const char* argument) {
@@ -98,6 +125,17 @@ void takeOption(CommandLine& line, int option, const char* argument) {
 }
 
 }  // namespace
+
+std::vector<CommandLineOption> commandLineOptions() {
+  std::vector<CommandLineOption> options;
+  for (const option& entry : longOptions) {
+    if (entry.name == nullptr) break;
+    options.push_back({.longName = entry.name,
+                       .shortName = hasShortForm(entry) ? static_cast<char>(entry.val) : '\0',
+                       .takesArgument = entry.has_arg == required_argument});
+  }
+  return options;
+}
 
 CommandLine parseCommandLine(int argc, char* const* argv) {
   CommandLine line;

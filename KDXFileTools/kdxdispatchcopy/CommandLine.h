@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "KDXFileTools/kdxdispatchcopy/KDXFileSequence.h"
@@ -31,3 +32,13 @@ struct CommandLine {
 // getopt_long_only(3) allows; one that is unknown or lacks its argument is passed over. A path that is not UTF-8 is
 // none. Uses the parser's global state: one call at a time.
 CommandLine parseCommandLine(int argc, char* const* argv);
+
+// An option as it is written on a command line.
+struct CommandLineOption {
+  std::string_view longName;  // behind one dash or two
+  char shortName = '\0';      // behind one dash, alone or in a cluster; none for some
+  bool takesArgument = false;
+};
+
+// Every option that the parser knows: what the manual page and the shells' completions have to offer.
+std::vector<CommandLineOption> commandLineOptions();
