@@ -94,13 +94,15 @@ def floors_of(record: dict, limits: dict, cores: int) -> tuple:
     """Seconds that copying and reading back can't be shorter than.
 
     The source is read while the copies are written and its one stream is digested; then all files are read and digested
-    side by side, each stream at no more than one core's rate and all together at no more than that of all cores.
+    side by side, each stream at no more than one core's rate. What reading, writing and digesting take of the processor is
+    shared by all cores.
     """
     digest = record["bytes"] / limits["digestRate"]
-    copy = max(limits["copyIO"], digest)
+    copy = max(limits["copyIO"], digest, (limits["copyCPU"] + digest) / cores)
     if not record["readBack"]:
         return copy, None
-    return copy, max(limits["verifyIO"], digest, (record["destinations"] + 1) * digest / cores)
+    streams = record["destinations"] + 1
+    return copy, max(limits["verifyIO"], digest, (limits["verifyCPU"] + streams * digest) / cores)
 
 
 def _line(name: str, record: dict) -> Line:
