@@ -5,6 +5,8 @@
 
 #ifdef __AVX2__
 
+#include <cpuid.h>
+
 namespace {
 
 constexpr int lanes = streamsOfMD5EightStreams;
@@ -91,8 +93,20 @@ template <int step = 0>
 
 }  // namespace
 
+// Asked when there is something to share. The compiler's own query would ask at every start, which is slow in a virtual
+// machine: 0.08 of 2 ms.
 bool canDigestMD5EightStreams() {
-  return __builtin_cpu_supports("avx2") != 0;
+  unsigned eax = 0;
+  unsigned ebx = 0;
+  unsigned ecx = 0;
+  unsigned edx = 0;
+  constexpr unsigned savesRegisters = bit_OSXSAVE | bit_AVX;
+  if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) == 0 || (ecx & savesRegisters) != savesRegisters) return false;
+  if (__get_cpuid_count(7, 0, &eax, &ebx, &ecx, &edx) == 0 || (ebx & bit_AVX2) == 0) return false;
+  // The processor has the instructions; the system must also keep the registers when it changes threads.
+  constexpr unsigned vectorRegisters = 6;
+  asm("xgetbv" : "=a"(eax), "=d"(edx) : "c"(0));
+  return (eax & vectorRegisters) == vectorRegisters;
 }
 
 void md5EightStreams(MD5EightStates& states, const std::byte* const (&data)[streamsOfMD5EightStreams],

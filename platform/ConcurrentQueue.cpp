@@ -16,14 +16,15 @@ void ConcurrentQueue::async(Task task) {
 }
 
 void ConcurrentQueue::start(Task task) {
-  if (++_unfinished > _threads) {
-    _workers.addThread();
-    ++_threads;
-  }
   _workers.post([this, task = std::move(task)] {
     task();
     taskEnded();
   });
+  // Behind the task: a new thread then finds it instead of going to sleep first.
+  if (++_unfinished > _threads) {
+    _workers.addThread();
+    ++_threads;
+  }
 }
 
 void ConcurrentQueue::taskEnded() {

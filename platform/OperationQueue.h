@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <mutex>
 #include <string>
 
 #include "platform/DispatchGroup.h"
@@ -28,7 +27,6 @@ class OperationQueue {
 
  private:
   std::size_t _maxConcurrentOperationCount = 1;
-  std::once_flag _start;
   DispatchGroup _unfinished;
   WorkerThreads _workers;
 };

@@ -8,11 +8,7 @@
 namespace platform {
 
 void SerialQueue::async(Task task) {
-  std::call_once(_start, [this] {
-    _worker.addThread();
-    _hasStarted = true;
-  });
-  _worker.post(std::move(task));
+  _worker.postAndStart(std::move(task));
 }
 
 void SerialQueue::sync(const Task& task) {

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <atomic>
-#include <mutex>
 #include <string>
 
 #include "platform/DispatchQueue.h"
@@ -23,13 +21,11 @@ class SerialQueue final : public DispatchQueue {
   // On a serial queue every task is a barrier.
   void barrierSync(const Task& task) override { sync(task); }
 
-  // True once a task was queued.
-  [[nodiscard]] bool hasStarted() const { return _hasStarted; }
+  // True once a task was queued and has a thread to run on.
+  [[nodiscard]] bool hasStarted() const { return _worker.hasStarted(); }
   [[nodiscard]] bool isCurrentQueue() const { return _worker.isCurrentThread(); }
 
  private:
-  std::once_flag _start;
-  std::atomic<bool> _hasStarted = false;
   WorkerThreads _worker;
 };
 

@@ -5,6 +5,7 @@
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
 #include <asio/post.hpp>
+#include <atomic>
 #include <mutex>
 #include <system_error>
 #include <thread>
@@ -21,6 +22,8 @@ struct WorkerThreads::State {
   const std::string label;
   asio::io_context context;
   asio::executor_work_guard<asio::io_context::executor_type> work = asio::make_work_guard(context);
+  std::once_flag start;
+  std::atomic<bool> hasStarted = false;
   std::mutex mutex;
   std::vector<std::thread> threads;  // guarded by mutex
 };
@@ -35,27 +38,30 @@ WorkerThreads::WorkerThreads(std::string label) : _state(std::make_shared<State>
 
 WorkerThreads::~WorkerThreads() {
   _state->work.reset();
-  const bool ownThread = isCurrentThread();
-  for (std::thread& thread : _state->threads) {
-    if (ownThread) {
-      thread.detach();
-    } else {
-      thread.join();
-    }
+  if (isCurrentThread()) {
+    // Who posted the task that runs here may still be adding this very thread.
+    const std::lock_guard lock(_state->mutex);
+    for (std::thread& thread : _state->threads) thread.detach();
+    return;
   }
+  for (std::thread& thread : _state->threads) thread.join();
 }
 
 void WorkerThreads::addThread() {
-  const std::lock_guard lock(_state->mutex);
+  addThread(_state);
+}
+
+void WorkerThreads::addThread(const std::shared_ptr<State>& state) {
+  const std::lock_guard lock(state->mutex);
   try {
     // The thread shares the state, which thus outlives a queue that is destroyed by its own last task.
-    _state->threads.emplace_back([state = _state] {
+    state->threads.emplace_back([state] {
       stateOfThisThread = state.get();
       ::pthread_setname_np(::pthread_self(), state->label.substr(0, 15).c_str());
       state->context.run();
     });
   } catch (const std::system_error& error) {
-    endProcessForLackOf("a thread for the queue " + _state->label + " (" + error.what() + ")");
+    endProcessForLackOf("a thread for the queue " + state->label + " (" + error.what() + ")");
   }
 }
 
@@ -63,6 +69,19 @@ void WorkerThreads::post(Task task) {
   // The task may run, and drop the last reference to the queue, before this call is through with the context.
   const std::shared_ptr<State> state = _state;
   asio::post(state->context, std::move(task));
+}
+
+void WorkerThreads::postAndStart(Task task, std::size_t threads) {
+  const std::shared_ptr<State> state = _state;
+  asio::post(state->context, std::move(task));
+  std::call_once(state->start, [&state, threads] {
+    for (std::size_t thread = 0; thread < threads; ++thread) addThread(state);
+    state->hasStarted = true;
+  });
+}
+
+bool WorkerThreads::hasStarted() const {
+  return _state->hasStarted;
 }
 
 bool WorkerThreads::isCurrentThread() const {

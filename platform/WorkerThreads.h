@@ -24,10 +24,17 @@ class WorkerThreads {
 
   void addThread();
   void post(Task task);
+
+  // Posts the task and, with the first one, adds the first `threads` threads: after it, so that they find work at once
+  // instead of going to sleep and being woken, which would be most of what a short run of a queue costs.
+  void postAndStart(Task task, std::size_t threads = 1);
+  // True once postAndStart has added its threads.
+  [[nodiscard]] bool hasStarted() const;
   [[nodiscard]] bool isCurrentThread() const;
 
  private:
   struct State;
+  static void addThread(const std::shared_ptr<State>& state);
   std::shared_ptr<State> _state;
 };
 
