@@ -31,6 +31,7 @@ PageAlignedMemory allocatePages(std::size_t size, std::size_t used) {
 }
 
 void shareOneHeap() {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): called before there is a second thread
   std::ignore = ::mallopt(M_ARENA_MAX, 1);
 }
 
