@@ -45,5 +45,5 @@ class SharedMD5 {
   std::condition_variable _changed;  // feeds have ended
   Feeds _unfinished;                 // with blocks left, in the order of their calls; guarded by _mutex
   std::size_t _workers = 0;          // threads that digest at the moment; guarded by _mutex
-  std::size_t _slicesToShare = 0;    // for which more than a core for each is not needed to share; guarded by _mutex
+  std::size_t _slicesToShare = 0;    // digested together even if there is a core for each feed; guarded by _mutex
 };
