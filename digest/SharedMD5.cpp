@@ -68,8 +68,8 @@ void SharedMD5::digestBlocks(Feed& own) {
     }
     if (_unfinished.size() > _cores) {
       _slicesToShare = slicesToGoOnSharing;
-    } else if (_slicesToShare > 0) {
-      --_slicesToShare;
+    } else if (_slicesToShare > 0 && --_slicesToShare == 0) {
+      _changed.notify_all();
     }
     const Feeds feeds = take(own);
     ++_workers;

@@ -42,7 +42,7 @@ class SharedMD5 {
 
   const std::size_t _cores;
   std::mutex _mutex;
-  std::condition_variable _changed;  // feeds have ended
+  std::condition_variable _changed;  // feeds have ended, or there is a core for each again
   Feeds _unfinished;                 // with blocks left, in the order of their calls; guarded by _mutex
   std::size_t _workers = 0;          // threads that digest at the moment; guarded by _mutex
   std::size_t _slicesToShare = 0;    // digested together even if there is a core for each feed; guarded by _mutex

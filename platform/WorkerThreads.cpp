@@ -38,12 +38,13 @@ WorkerThreads::WorkerThreads(std::string label) : _state(std::make_shared<State>
 
 WorkerThreads::~WorkerThreads() {
   _state->work.reset();
+  // Who posted the last task may still be adding the thread that ran it.
+  std::unique_lock lock(_state->mutex);
   if (isCurrentThread()) {
-    // Who posted the task that runs here may still be adding this very thread.
-    const std::lock_guard lock(_state->mutex);
     for (std::thread& thread : _state->threads) thread.detach();
     return;
   }
+  lock.unlock();
   for (std::thread& thread : _state->threads) thread.join();
 }
 
