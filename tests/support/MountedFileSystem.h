@@ -35,7 +35,7 @@ class MountedFileSystem {
   [[nodiscard]] uint64_t bytesReadFromDevice() const;
   // Bytes of the file that are in the page cache now.
   [[nodiscard]] static uint64_t bytesInCache(const std::string& path);
-  // Reads the whole file through the cache, so that all of it is cached.
+  // Reads the whole file through the cache until all of it is cached: under load the system may take a page back at once.
   static void fillCache(const std::string& path);
 
  private:
