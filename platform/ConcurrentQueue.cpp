@@ -28,8 +28,11 @@ void ConcurrentQueue::start(Task task) {
 }
 
 void ConcurrentQueue::taskEnded() {
-  const std::lock_guard lock(_mutex);
-  if (--_unfinished == 0) _changed.notify_all();
+  std::unique_lock lock(_mutex);
+  const bool isLast = --_unfinished == 0;
+  lock.unlock();
+  // Without the lock, which the woken thread takes first. The queue stays until its threads have ended.
+  if (isLast) _changed.notify_all();
 }
 
 void ConcurrentQueue::barrierSync(const Task& task) {

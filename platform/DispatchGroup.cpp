@@ -3,19 +3,22 @@
 namespace platform {
 
 void DispatchGroup::enter() {
-  const std::lock_guard lock(_mutex);
-  ++_entered;
+  const std::lock_guard lock(_state->mutex);
+  ++_state->entered;
 }
 
 void DispatchGroup::leave() {
-  const std::lock_guard lock(_mutex);
-  // Under the lock: the waiter may destroy the group as soon as it can take the lock again.
-  if (--_entered == 0) _empty.notify_all();
+  // The waiter may destroy the group as soon as the count is 0. It is woken without the lock, which it takes first.
+  const std::shared_ptr<State> state = _state;
+  std::unique_lock lock(state->mutex);
+  const bool isEmpty = --state->entered == 0;
+  lock.unlock();
+  if (isEmpty) state->empty.notify_all();
 }
 
 void DispatchGroup::wait() {
-  std::unique_lock lock(_mutex);
-  _empty.wait(lock, [this] { return _entered == 0; });
+  std::unique_lock lock(_state->mutex);
+  _state->empty.wait(lock, [this] { return _state->entered == 0; });
 }
 
 }  // namespace platform

@@ -2,6 +2,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 
 namespace platform {
@@ -17,9 +18,12 @@ class DispatchGroup {
   void wait();
 
  private:
-  std::mutex _mutex;
-  std::condition_variable _empty;
-  uint64_t _entered = 0;  // guarded by _mutex
+  struct State {
+    std::mutex mutex;
+    std::condition_variable empty;
+    uint64_t entered = 0;  // guarded by mutex
+  };
+  std::shared_ptr<State> _state = std::make_shared<State>();
 };
 
 }  // namespace platform

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sched.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -64,6 +65,15 @@ void raiseDiskPriority() {
   constexpr int classShift = 13;
   constexpr int highestLevel = 0;
   std::ignore = ::syscall(SYS_ioprio_set, setForProcess, wholeProcess, bestEffort << classShift | highestLevel);
+}
+
+void stayOnThisProcessor() {
+  const int processor = ::sched_getcpu();
+  if (processor < 0 || processor >= CPU_SETSIZE) return;
+  cpu_set_t only;
+  CPU_ZERO(&only);
+  CPU_SET(static_cast<std::size_t>(processor), &only);
+  std::ignore = ::sched_setaffinity(0, sizeof only, &only);
 }
 
 void endProcess(int status) {

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
 #include "KDXFileTools/kdxdispatchcopy/FrontEnd.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
 #include "platform/Process.h"
@@ -526,6 +527,46 @@ TEST(FrontEndRun, ARefusedDiskPriorityChangesNothing) {
   const ToolRun run = runTool(ToolStart{.arguments = {"-j", source}, .wrapper = injecting("ioprio_set:error=EPERM")});
   EXPECT_EQ(0, run.exitStatus);
   EXPECT_EQ("", run.errors);
+}
+
+// The calls that bind the process to one processor while it offloads the source.
+std::string bindingsWhile(const ToolStart& start, const ScratchDirectory& scratch) {
+  ToolStart traced = start;
+  traced.wrapper = {
+      "strace", "-f", "-qq", "-e", "trace=sched_setaffinity", "-e", "signal=none", "-o", scratch.file("calls")};
+  const ToolRun run = runTool(traced);
+  EXPECT_EQ(0, run.exitStatus) << run.output << run.errors;
+  return readFile(scratch.file("calls"));
+}
+
+TEST(FrontEndRun, AFileNotWorthAThreadIsOffloadedOnOneProcessorAndALargerOneIsNot) {
+  if (!canInjectFaults()) GTEST_SKIP() << "needs strace and a build without sanitizers";
+  const ScratchDirectory scratch;
+  const std::string source = scratch.file("clip.mov");
+  writeFile(source, mediaBytes(notWorthAThread));
+  EXPECT_THAT(bindingsWhile({.arguments = {source, scratch.file("a/clip.mov")}}, scratch),
+              HasSubstr("sched_setaffinity(0, "));
+  writeFile(source, mediaBytes(notWorthAThread + 1));
+  EXPECT_EQ("", bindingsWhile({.arguments = {source, scratch.file("b/clip.mov")}}, scratch));
+}
+
+TEST(FrontEndRun, ADeviceAndASequenceAreNotBoundToOneProcessor) {
+  if (!canInjectFaults()) GTEST_SKIP() << "needs strace and a build without sanitizers";
+  const ScratchDirectory scratch;
+  EXPECT_EQ("", bindingsWhile({.arguments = {"-j", "/dev/null"}}, scratch));
+  writeFile(scratch.file("card/p.1.dpx"), "frame");
+  EXPECT_EQ("", bindingsWhile({.arguments = {"-j", "-s", scratch.file("card/p.1-1.#.dpx")}}, scratch));
+}
+
+TEST(FrontEndRun, ASmallFileIsOffloadedAlthoughItMayNotBeBoundToAProcessor) {
+  if (!canInjectFaults()) GTEST_SKIP() << "needs strace and a build without sanitizers";
+  const ScratchDirectory scratch;
+  writeFile(scratch.file("clip.mov"), "media");
+  const ToolRun run = runTool({.arguments = {scratch.file("clip.mov"), scratch.file("a/clip.mov")},
+                               .wrapper = injecting("sched_setaffinity:error=EPERM")});
+  EXPECT_EQ(0, run.exitStatus) << run.output;
+  EXPECT_EQ("", run.errors);
+  EXPECT_EQ("media", readFile(scratch.file("a/clip.mov")));
 }
 
 TEST(FrontEndRun, EveryLineOfStandardOutputIsWrittenAtOnce) {

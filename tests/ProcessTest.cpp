@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -254,6 +255,24 @@ TEST(Process, ThreadsThatStartLaterInheritTheDiskPriority) {
     int64_t inherited = -1;
     platform::SerialQueue("read").sync([&] { inherited = diskPriority(); });
     endChild(inherited == highestBestEffort);
+  });
+  EXPECT_EQ(0, run.exitStatus);
+}
+
+// Processors
+
+int processorsAllowed() {
+  cpu_set_t allowed;
+  return ::sched_getaffinity(0, sizeof allowed, &allowed) == 0 ? CPU_COUNT(&allowed) : -1;
+}
+
+TEST(Process, StaysOnItsProcessorWithTheThreadsThatStartLater) {
+  if (processorsAllowed() < 2) GTEST_SKIP() << "needs two processors";
+  const ChildRun run = runInChild([] {
+    platform::stayOnThisProcessor();
+    int inherited = 0;
+    platform::SerialQueue("read").sync([&] { inherited = processorsAllowed(); });
+    endChild(processorsAllowed() == 1 && inherited == 1);
   });
   EXPECT_EQ(0, run.exitStatus);
 }

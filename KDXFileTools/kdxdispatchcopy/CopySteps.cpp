@@ -30,7 +30,9 @@ void TemporaryFileMaker::endIfSourceWasCreated() const {
 void writeToAll(platform::ConcurrentQueue& writeQueue, std::vector<platform::OutputFile>& destinations,
                 std::span<const std::byte> bytes, const std::function<void()>& digest,
                 const std::function<void(std::size_t, int64_t)>& endForFailedWrite) {
-  writeQueue.apply(destinations.size() + 1, [&](std::size_t index) {
+  const bool isDigestedFirst = bytes.size() <= notWorthAThread;
+  if (isDigestedFirst) digest();
+  writeQueue.apply(destinations.size() + (isDigestedFirst ? 0 : 1), [&](std::size_t index) {
     if (index == destinations.size()) {
       digest();
       return;

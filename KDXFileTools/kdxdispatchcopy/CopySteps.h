@@ -40,8 +40,11 @@ class TemporaryFileMaker {
   std::set<platform::FileIdentity> _created;
 };
 
+// Up to so many bytes are digested in less time than another thread takes to wake and answer.
+inline constexpr std::size_t notWorthAThread = std::size_t{64} << 10;
+
 // Writes the bytes to all destinations and digests them, all side by side on the queue and the calling thread, and returns
-// when all is done: the bytes are then the caller's again.
+// when all is done: the bytes are then the caller's again. So few that they are not worth a thread are digested first.
 //   digest            called once
 //   endForFailedWrite called with the position of a destination that refused the bytes and with what its write returned,
 //                     on any of the threads; does not return

@@ -2,8 +2,10 @@
 
 #include <array>
 
+#include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
 #include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
+#include "extensions/filesizeCFI.h"
 #include "platform/Log.h"
 #include "platform/Process.h"
 
@@ -41,6 +43,13 @@ std::shared_ptr<KDXDispatchCopy> makeJobForSource(const CommandLine& line) {
   }
   if (!line.source) return refuse("no source specified");
   return KDXDispatchCopy::initWithSourceURL(line.source);
+}
+
+// A size of 0 may be a pipe's, or a device's, with any number of bytes to come.
+bool isNotWorthAThread(const CommandLine& line) {
+  if (!line.source || line.isSequence) return false;
+  const uint64_t size = filesizeCFI(*line.source).value_or(0);
+  return size != 0 && size <= notWorthAThread;
 }
 
 }  // namespace
@@ -84,7 +93,9 @@ int runJob(const std::shared_ptr<KDXDispatchCopy>& theCopier, platform::ErrorPla
 }
 
 void runFrontEnd(int argc, char* const* argv) {
-  const std::shared_ptr<KDXDispatchCopy> theCopier = makeJob(parseCommandLine(argc, argv));
+  const CommandLine line = parseCommandLine(argc, argv);
+  if (isNotWorthAThread(line)) platform::stayOnThisProcessor();
+  const std::shared_ptr<KDXDispatchCopy> theCopier = makeJob(line);
   if (!theCopier) {
     platform::printAndWait("invalid arguments\n");
     platform::endProcess(ExitStatus::failure);
