@@ -9,6 +9,7 @@
 #include <span>
 #include <thread>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
@@ -86,6 +87,67 @@ TEST_F(SideBySide, TheWritesOfABufferToEveryDestinationAndItsDigestAreUnderWayTo
 
   EXPECT_EQ(bytes, readFile(server->stored("a.mov")));
   EXPECT_EQ(bytes, readFile(server->stored("b.mov")));
+}
+
+// Tells that it is being fed, and waits until the other one is.
+class MeetingDigest : public KDXDigestContext {
+ public:
+  void meet(MeetingDigest& other) { _other = other._fed.get_future(); }
+  void update(const void* /*bytes*/, uint64_t length) override {
+    _fed.set_value();
+    _metOther = _other.wait_for(held) == std::future_status::ready;
+    _totalLength += length;
+  }
+  [[nodiscard]] bool metOther() const { return _metOther; }
+
+ private:
+  std::promise<void> _fed;
+  std::future<void> _other;
+  bool _metOther = false;
+};
+
+TEST(SideBySideDigests, OfABufferAreMadeTogether) {
+  MeetingDigest digest;
+  MeetingDigest externalDigest;
+  digest.meet(externalDigest);
+  externalDigest.meet(digest);
+  const std::string bytes = mediaBytes(notWorthAThread + 1);
+  platform::ConcurrentQueue queue("write");
+
+  updateBoth(queue, &digest, &externalDigest, std::as_bytes(std::span(bytes)));
+
+  EXPECT_TRUE(digest.metOther());
+  EXPECT_TRUE(externalDigest.metOther());
+  EXPECT_EQ(bytes.size(), digest.totalLength());
+  EXPECT_EQ(bytes.size(), externalDigest.totalLength());
+}
+
+TEST(SideBySideDigests, OfShortAndLongBuffersAreRightWithOneOfThemOrBoth) {
+  const ScratchDirectory scratch;
+  const std::string file = scratch.file("clip.mov");
+  writeFile(file, "");
+  const std::string md5OfNothing = digestByProgram("md5sum", file);
+  const std::string sha1OfNothing = digestByProgram("sha1sum", file);
+  platform::ConcurrentQueue queue("write");
+  for (const std::size_t size : {std::size_t{0}, notWorthAThread, notWorthAThread + 1, 3 * MiB + 17}) {
+    SCOPED_TRACE(size);
+    const std::string bytes = mediaBytes(size);
+    writeFile(file, bytes);
+    for (const auto& [isDigested, isDigestedExternally] : {std::pair(true, true), {true, false}, {false, true}}) {
+      const auto digest = KDXDigestContext::contextWithAlgorithm(KDXDigestAlgorithmMD5);
+      const auto externalDigest = KDXDigestContext::contextWithAlgorithm(KDXDigestAlgorithmSHA1);
+      updateBoth(queue, isDigested ? digest.get() : nullptr, isDigestedExternally ? externalDigest.get() : nullptr,
+                 std::as_bytes(std::span(bytes)));
+      digest->finalize();
+      externalDigest->finalize();
+      const std::string fed = digestByProgram("md5sum", file);
+      const std::string fedExternally = digestByProgram("sha1sum", file);
+      EXPECT_EQ("MD5:" + (isDigested ? fed : md5OfNothing), digest->digestString());
+      EXPECT_EQ("SHA1:" + (isDigestedExternally ? fedExternally : sha1OfNothing), externalDigest->digestString());
+      EXPECT_EQ(isDigested ? size : 0, digest->totalLength());
+      EXPECT_EQ(isDigestedExternally ? size : 0, externalDigest->totalLength());
+    }
+  }
 }
 
 TEST_F(SideBySide, TheSourceAndEveryDestinationAreReadBackTogetherAndTheStartDoesNotWaitForThem) {

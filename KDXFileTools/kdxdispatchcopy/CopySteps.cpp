@@ -42,6 +42,19 @@ void writeToAll(platform::ConcurrentQueue& writeQueue, std::vector<platform::Out
   });
 }
 
+void updateBoth(platform::ConcurrentQueue& queue, KDXDigestContext* digest, KDXDigestContext* externalDigest,
+                std::span<const std::byte> bytes) {
+  const auto update = [bytes](KDXDigestContext* context) {
+    if (context != nullptr) context->update(bytes.data(), bytes.size());
+  };
+  if (digest != nullptr && externalDigest != nullptr && bytes.size() > notWorthAThread) {
+    queue.apply(2, [&](std::size_t index) { update(index == 0 ? externalDigest : digest); });
+  } else {
+    update(digest);
+    update(externalDigest);
+  }
+}
+
 void closeAll(std::vector<platform::OutputFile>& destinations,
               const std::function<void(std::size_t, int64_t)>& endForFailedWrite) {
   for (std::size_t index = 0; index < destinations.size(); ++index) {

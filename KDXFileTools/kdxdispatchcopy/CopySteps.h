@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "KDXFileTools/kdxdispatchcopy/FileList.h"
+#include "digest/KDXDigestContext.h"
 #include "platform/ConcurrentQueue.h"
 #include "platform/FileManager.h"
 #include "platform/FileURL.h"
@@ -51,6 +52,10 @@ inline constexpr std::size_t notWorthAThread = std::size_t{64} << 10;
 void writeToAll(platform::ConcurrentQueue& writeQueue, std::vector<platform::OutputFile>& destinations,
                 std::span<const std::byte> bytes, const std::function<void()>& digest,
                 const std::function<void(std::size_t, int64_t)>& endForFailedWrite);
+
+// Feeds the bytes to both digests, to each that is there, side by side on the queue and the calling thread.
+void updateBoth(platform::ConcurrentQueue& queue, KDXDigestContext* digest, KDXDigestContext* externalDigest,
+                std::span<const std::byte> bytes);
 
 // Closes the destinations in their order. What a destination took and then lost is a failed write like any other.
 void closeAll(std::vector<platform::OutputFile>& destinations,

@@ -150,8 +150,7 @@ void KDXDispatchCopy::endForFailedWrite(std::size_t /*destination*/, int64_t res
 }
 
 void KDXDispatchCopy::updateHash(std::span<const std::byte> bytes) {
-  if (_sourceDigestContext) _sourceDigestContext->update(bytes.data(), bytes.size());
-  if (_externalDigestContext) _externalDigestContext->update(bytes.data(), bytes.size());
+  updateBoth(_destinationsQ, _sourceDigestContext.get(), _externalDigestContext.get(), bytes);
   _bytesHashed += bytes.size();
 }
 

@@ -101,8 +101,7 @@ class KDXSequenceCopy::FrameStream {
   }
 
   void digest(std::span<const std::byte> bytes) {
-    if (_fileDigest) _fileDigest->update(bytes.data(), bytes.size());
-    if (_externalFileDigest) _externalFileDigest->update(bytes.data(), bytes.size());
+    updateBoth(_job._destinationsQ, _fileDigest.get(), _externalFileDigest.get(), bytes);
     _job._bytesHashed += bytes.size();
   }
 
