@@ -6,8 +6,8 @@
 
 #include "digest/KDXDigestContext.h"
 
-// XXH64 with seed 0, as in the xxHash fast digest algorithm specification; 8 bytes, most significant first. The orders
-// are those of the value's bytes by significance, whatever the machine's own order is.
+// XXH64 with seed 0, as the public description of xxHash has it; 8 bytes, most significant first. The orders are those
+// of the value's bytes by significance, whatever the machine's own order is.
 class KDXDigestContextXX64BE : public KDXDigestContext {
  public:
   [[nodiscard]] uint32_t algorithm() const override { return KDXDigestAlgorithmXXHash64BE; }
