@@ -1,0 +1,135 @@
+"""Compares the tool with what a user would take instead, side by side, and with what the machine allows.
+
+Every round runs every command of a row once, beginning with another one each time. The figures go into a JSON file, row by
+row (a row that is measured again replaces the earlier one), and from there into an SVG chart and the tables of a page.
+Nothing of what is measured stays behind. Caches are dropped as a whole when this runs as root, else those of the source.
+"""
+
+import argparse
+import os
+import shutil
+import signal
+import subprocess
+import sys
+import time
+from pathlib import Path
+
+from . import chart, machine, measure, results as records, tables
+from .rows import ROWS
+
+ROOT = Path(__file__).resolve().parent.parent.parent
+QUICK_SCALE = 1 / 64
+PAGE = "benchmarks.md"
+CHART = "benchmarks.svg"
+FIGURES = "benchmarks.json"
+
+
+def parse_arguments() -> argparse.Namespace:
+    parser = argparse.ArgumentParser(prog="bench/compare", description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    names = [row.name for row in ROWS]
+    parser.add_argument("--rows", nargs="+", choices=names, default=names, metavar="ROW", help=f"of {', '.join(names)}")
+    parser.add_argument("--media", nargs="+", choices=records.MEDIA, default=list(records.MEDIA), help="where to measure")
+    parser.add_argument("--disk", default=str(ROOT / "build"), metavar="DIR", help="a folder on a disk (default: build)")
+    parser.add_argument("--tmpfs", default="/dev/shm", metavar="DIR", help="a folder in memory (default: %(default)s)")
+    parser.add_argument("--rounds", type=int, metavar="N", help="(default: 3, 1 with --quick)")
+    parser.add_argument("--append", action="store_true", help="add the rounds to those of the rows measured before")
+    parser.add_argument("--size-scale", type=float, default=1, metavar="X", help="sizes and counts times X")
+    parser.add_argument("--quick", action="store_true", help="a trial at a 64th of the size, into build/benchmarks")
+    parser.add_argument("--results", metavar="DIR", help="the folder of the figures and the page (default: docs)")
+    parser.add_argument("--draw", action="store_true", help="measure nothing, draw chart and tables from the figures")
+    arguments = parser.parse_args()
+    if arguments.rounds is None:
+        arguments.rounds = 1 if arguments.quick else 3
+    if arguments.quick:
+        arguments.size_scale = min(arguments.size_scale, QUICK_SCALE)
+    if arguments.rounds < 1 or not 0 < arguments.size_scale <= 1:
+        parser.error("--rounds must be at least 1, --size-scale above 0 and at most 1")
+    # What is measured at smaller sizes must not stand where figures are published.
+    trial = arguments.size_scale != 1
+    arguments.results = Path(arguments.results or ROOT / ("build/benchmarks" if trial else "docs")).resolve()
+    if trial and arguments.results == ROOT / "docs":
+        parser.error("smaller sizes are not for docs: give another --results")
+    return arguments
+
+
+def build() -> measure.Programs:
+    install = '. "$0/scripts/packages" && install_missing "${build_packages[@]}" "${bench_packages[@]}" "${peer_packages[@]}"'
+    subprocess.run(["bash", "-c", install, ROOT], check=True)
+    subprocess.run([ROOT / "scripts/offload", "-j", "/dev/null"], stdout=subprocess.DEVNULL, check=True)
+    subprocess.run([ROOT / "bench/build", "stopwatch", "raw-io", "start-floor"], check=True)
+    built = ROOT / "build/bench"
+    return measure.Programs(
+        ROOT / "build/tool/kdxdispatchcopy", built / "stopwatch", built / "raw-io", built / "start-floor"
+    )
+
+
+def record_of(row, scale: float, measurement: measure.Measurement) -> dict:
+    return {
+        "title": row.title,
+        "bytes": row.bytes,
+        "frames": row.frames,
+        "destinations": row.destinations,
+        "readBack": row.read_back,
+        "digest": row.digest,
+        "starts": row.starts,
+        "scale": scale,
+        "cores": machine.cores(),
+        "fileSystem": measurement.medium.file_system,
+        "lacks": measurement.lacks(),
+        "rounds": [],
+    }
+
+
+def draw(folder: Path, results: dict):
+    page = folder / PAGE
+    if not page.exists():
+        shutil.copy(ROOT / "docs" / PAGE, page)
+    chart.write(folder / CHART, results)
+    tables.write_into(page, results, CHART)
+
+
+def measure_medium(arguments, name: str, programs: measure.Programs, results: dict):
+    medium = measure.Medium(name, arguments.disk if name == "disk" else arguments.tmpfs)
+    try:
+        for row in ROWS:
+            if row.name not in arguments.rows:
+                continue
+            scaled = row.scaled(arguments.size_scale)
+            measurement = measure.Measurement(medium, scaled, programs)
+            record = record_of(scaled, arguments.size_scale, measurement)
+            if arguments.append:
+                record["rounds"] += records.rounds_to_keep(results, name, row.name, record)
+            for number in range(arguments.rounds):
+                started = time.monotonic()
+                record["rounds"].append(measurement.run_round())
+                took = time.monotonic() - started
+                print(f"{name} {row.name}: round {number + 1} of {arguments.rounds} took {took:.0f} s", flush=True)
+            measurement.close()
+            records.put_row(results, name, row.name, record)
+            records.save(arguments.results / FIGURES, results)
+            print_row(records.table(name, row.name, record))
+    finally:
+        medium.remove()
+
+
+def print_row(table: records.Table):
+    print(f"  {'floor':24} {tables.seconds(table.floor):>10}  tool / floor {table.over_floor:.2f}")
+    for line in table.lines:
+        print(f"  {line.name:24} {tables.seconds(line.wall):>10}  {line.ratio:6.2f}", flush=True)
+
+
+def main():
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(128 + signal.SIGTERM))  # so that what was made is removed
+    arguments = parse_arguments()
+    results = records.load(arguments.results / FIGURES)
+    if not arguments.draw:
+        os.makedirs(ROOT / "build", exist_ok=True)
+        programs = build()
+        results["machine"] = machine.describe()
+        for name in arguments.media:
+            measure_medium(arguments, name, programs, results)
+    draw(arguments.results, results)
+
+
+if __name__ == "__main__":
+    main()
