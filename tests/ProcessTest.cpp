@@ -259,6 +259,16 @@ TEST(Process, ThreadsThatStartLaterInheritTheDiskPriority) {
   EXPECT_EQ(0, run.exitStatus);
 }
 
+TEST(Process, ARefusedDiskPriorityDoesNotStopTheOffload) {
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
+  const ScratchDirectory scratch;
+  writeFile(scratch.file("clip.mov"), mediaBytes(1000));
+  const ToolRun run = runTool({.arguments = {"-k", scratch.file("clip.mov"), scratch.file("a/clip.mov")},
+                               .wrapper = injecting("ioprio_set:error=EPERM")});
+  EXPECT_EQ(0, run.exitStatus) << run.errors;
+  EXPECT_EQ(readFile(scratch.file("clip.mov")), readFile(scratch.file("a/clip.mov")));
+}
+
 // Processors
 
 int processorsAllowed() {
@@ -275,16 +285,6 @@ TEST(Process, StaysOnItsProcessorWithTheThreadsThatStartLater) {
     endChild(processorsAllowed() == 1 && inherited == 1);
   });
   EXPECT_EQ(0, run.exitStatus);
-}
-
-TEST(Process, ARefusedDiskPriorityDoesNotStopTheOffload) {
-  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
-  const ScratchDirectory scratch;
-  writeFile(scratch.file("clip.mov"), mediaBytes(1000));
-  const ToolRun run = runTool({.arguments = {"-k", scratch.file("clip.mov"), scratch.file("a/clip.mov")},
-                               .wrapper = injecting("ioprio_set:error=EPERM")});
-  EXPECT_EQ(0, run.exitStatus) << run.errors;
-  EXPECT_EQ(readFile(scratch.file("clip.mov")), readFile(scratch.file("a/clip.mov")));
 }
 
 }  // namespace

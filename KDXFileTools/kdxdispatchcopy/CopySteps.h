@@ -53,7 +53,8 @@ void writeToAll(platform::ConcurrentQueue& writeQueue, std::vector<platform::Out
                 std::span<const std::byte> bytes, const std::function<void()>& digest,
                 const std::function<void(std::size_t, int64_t)>& endForFailedWrite);
 
-// Feeds the bytes to both digests, to each that is there, side by side on the queue and the calling thread.
+// Feeds the bytes to both digests, side by side on the queue and the calling thread, and returns when both have them. Either
+// may be null. Bytes that are not worth a thread are fed on the calling thread alone.
 void updateBoth(platform::ConcurrentQueue& queue, KDXDigestContext* digest, KDXDigestContext* externalDigest,
                 std::span<const std::byte> bytes);
 
