@@ -101,7 +101,7 @@ def measure_medium(arguments, name: str, programs: measure.Programs, results: di
                 record["rounds"] += records.rounds_to_keep(results, name, row.name, record)
             for number in range(arguments.rounds):
                 started = time.monotonic()
-                record["rounds"].append(measurement.run_round())
+                record["rounds"].append(measurement.run_round(first=len(record["rounds"])))
                 took = time.monotonic() - started
                 print(f"{name} {row.name}: round {number + 1} of {arguments.rounds} took {took:.0f} s", flush=True)
             measurement.close()

@@ -148,9 +148,9 @@ class Measurement:
         job = self._job()
         return {peer.shown_name(job): peer.lacks(job) for peer in self.peers()}
 
-    def run_round(self) -> dict:
-        """Every command once, each round beginning with another one; with the limits of the machine in between."""
-        result = self._start_round() if self.row.starts else self._copy_round()
+    def run_round(self, first: int) -> dict:
+        """Every command once, in turn from the one at this index on; with the limits of the machine in between."""
+        result = self._start_round(first) if self.row.starts else self._copy_round(first)
         self._rounds_run += 1
         return result
 
@@ -160,7 +160,7 @@ class Measurement:
 
     # One file or one sequence.
 
-    def _copy_round(self) -> dict:
+    def _copy_round(self, first: int) -> dict:
         runs = {TOOL: lambda: self._copy(lambda job: commands.tool_command(self._programs.tool, job), ())}
         for peer in self.peers():
             runs[peer.shown_name(self._job())] = lambda peer=peer: self._copy(
@@ -168,7 +168,7 @@ class Measurement:
             )
         runs["limits"] = self._limits
         results = {}
-        for name in self._in_turn(list(runs), self._rounds_run):
+        for name in self._in_turn(list(runs), first):
             results[name] = runs[name]()
             took = results[name].get("wall") or results[name]["copyIO"]
             print(f"  {name}: {took:.2f} s", flush=True)
@@ -243,7 +243,7 @@ class Measurement:
 
     # Starts.
 
-    def _start_round(self) -> dict:
+    def _start_round(self, first: int) -> dict:
         job = Job(self.row, self._source, [self._work / "copy{}"], flush=False, direct=False)
         paths = [job.source, *job.destinations]
         runs = {
@@ -254,7 +254,7 @@ class Measurement:
             runs[peer.shown_name(job)] = (peer.start(job), max(1, int(self.row.starts * peer.start_share)))
         totals = {name: {"wall": 0.0, "cpu": 0.0, "peakKiB": 0} for name in runs}
         for block in range(START_BLOCKS):
-            for name in self._in_turn(list(runs), block + self._rounds_run):
+            for name in self._in_turn(list(runs), block + first):
                 chain, starts = runs[name]
                 times = starts * (block + 1) // START_BLOCKS - starts * block // START_BLOCKS
                 if times > 0:
