@@ -121,7 +121,10 @@ def print_row(table: records.Table):
 def main():
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(128 + signal.SIGTERM))  # so that what was made is removed
     arguments = parse_arguments()
-    results = records.load(arguments.results / FIGURES)
+    figures = arguments.results / FIGURES
+    if arguments.draw and not figures.exists():
+        sys.exit(f"bench/compare: nothing to draw, there is no {figures}")
+    results = records.load(figures)
     if not arguments.draw:
         os.makedirs(ROOT / "build", exist_ok=True)
         programs = build()
