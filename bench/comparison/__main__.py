@@ -33,6 +33,7 @@ def parse_arguments() -> argparse.Namespace:
     parser.add_argument("--tmpfs", default="/dev/shm", metavar="DIR", help="a folder in memory (default: %(default)s)")
     parser.add_argument("--rounds", type=int, metavar="N", help="(default: 3, 1 with --quick)")
     parser.add_argument("--append", action="store_true", help="add the rounds to those of the rows measured before")
+    parser.add_argument("--no-peers", action="store_true", help="measure the tool and the floor alone; only with --append")
     parser.add_argument("--size-scale", type=float, default=1, metavar="X", help="sizes and counts times X")
     parser.add_argument("--quick", action="store_true", help="a trial at a 64th of the size, into build/benchmarks")
     parser.add_argument("--results", metavar="DIR", help="the folder of the figures and the page (default: docs)")
@@ -44,6 +45,8 @@ def parse_arguments() -> argparse.Namespace:
         arguments.size_scale = min(arguments.size_scale, QUICK_SCALE)
     if arguments.rounds < 1 or not 0 < arguments.size_scale <= 1:
         parser.error("--rounds must be at least 1, --size-scale above 0 and at most 1")
+    if arguments.no_peers and not arguments.append:
+        parser.error("--no-peers adds to rounds with them: give --append too")
     # What is measured at smaller sizes must not stand where figures are published.
     trial = arguments.size_scale != 1
     arguments.results = Path(arguments.results or ROOT / ("build/benchmarks" if trial else "docs")).resolve()
@@ -99,9 +102,12 @@ def measure_medium(arguments, name: str, programs: measure.Programs, results: di
             record = record_of(scaled, arguments.size_scale, measurement)
             if arguments.append:
                 record["rounds"] += records.rounds_to_keep(results, name, row.name, record)
+            if arguments.no_peers and not record["rounds"]:
+                raise SystemExit(f"{name} {row.name} was not measured with peers before")
             for number in range(arguments.rounds):
                 started = time.monotonic()
-                record["rounds"].append(measurement.run_round(first=len(record["rounds"])))
+                peers = [] if arguments.no_peers else measurement.peers()
+                record["rounds"].append(measurement.run_round(len(record["rounds"]), peers))
                 took = time.monotonic() - started
                 print(f"{name} {row.name}: round {number + 1} of {arguments.rounds} took {took:.0f} s", flush=True)
             measurement.close()

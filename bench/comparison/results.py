@@ -78,6 +78,10 @@ class Table:
         return None if self.floor_copy is None else self.floor_copy + (self.floor_verify or 0)
 
     @property
+    def rounds_with_peers(self) -> int:
+        return sum(self.peers[0].name in each["commands"] for each in self.record["rounds"])
+
+    @property
     def peers(self) -> list:
         return [line for line in self.lines if line.name not in (TOOL, START_FLOOR)]
 
@@ -106,7 +110,7 @@ def floors_of(record: dict, limits: dict, cores: int) -> tuple:
 
 
 def _line(name: str, record: dict) -> Line:
-    rounds = [each["commands"] for each in record["rounds"]]
+    rounds = [each["commands"] for each in record["rounds"] if name in each["commands"]]
     runs = [commands[name] for commands in rounds]
     cached = [run["cachedBytes"] for run in runs if "cachedBytes" in run]
     return Line(

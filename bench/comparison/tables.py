@@ -49,7 +49,7 @@ def _summary(all_tables: list) -> list:
             [
                 what(table.record),
                 table.medium,
-                str(len(table.record["rounds"])),
+                f"{table.rounds_with_peers} / {len(table.record['rounds'])}",
                 seconds(table.tool.wall),
                 seconds(table.floor),
                 f"{table.over_floor:.2f}",
@@ -58,7 +58,7 @@ def _summary(all_tables: list) -> list:
             ]
         )
     peers = ["Fastest peer / tool", "Fastest without a read-back from the cache / tool"]
-    return _grid(["Row", "On", "Rounds", TOOL, "Floor", "Tool / floor", *peers], lines)
+    return _grid(["Row", "On", "Rounds with peers / all", TOOL, "Floor", "Tool / floor", *peers], lines)
 
 
 def _limits(table: Table) -> str:
