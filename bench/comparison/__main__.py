@@ -92,14 +92,13 @@ def draw(folder: Path, results: dict):
 
 
 def measure_medium(arguments, name: str, programs: measure.Programs, results: dict):
-    medium = measure.Medium(name, arguments.disk if name == "disk" else arguments.tmpfs)
+    rows = [row.scaled(arguments.size_scale) for row in ROWS if row.name in arguments.rows]
+    size = max((row.destinations + 1) * row.bytes for row in rows)
+    medium = measure.Medium(name, arguments.disk if name == "disk" else arguments.tmpfs, size)
     try:
-        for row in ROWS:
-            if row.name not in arguments.rows:
-                continue
-            scaled = row.scaled(arguments.size_scale)
-            measurement = measure.Measurement(medium, scaled, programs)
-            record = record_of(scaled, arguments.size_scale, measurement)
+        for row in rows:
+            measurement = measure.Measurement(medium, row, programs)
+            record = record_of(row, arguments.size_scale, measurement)
             if arguments.append:
                 record["rounds"] += records.rounds_to_keep(results, name, row.name, record)
             if arguments.no_peers and not record["rounds"]:

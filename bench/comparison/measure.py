@@ -1,5 +1,6 @@
 """Runs the rows: makes the files, runs every command of a round in turn, and removes what it wrote."""
 
+import mmap
 import os
 import shutil
 import subprocess
@@ -24,10 +25,40 @@ class Programs:
     start_floor: Path
 
 
-class Medium:
-    """A folder to measure in; `name` is "disk" or "tmpfs". Everything in it is removed at the end."""
+class WarmMemory:
+    """Memory that a virtual machine has from its host and keeps, for files in memory and for the system's cache.
 
-    def __init__(self, name: str, directory: str):
+    Large pieces of free memory go back to the host, and asking for them again takes several times as long as filling them. Of
+    memory that was used once, one page in every quarter of a MiB is kept: what is free between them is in pieces too small to
+    go back, and those the system gives out first.
+    """
+
+    _BLOCK = 64 * MIB
+    _KEPT_EVERY = MIB // 4
+
+    def __init__(self, size: int):
+        self._blocks = [self._block() for _ in range(0, size, self._BLOCK)]
+        for block in self._blocks:
+            for start in range(0, self._BLOCK, self._KEPT_EVERY):
+                block.madvise(mmap.MADV_DONTNEED, start + mmap.PAGESIZE, self._KEPT_EVERY - mmap.PAGESIZE)
+
+    def _block(self) -> mmap.mmap:
+        block = mmap.mmap(-1, self._BLOCK, mmap.MAP_PRIVATE | mmap.MAP_ANONYMOUS)
+        block.madvise(mmap.MADV_NOHUGEPAGE)
+        block[:: mmap.PAGESIZE] = bytes(self._BLOCK // mmap.PAGESIZE)
+        return block
+
+
+class Medium:
+    """A folder to measure in; `name` is "disk" or "tmpfs". Everything in it is removed at the end.
+
+    `size`: bytes of the source and all copies of the largest row.
+    """
+
+    _MEMORY_OF_COMMANDS = 512 * MIB
+
+    def __init__(self, name: str, directory: str, size: int):
+        self._memory = WarmMemory(size + self._MEMORY_OF_COMMANDS)
         self.name = name
         self.is_disk = name == "disk"
         self.file_system = machine.file_system(directory)
@@ -72,16 +103,6 @@ class Medium:
             os.close(descriptor)
         if os.geteuid() == 0:
             Path("/proc/sys/vm/drop_caches").write_text("3\n", encoding="ascii")
-
-    def touch_memory(self, size: int):
-        """Memory that nobody used for a while may be slow at its first use: a virtual machine has to ask its host for it."""
-        if self.is_disk:
-            return
-        path = self.folder / "touched"
-        with open(path, "wb") as file:
-            for _ in range(0, size, MIB):
-                file.write(bytes(MIB))
-        path.unlink()
 
     def remove(self):
         shutil.rmtree(self.folder, ignore_errors=True)
@@ -202,7 +223,6 @@ class Measurement:
     def _copy(self, command_for, programs) -> dict:
         job = self._new_job()
         self.medium.forget_cached(job.source)
-        self.medium.touch_memory(self.row.destinations * self.row.bytes)
         self._warm_up(programs)
         result = self._timed(1, command_for(job))
         if self.medium.is_disk:
@@ -230,7 +250,6 @@ class Measurement:
         reads = [f"read:{path}" for path in [job.source, *job.destinations]]
         writes = [f"write:{path}:{job.source}" for path in job.destinations]
         self.medium.forget_cached(job.source)
-        self.medium.touch_memory(self.row.destinations * self.row.bytes)
         copy = self._timed(1, [self._programs.raw_io, mode, reads[0], *writes])
         limits = {"copyIO": copy["wall"], "copyCPU": copy["cpu"]}
         if self.row.read_back:
