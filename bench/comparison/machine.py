@@ -32,6 +32,11 @@ def describe() -> dict:
     }
 
 
+def available_memory() -> int:
+    """Bytes that programs can have before the system runs short of them."""
+    return int(_first_match("/proc/meminfo", r"^MemAvailable:\s*(\d+)")) * 1024
+
+
 def cores() -> int:
     return len(os.sched_getaffinity(0))
 

@@ -31,12 +31,15 @@ class WarmMemory:
     Large pieces of free memory go back to the host, and asking for them again takes several times as long as filling them. Of
     memory that was used once, one page in every quarter of a MiB is kept: what is free between them is in pieces too small to
     go back, and those the system gives out first.
+
+    `size`: bytes. No more than three quarters of what is available are taken.
     """
 
     _BLOCK = 64 * MIB
     _KEPT_EVERY = MIB // 4
 
     def __init__(self, size: int):
+        size = min(size, machine.available_memory() * 3 // 4)
         self._blocks = [self._block() for _ in range(0, size, self._BLOCK)]
         for block in self._blocks:
             for start in range(0, self._BLOCK, self._KEPT_EVERY):
@@ -158,7 +161,6 @@ class Measurement:
         self.row = row
         self._programs = programs
         self._source = medium.source(row)
-        self._rate = None
         self._rounds_run = 0
         self._work = Path(tempfile.mkdtemp(prefix="work-", dir=medium.folder))
 
@@ -170,7 +172,8 @@ class Measurement:
         return {peer.shown_name(job): peer.lacks(job) for peer in self.peers()}
 
     def run_round(self, first: int, peers: list) -> dict:
-        """Every command once, in turn from the one at this index on; the limits of the machine right behind the tool."""
+        """The tool and these of the peers once, in turn from the one at this index on; the machine's limits right behind
+        the tool."""
         result = self._start_round(first, peers) if self.row.starts else self._copy_round(first, peers)
         self._rounds_run += 1
         return result
