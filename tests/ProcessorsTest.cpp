@@ -1,0 +1,81 @@
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <thread>
+
+#include "platform/Processors.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+cpu_set_t allowed() {
+  cpu_set_t processors;
+  EXPECT_EQ(0, ::sched_getaffinity(0, sizeof processors, &processors));
+  return processors;
+}
+
+bool areSame(const cpu_set_t& some, const cpu_set_t& others) {
+  return CPU_EQUAL(&some, &others) != 0;
+}
+
+TEST(Processors, UsableOnesAreThoseTheThreadMayRunOn) {
+  const cpu_set_t all = allowed();
+  EXPECT_EQ(CPU_COUNT(&all), static_cast<int>(platform::UsableProcessors().count()));
+}
+
+TEST(Processors, TheCurrentOneIsAUsableOne) {
+  const std::optional<std::size_t> processor = platform::currentProcessor();
+  ASSERT_TRUE(processor.has_value());
+  const cpu_set_t all = allowed();
+  EXPECT_TRUE(CPU_ISSET(*processor, &all));
+}
+
+TEST(Processors, AThreadKeptOffOneRunsOnAllOthersUntilItIsKeptOffNone) {
+  const platform::UsableProcessors usable;
+  if (usable.count() < 2) GTEST_SKIP() << "needs two processors";
+  const cpu_set_t all = allowed();
+  const std::size_t processor = platform::currentProcessor().value();
+
+  usable.keepThisThreadOff(processor);
+  cpu_set_t others = all;
+  CPU_CLR(processor, &others);
+  EXPECT_TRUE(areSame(others, allowed()));
+  EXPECT_NE(processor, platform::currentProcessor());
+
+  usable.keepThisThreadOff(std::nullopt);
+  EXPECT_TRUE(areSame(all, allowed()));
+}
+
+TEST(Processors, OtherThreadsStayAsTheyAre) {
+  const platform::UsableProcessors usable;
+  if (usable.count() < 2) GTEST_SKIP() << "needs two processors";
+  const cpu_set_t all = allowed();
+  std::thread([&] { usable.keepThisThreadOff(platform::currentProcessor()); }).join();
+  EXPECT_TRUE(areSame(all, allowed()));
+}
+
+TEST(Processors, AThreadWithOneIsNotKeptOffIt) {
+  cpu_set_t only;
+  CPU_ZERO(&only);
+  CPU_SET(platform::currentProcessor().value(), &only);
+  ASSERT_EQ(0, ::sched_setaffinity(0, sizeof only, &only));
+  const platform::UsableProcessors usable;
+  EXPECT_EQ(1, usable.count());
+  usable.keepThisThreadOff(platform::currentProcessor());
+  EXPECT_TRUE(areSame(only, allowed()));
+}
+
+TEST(Processors, TimeIsThatOfTheCallingThreadAndNotOfItsSleep) {
+  const auto before = platform::processorTimeOfThisThread();
+  const auto start = std::chrono::steady_clock::now();
+  std::this_thread::sleep_for(200ms);
+  EXPECT_LT(platform::processorTimeOfThisThread() - before, std::chrono::steady_clock::now() - start);
+  std::thread([] {
+    while (platform::processorTimeOfThisThread() < 50ms) {
+    }
+  }).join();
+  EXPECT_LT(platform::processorTimeOfThisThread() - before, 50ms);
+}
+
+}  // namespace
