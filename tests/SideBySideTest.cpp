@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
+#include "KDXFileTools/kdxdispatchcopy/DestinationsWriter.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
 #include "platform/OutputFile.h"
@@ -70,13 +71,14 @@ TEST_F(SideBySide, TheWritesOfABufferToEveryDestinationAndItsDigestAreUnderWayTo
   platform::ConcurrentQueue writeQueue("write");
 
   std::thread writing([&] {
-    writeToAll(
-        writeQueue, destinations, std::as_bytes(std::span(bytes)),
-        [&] {
-          digesting.set_value();
-          goOn.get_future().wait();
-        },
-        [](std::size_t, int64_t) { FAIL() << "a write failed"; });
+    DestinationsWriter(writeQueue, false)
+        .writeToAll(
+            destinations, std::as_bytes(std::span(bytes)),
+            [&] {
+              digesting.set_value();
+              goOn.get_future().wait();
+            },
+            [](std::size_t, int64_t) { FAIL() << "a write failed"; });
   });
   EXPECT_TRUE(server->waitUntilFired(firstWrite));
   EXPECT_TRUE(server->waitUntilFired(secondWrite));

@@ -27,21 +27,6 @@ void TemporaryFileMaker::endIfSourceWasCreated() const {
   endForUnreadableFile(_sourceURL.path());
 }
 
-void writeToAll(platform::ConcurrentQueue& writeQueue, std::vector<platform::OutputFile>& destinations,
-                std::span<const std::byte> bytes, const std::function<void()>& digest,
-                const std::function<void(std::size_t, int64_t)>& endForFailedWrite) {
-  const bool isDigestedFirst = bytes.size() <= notWorthAThread;
-  if (isDigestedFirst) digest();
-  writeQueue.apply(destinations.size() + (isDigestedFirst ? 0 : 1), [&](std::size_t index) {
-    if (index == destinations.size()) {
-      digest();
-      return;
-    }
-    const int64_t result = destinations[index].write(bytes.data(), bytes.size());
-    if (result < 0) endForFailedWrite(index, result);
-  });
-}
-
 void updateBoth(platform::ConcurrentQueue& queue, KDXDigestContext* digest, KDXDigestContext* externalDigest,
                 std::span<const std::byte> bytes) {
   const auto update = [bytes](KDXDigestContext* context) {

@@ -44,15 +44,6 @@ class TemporaryFileMaker {
 // Up to so many bytes are digested in less time than another thread takes to wake and answer.
 inline constexpr std::size_t notWorthAThread = std::size_t{64} << 10;
 
-// Writes the bytes to all destinations and digests them, all side by side on the queue and the calling thread, and returns
-// when all is done: the bytes are then the caller's again. So few that they are not worth a thread are digested first.
-//   digest            called once
-//   endForFailedWrite called with the position of a destination that refused the bytes and with what its write returned,
-//                     on any of the threads; does not return
-void writeToAll(platform::ConcurrentQueue& writeQueue, std::vector<platform::OutputFile>& destinations,
-                std::span<const std::byte> bytes, const std::function<void()>& digest,
-                const std::function<void(std::size_t, int64_t)>& endForFailedWrite);
-
 // Feeds the bytes to both digests, side by side on the queue and the calling thread, and returns when both have them. Either
 // may be null. Bytes that are not worth a thread are fed on the calling thread alone.
 void updateBoth(platform::ConcurrentQueue& queue, KDXDigestContext* digest, KDXDigestContext* externalDigest,

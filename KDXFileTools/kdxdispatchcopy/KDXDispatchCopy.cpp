@@ -8,6 +8,7 @@
 
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
 #include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
+#include "KDXFileTools/kdxdispatchcopy/DestinationsWriter.h"
 #include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
 #include "KDXFileTools/kdxdispatchcopy/ExternalHash.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXReadFile.h"
@@ -123,14 +124,15 @@ uint64_t KDXDispatchCopy::streamSourceInto(std::vector<OutputFile>& destinations
                                            ProgressClock::Clock::time_point start) {
   uint64_t bytesCopied = 0;  // changed on _readQ alone until done
   ProgressClock progress(progressInterval, start);
+  DestinationsWriter writer(_destinationsQ, hasTwoDigests());
   platform::DispatchGroup done;
   done.enter();
   KDXReadFile(_sourceURL->path(), _readQ, [&](bool isLast, const std::byte* bytes, int64_t length, int32_t error) {
     if (error != 0) platform::endProcess(ExitStatus::sourceReadFailed);
     if (length != 0) {
       const std::span data(bytes, static_cast<std::size_t>(length));
-      writeToAll(
-          _destinationsQ, destinations, data, [&] { updateHash(data); },
+      writer.writeToAll(
+          destinations, data, [&] { updateHash(data); },
           [this](std::size_t index, int64_t result) { endForFailedWrite(index, result); });
       bytesCopied += data.size();
       if (_verbose && progress.isDue()) {

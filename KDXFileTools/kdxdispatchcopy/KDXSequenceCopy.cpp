@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
+#include "KDXFileTools/kdxdispatchcopy/DestinationsWriter.h"
 #include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXReadFile.h"
 #include "digest/DigestStrings.h"
@@ -72,8 +73,8 @@ class KDXSequenceCopy::FrameStream {
     if (length < 0) endForUnreadableFrame(length);
     if (length != 0) {
       const std::span data(bytes, static_cast<std::size_t>(length));
-      writeToAll(
-          _job._destinationsQ, _destinations, data, [&] { digest(data); }, failedWrite());
+      _writer.writeToAll(
+          _destinations, data, [&] { digest(data); }, failedWrite());
       _bytesCopied += data.size();
     }
     if (_job.verbose() && _progress.isDue()) {
@@ -133,6 +134,7 @@ class KDXSequenceCopy::FrameStream {
   KDXSequenceCopy& _job;
   const ProgressClock::Clock::time_point _start = ProgressClock::Clock::now();
   ProgressClock _progress{progressInterval, _start};
+  DestinationsWriter _writer{_job._destinationsQ, _job.hasTwoDigests()};
   uint64_t _bytesCopied = 0;
   std::string _digestList;
   std::string _externalDigestList;

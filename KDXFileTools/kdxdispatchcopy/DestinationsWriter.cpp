@@ -1,0 +1,53 @@
+#include "KDXFileTools/kdxdispatchcopy/DestinationsWriter.h"
+
+#include <algorithm>
+#include <numeric>
+#include <optional>
+
+#include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
+
+void DestinationsWriter::writeToAll(std::vector<platform::OutputFile>& destinations, std::span<const std::byte> bytes,
+                                    const std::function<void()>& digest,
+                                    const std::function<void(std::size_t, int64_t)>& endForFailedWrite) {
+  const std::size_t writes = destinations.size();
+  const auto write = [&](std::size_t index) {
+    const int64_t result = destinations[index].write(bytes.data(), bytes.size());
+    if (result < 0) endForFailedWrite(index, result);
+  };
+  if (bytes.size() <= notWorthAThread) {
+    digest();
+    _queue.apply(writes, write);
+    return;
+  }
+  _processorTimes.resize(writes + 1);
+  // The last piece of work is done on the calling thread.
+  const std::size_t first = isDigestLongest() ? 0 : 1;
+  const std::optional<std::size_t> processorOfDigest =
+      keepsWritesOffTheDigest() ? platform::currentProcessor() : std::nullopt;
+  _queue.apply(writes + 1, [&](std::size_t place) {
+    if (place != writes) _processors.keepThisThreadOff(processorOfDigest);
+    const std::size_t work = (first + place) % (writes + 1);
+    const auto before = platform::processorTimeOfThisThread();
+    if (work == writes) {
+      digest();
+    } else {
+      write(work);
+    }
+    _processorTimes[work] += platform::processorTimeOfThisThread() - before;
+  });
+}
+
+bool DestinationsWriter::isDigestLongest() const {
+  return std::ranges::max(_processorTimes) == _processorTimes.back();
+}
+
+// Where there are fewer processors than pieces of work, the system gives each an equal share, and the digest, which can't be
+// divided, ends last. Writes that hardly need a processor take little from it. Those that need far more than the processors
+// left to them would end last themselves; up to half as much again they still gain by it, since shared processors do less.
+// What two digests take is not known: the second runs on a thread of its own.
+bool DestinationsWriter::keepsWritesOffTheDigest() const {
+  if (_hasTwoDigests || !isDigestLongest() || _processorTimes.size() <= _processors.count()) return false;
+  const std::chrono::nanoseconds digest = _processorTimes.back();
+  const auto writes = std::accumulate(_processorTimes.begin(), _processorTimes.end() - 1, std::chrono::nanoseconds{});
+  return writes > digest / 4 && writes <= digest * (_processors.count() - 1) * 3 / 2;
+}
