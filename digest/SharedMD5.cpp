@@ -2,27 +2,28 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <thread>
+#include <system_error>
 
 #include "digest/MD5EightStreams.h"
 
 namespace {
 
 constexpr std::size_t blockSize = MD5_CBLOCK;
-// What is digested between two looks at what else has to be: half a millisecond.
-constexpr std::size_t blocksOfSlice = 4096;
+// What is digested between two looks at what else has to be, some 0.15 ms: so long a new feed may wait.
+constexpr std::size_t blocksOfSlice = 1024;
 // For how many slices, some 40 ms, threads go on sharing when there would be a core for each: who is missing reads its next
 // bytes, which it does the sooner if it finds a core free.
-constexpr std::size_t slicesToGoOnSharing = 64;
+constexpr std::size_t slicesToGoOnSharing = 256;
 
 }  // namespace
 
 // The whole blocks of one call.
 struct SharedMD5::Feed {
   MD5_CTX& digest;
-  const std::byte* next;  // changed by the thread that has taken the feed
-  std::size_t blocks;     // not digested yet; likewise
-  bool isTaken = false;   // some thread digests a slice of it; guarded by _mutex
+  const std::byte* next;              // changed by the thread that has taken the feed
+  std::size_t blocks;                 // not digested yet; likewise
+  bool isTaken = false;               // some thread digests a slice of it; guarded by _mutex
+  std::condition_variable changed{};  // for its own thread: it has ended, or is not shared any more
 };
 
 namespace {
@@ -43,6 +44,15 @@ SharedMD5& SharedMD5::shared() {
 
 SharedMD5::SharedMD5(std::size_t cores) : _cores(cores) {}
 
+SharedMD5::~SharedMD5() {
+  {
+    const std::lock_guard lock(_mutex);
+    _isEnding = true;
+  }
+  _feedsToShare.notify_all();
+  for (std::thread& worker : _workers) worker.join();
+}
+
 void SharedMD5::update(MD5_CTX& digest, const void* bytes, std::size_t length) {
   static const bool canShare = canDigestMD5EightStreams();
   if (!canShare || length < smallestShared) {
@@ -61,50 +71,87 @@ void SharedMD5::update(MD5_CTX& digest, const void* bytes, std::size_t length) {
 void SharedMD5::digestBlocks(Feed& own) {
   std::unique_lock lock(_mutex);
   _unfinished.push_back(&own);
+  if (_unfinished.size() > _cores) {
+    _slicesToShare = slicesToGoOnSharing;
+    startWorkers();
+  }
   while (own.isTaken || own.blocks > 0) {
-    if (own.isTaken || _workers >= workersNeeded()) {
-      _changed.wait(lock);
+    if (isSharing()) _feedsToShare.notify_one();
+    if (own.isTaken || isSharing()) {
+      own.changed.wait(lock);
       continue;
     }
-    if (_unfinished.size() > _cores) {
-      _slicesToShare = slicesToGoOnSharing;
-    } else if (_slicesToShare > 0 && --_slicesToShare == 0) {
-      _changed.notify_all();
+    const Feeds alone{&own};
+    own.isTaken = true;
+    lock.unlock();
+    digestSlice(alone);
+    lock.lock();
+    giveBack(alone);
+  }
+}
+
+bool SharedMD5::isSharing() const {
+  return !_workers.empty() && (_unfinished.size() > _cores || _slicesToShare > 0);
+}
+
+std::size_t SharedMD5::workersNeeded() const {
+  return std::min(_cores, (_unfinished.size() + streamsOfMD5EightStreams - 1) / streamsOfMD5EightStreams);
+}
+
+// Where no thread can be had, every feed's own goes on digesting it.
+void SharedMD5::startWorkers() {
+  try {
+    while (_workers.size() < workersNeeded()) _workers.emplace_back([this] { work(); });
+  } catch (const std::system_error&) {
+    return;
+  }
+}
+
+void SharedMD5::work() {
+  std::unique_lock lock(_mutex);
+  while (!_isEnding) {
+    const Feeds feeds = isSharing() && _busyWorkers < workersNeeded() ? take() : Feeds();
+    if (feeds.empty()) {
+      _feedsToShare.wait(lock);
+      continue;
     }
-    const Feeds feeds = take(own);
-    ++_workers;
+    countSlice();
+    ++_busyWorkers;
     lock.unlock();
     digestSlice(feeds);
     lock.lock();
-    --_workers;
+    --_busyWorkers;
     giveBack(feeds);
   }
 }
 
-std::size_t SharedMD5::workersNeeded() const {
-  const std::size_t feeds = _unfinished.size();
-  if (feeds <= _cores && _slicesToShare == 0) return feeds;
-  return std::min(_cores, (feeds + streamsOfMD5EightStreams - 1) / streamsOfMD5EightStreams);
+void SharedMD5::countSlice() {
+  if (_unfinished.size() > _cores) {
+    _slicesToShare = slicesToGoOnSharing;
+  } else if (--_slicesToShare == 0) {
+    for (Feed* feed : _unfinished) feed->changed.notify_one();
+  }
 }
 
-// The feeds that one thread digests next, its own among them.
-SharedMD5::Feeds SharedMD5::take(Feed& own) {
-  Feeds feeds{&own};
-  const std::size_t workers = workersNeeded();
+// The feeds that one worker digests next: its share of all.
+SharedMD5::Feeds SharedMD5::take() {
+  const std::size_t workers = std::min(_workers.size(), workersNeeded());
   const std::size_t share = (_unfinished.size() + workers - 1) / workers;
   const std::size_t most = std::min(share, streamsOfMD5EightStreams);
+  Feeds feeds;
   for (Feed* feed : _unfinished) {
-    if (feeds.size() < most && feed != &own && !feed->isTaken) feeds.push_back(feed);
+    if (feeds.size() < most && !feed->isTaken) feeds.push_back(feed);
   }
   for (Feed* feed : feeds) feed->isTaken = true;
   return feeds;
 }
 
 void SharedMD5::giveBack(const Feeds& feeds) {
-  for (Feed* feed : feeds) feed->isTaken = false;
-  const std::size_t ended =
-      std::erase_if(_unfinished, [](const Feed* feed) { return !feed->isTaken && feed->blocks == 0; });
-  if (ended > 0) _changed.notify_all();
+  for (Feed* feed : feeds) {
+    feed->isTaken = false;
+    if (feed->blocks == 0) std::erase(_unfinished, feed);
+    if (feed->blocks == 0 || !isSharing()) feed->changed.notify_one();
+  }
 }
 
 void SharedMD5::digestSlice(const Feeds& feeds) {

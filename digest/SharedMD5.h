@@ -6,12 +6,13 @@
 #include <condition_variable>
 #include <cstddef>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 // Feeds MD5 digests of several threads. As long as there is a core for each of them, each thread digests by itself with the
-// library, which is the fastest for one stream. When there are more, up to eight share a core: one of the threads digests the
-// bytes of all side by side (MD5EightStreams.h) while the others sleep. Every digest is then a third slower than alone, but
-// the core does the work of five.
+// library, which is the fastest for one stream. When there are more, up to eight share a core: a thread of this object digests
+// the bytes of all side by side (MD5EightStreams.h) while their own threads sleep. Every digest is then a third slower than
+// alone, but the core does the work of five.
 class SharedMD5 {
  public:
   // Shorter feeds are over before another thread could take them up: they go to the library at once.
@@ -22,6 +23,8 @@ class SharedMD5 {
 
   // `cores` is how many threads may digest at the same time.
   explicit SharedMD5(std::size_t cores);
+  // Not while a digest is fed.
+  ~SharedMD5();
   SharedMD5(const SharedMD5&) = delete;
   SharedMD5& operator=(const SharedMD5&) = delete;
 
@@ -34,16 +37,25 @@ class SharedMD5 {
   using Feeds = std::vector<Feed*>;
 
   void digestBlocks(Feed& own);
+  [[nodiscard]] bool isSharing() const;
   [[nodiscard]] std::size_t workersNeeded() const;
-  Feeds take(Feed& own);
+  void startWorkers();
+  void work();
+  void countSlice();
+  Feeds take();
   void giveBack(const Feeds& feeds);
   static void digestSlice(const Feeds& feeds);
   static void digestTogether(const Feeds& feeds, std::size_t blocks);
 
   const std::size_t _cores;
   std::mutex _mutex;
-  std::condition_variable _changed;  // feeds have ended, or there is a core for each again
-  Feeds _unfinished;                 // with blocks left, in the order of their calls; guarded by _mutex
-  std::size_t _workers = 0;          // threads that digest at the moment; guarded by _mutex
-  std::size_t _slicesToShare = 0;    // digested together even if there is a core for each feed; guarded by _mutex
+  std::condition_variable _feedsToShare;  // there may be some for a worker, or it is to end
+  // All guarded by _mutex.
+  Feeds _unfinished;               // with blocks left, in the order of their calls
+  std::size_t _slicesToShare = 0;  // digested together even if there is a core for each feed
+  std::size_t _busyWorkers = 0;    // that digest a slice at the moment
+  bool _isEnding = false;
+  // They digest what is shared and nothing else: a thread that came with bytes of its own would leave the others' to rest
+  // when it is through with them, until another has woken. Started when there is something to share for the first time.
+  std::vector<std::thread> _workers;
 };

@@ -1,12 +1,15 @@
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <latch>
 #include <ostream>
 #include <random>
 #include <span>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -29,6 +32,12 @@ std::string digestOfTheLibrary(const std::string& bytes) {
   MD5_Init(&digest);
   MD5_Update(&digest, bytes.data(), bytes.size());
   return hexDigest(digest);
+}
+
+void expectDigestsOfTheLibrary(const std::vector<std::string>& streams, const std::vector<std::string>& digests) {
+  for (std::size_t number = 0; number < streams.size(); ++number) {
+    EXPECT_EQ(digestOfTheLibrary(streams[number]), digests[number]) << "stream " << number;
+  }
 }
 
 // Padding for a message of `text`, which fits into one block: RFC 1321, 3.1 and 3.2.
@@ -112,23 +121,15 @@ TEST_P(SharedMD5Digests, AreThoseOfTheLibraryForStreamsOfEveryLengthInPiecesOfEv
     });
   }
   for (std::thread& thread : threads) thread.join();
-  for (std::size_t number = 0; number < streams.size(); ++number) {
-    EXPECT_EQ(digestOfTheLibrary(streams[number]), digests[number]) << "stream " << number;
-  }
+  expectDigestsOfTheLibrary(streams, digests);
 }
-
-INSTANTIATE_TEST_SUITE_P(SharedMD5, SharedMD5Digests,
-                         testing::Values(Row{"OneStream", 1, 1}, Row{"TwoStreamsOnOneCore", 1, 2},
-                                         Row{"TwoStreamsOnTwoCores", 2, 2}, Row{"FourStreamsOnTwoCores", 2, 4},
-                                         Row{"EightStreamsOnOneCore", 1, 8}, Row{"SeventeenStreamsOnTwoCores", 2, 17},
-                                         Row{"SeventeenStreamsOnSixteenCores", 16, 17}),
-                         rowName);
 
 TEST(SharedMD5, CountsMoreThanFourGigabitsOfAStreamAsTheLibraryDoes) {
   const std::string bytes = mediaBytes(64 * MiB);
   SharedMD5 md5(1);
   std::array<MD5_CTX, 2> digests;
   std::vector<std::thread> threads;
+  threads.reserve(digests.size());
   for (MD5_CTX& digest : digests) {
     threads.emplace_back([&] {
       MD5_Init(&digest);
@@ -142,6 +143,66 @@ TEST(SharedMD5, CountsMoreThanFourGigabitsOfAStreamAsTheLibraryDoes) {
   const std::string digest = hexDigest(expected);
   EXPECT_EQ(digest, hexDigest(digests[0]));
   EXPECT_EQ(digest, hexDigest(digests[1]));
+}
+
+// More streams than cores, some of them ending early: the others are then digested alone again.
+TEST_P(SharedMD5Digests, AreThoseOfTheLibraryForStreamsThatAreNotSharedAnyMore) {
+  SharedMD5 md5(GetParam().cores);
+  std::vector<std::string> streams;
+  for (std::size_t number = 0; number < GetParam().streams; ++number) {
+    const bool endsEarly = number > GetParam().cores - GetParam().cores / 4;
+    streams.push_back(mediaBytes(endsEarly ? MiB : 20 * MiB, static_cast<uint32_t>(number)));
+  }
+  std::vector<std::string> digests(streams.size());
+  std::vector<std::thread> threads;
+  for (std::size_t number = 0; number < streams.size(); ++number) {
+    threads.emplace_back([&, number] {
+      MD5_CTX digest;
+      MD5_Init(&digest);
+      md5.update(digest, streams[number].data(), streams[number].size());
+      digests[number] = hexDigest(digest);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  expectDigestsOfTheLibrary(streams, digests);
+}
+
+INSTANTIATE_TEST_SUITE_P(SharedMD5, SharedMD5Digests,
+                         testing::Values(Row{"OneStream", 1, 1}, Row{"TwoStreamsOnOneCore", 1, 2},
+                                         Row{"TwoStreamsOnTwoCores", 2, 2}, Row{"FourStreamsOnTwoCores", 2, 4},
+                                         Row{"EightStreamsOnOneCore", 1, 8}, Row{"SeventeenStreamsOnTwoCores", 2, 17},
+                                         Row{"SeventeenStreamsOnSixteenCores", 16, 17},
+                                         Row{"TwentyStreamsOnSixteenCores", 16, 20}),
+                         rowName);
+
+TEST(SharedMD5, DigestsEveryStreamAloneWhereNoThreadCanBeHad) {
+  constexpr std::size_t count = 4;
+  SharedMD5 md5(1);
+  std::vector<std::string> streams;
+  for (std::size_t number = 0; number < count; ++number) {
+    streams.push_back(mediaBytes(20 * MiB, static_cast<uint32_t>(number)));
+  }
+  std::vector<std::string> digests(count);
+  std::vector<std::thread> threads;
+  std::latch start(count + 1);
+  for (std::size_t number = 0; number < count; ++number) {
+    threads.emplace_back([&, number] {
+      MD5_CTX digest;
+      MD5_Init(&digest);
+      start.arrive_and_wait();
+      md5.update(digest, streams[number].data(), streams[number].size());
+      digests[number] = hexDigest(digest);
+    });
+  }
+  // More than there are addresses.
+  pthread_attr_t attributes;
+  ASSERT_EQ(0, pthread_attr_init(&attributes));
+  ASSERT_EQ(0, pthread_attr_setstacksize(&attributes, std::size_t{1} << 62));
+  ASSERT_EQ(0, pthread_setattr_default_np(&attributes));
+  EXPECT_THROW(std::thread([] {}).join(), std::system_error);
+  start.arrive_and_wait();
+  for (std::thread& thread : threads) thread.join();
+  expectDigestsOfTheLibrary(streams, digests);
 }
 
 }  // namespace
