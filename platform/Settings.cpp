@@ -41,17 +41,18 @@ int keepValue(void* user, const char*, const char* name, const char* value) {
   return 1;
 }
 
-// Hands one whole line to the parser, as fgets does. Left to itself the parser cuts long lines, so that the end of a comment
-// could become a setting, and takes a line that begins with any white space as the continuation of the value before it.
+// Hands one whole line to the parser, as fgets does, without its end, which the last line of a file may lack. Left to itself
+// the parser cuts long lines, so that the end of a comment could become a setting, and takes a line that begins with any
+// white space as the continuation of the value before it. A line that fills the space is taken as one that was cut.
 char* readLine(char* line, int size, void* stream) {
   char* text = nullptr;
   std::size_t capacity = 0;
   const ssize_t length = ::getline(&text, &capacity, static_cast<std::FILE*>(stream));
   const std::unique_ptr<char, void (*)(void*)> owner(text, std::free);
   if (length < 0) return nullptr;
-  const std::string_view trimmed = std::string_view(text).substr(std::strspn(text, " \t\v\f\r"));
-  const bool fits = trimmed.size() < static_cast<std::size_t>(size);
-  const std::string_view taken = fits ? trimmed : "\n";
+  std::string_view taken = std::string_view(text).substr(std::strspn(text, " \t\v\f\r"));
+  if (taken.ends_with('\n')) taken.remove_suffix(1);
+  if (taken.size() + 1 >= static_cast<std::size_t>(size)) taken = {};
   line[taken.copy(line, taken.size())] = '\0';
   return line;
 }

@@ -81,6 +81,10 @@ INSTANTIATE_TEST_SUITE_P(
         FileRow{"VerticalTabInFrontOfTheLineBehind", "readBufferSizeMB = 4\n\v9\n", 4},
         FileRow{"CarriageReturnInFrontOfTheLineBehind", "readBufferSizeMB = 4\n\r9\n", 4},
         FileRow{"LongLineBefore", std::string(5000, 'x') + "\nreadBufferSizeMB = 4\n", 4},
+        FileRow{"LongestLine", "readBufferSizeMB = 4 " + std::string(177, 'x') + "\n", 4},
+        FileRow{"LongestLineWithoutNewline", "readBufferSizeMB = 4 " + std::string(177, 'x'), 4},
+        FileRow{"LineTooLong", "readBufferSizeMB = 4 " + std::string(178, 'x') + "\n", 0},
+        FileRow{"LineTooLongWithoutNewline", "readBufferSizeMB = 4 " + std::string(178, 'x'), 0},
         FileRow{"InsideALongComment", "; " + std::string(197, 'x') + "readBufferSizeMB = 7\n", 0}),
     rowName);
 
