@@ -1,5 +1,7 @@
 #include "platform/Processors.h"
 
+#include <unistd.h>
+
 #include <ctime>
 #include <tuple>
 
@@ -17,6 +19,10 @@ std::optional<std::size_t> currentProcessor() {
   return static_cast<std::size_t>(processor);
 }
 
+pid_t numberOfThisThread() {
+  return ::gettid();
+}
+
 std::chrono::nanoseconds processorTimeOfThisThread() {
   timespec time{};
   std::ignore = ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
@@ -28,10 +34,14 @@ UsableProcessors::UsableProcessors() {
 }
 
 void UsableProcessors::keepThisThreadOff(std::optional<std::size_t> processor) const {
-  if (_count < 2 || processor == processorLeftAlone) return;
+  if (processor != processorLeftAlone && keepThreadOff(numberOfThisThread(), processor)) processorLeftAlone = processor;
+}
+
+bool UsableProcessors::keepThreadOff(pid_t thread, std::optional<std::size_t> processor) const {
+  if (_count < 2) return false;
   cpu_set_t others = _all;
   if (processor) CPU_CLR(*processor, &others);
-  if (::sched_setaffinity(0, sizeof others, &others) == 0) processorLeftAlone = processor;
+  return ::sched_setaffinity(thread, sizeof others, &others) == 0;
 }
 
 }  // namespace platform

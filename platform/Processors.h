@@ -1,6 +1,7 @@
 #pragma once
 
 #include <sched.h>
+#include <sys/types.h>
 
 #include <chrono>
 #include <cstddef>
@@ -10,6 +11,9 @@ namespace platform {
 
 // The processor that the calling thread runs on, as a number of the system's. It may be another one at once.
 std::optional<std::size_t> currentProcessor();
+
+// The calling thread, as a number of the system's that is its own while it runs.
+pid_t numberOfThisThread();
 
 // What the calling thread has used so far of any processor; zero where the system does not tell.
 std::chrono::nanoseconds processorTimeOfThisThread();
@@ -27,6 +31,10 @@ class UsableProcessors {
   // when that is a change for the thread, so this may be called for every piece of work. Where the system refuses, or
   // there is no other processor, the thread goes on as it was.
   void keepThisThreadOff(std::optional<std::size_t> processor) const;
+
+  // The same for any thread of the process, which must not have ended; the system is asked at every call. False where the
+  // thread goes on as it was.
+  [[nodiscard]] bool keepThreadOff(pid_t thread, std::optional<std::size_t> processor) const;
 
  private:
   cpu_set_t _all{};

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <optional>
 #include <ostream>
 #include <set>
@@ -63,22 +64,45 @@ std::set<std::string> processorsOfThreads(const std::string& name) {
   return processors;
 }
 
+// A thread that does nothing.
+class IdleThread {
+ public:
+  explicit IdleThread(const char* name) { EXPECT_EQ(0, ::pthread_setname_np(_thread.native_handle(), name)); }
+  ~IdleThread() {
+    _end.set_value();
+    _thread.join();
+  }
+  IdleThread(const IdleThread&) = delete;
+  IdleThread& operator=(const IdleThread&) = delete;
+
+  pid_t number() { return _number.get_future().get(); }
+
+ private:
+  std::promise<pid_t> _number;
+  std::promise<void> _end;
+  std::thread _thread{[this] {
+    _number.set_value(platform::numberOfThisThread());
+    _end.get_future().wait();
+  }};
+};
+
 // Buffers on their way to files of a scratch folder.
 class Copy {
  public:
   explicit Copy(std::size_t destinations, bool hasTwoDigests = false, std::size_t bufferSize = MiB)
-      : _buffer(mediaBytes(bufferSize)), _writer(_queue, hasTwoDigests) {
+      : _buffer(mediaBytes(bufferSize)) {
     for (std::size_t number = 0; number < destinations; ++number) {
       const std::string path = _scratch.file(std::to_string(number));
       std::optional<platform::OutputFile> file = platform::OutputFile::createEmpty(path, std::nullopt, {});
       EXPECT_TRUE(file.has_value());
       _destinations.push_back(std::move(*file));
     }
+    _writer.emplace(_queue, hasTwoDigests, _readingThread.number());
   }
 
   void writeBuffer(const std::function<void()>& digest) {
-    _writer.writeToAll(_destinations, std::as_bytes(std::span(_buffer)), digest,
-                       [](std::size_t, int64_t) { FAIL() << "a write failed"; });
+    _writer->writeToAll(_destinations, std::as_bytes(std::span(_buffer)), digest,
+                        [](std::size_t, int64_t) { FAIL() << "a write failed"; });
     ++_buffers;
   }
 
@@ -105,6 +129,8 @@ class Copy {
     return times[times.size() / 2] * _destinations.size();
   }
 
+  void endWriting() { _writer.reset(); }
+
   void expectAllWritten() {
     const std::size_t count = _destinations.size();
     _destinations.clear();
@@ -119,8 +145,9 @@ class Copy {
   // Where writes need a processor and no device.
   const ScratchDirectory _scratch{std::filesystem::path("/dev/shm")};
   const std::string _buffer;
+  IdleThread _readingThread{"reading"};
   platform::ConcurrentQueue _queue{"write"};
-  DestinationsWriter _writer;
+  std::optional<DestinationsWriter> _writer;
   std::vector<platform::OutputFile> _destinations;
   int _buffers = 0;
 };
@@ -188,6 +215,39 @@ TEST_F(DestinationsWriterWork, OfWritesThatWouldHoldUpTheDigestIsKeptOffItsProce
   copy.expectAllWritten();
 }
 
+TEST_F(DestinationsWriterWork, OfWritesThatEndBeforeTheDigestSharesTheirProcessorsWithTheReadingUntilTheyEndBehindIt) {
+  if (!useProcessors(2)) GTEST_SKIP() << "needs two processors";
+  Copy copy(3);
+  const std::set<std::string> all = processorsOfThreads("kdxtests");
+  ASSERT_EQ(1, all.size());
+  const std::chrono::nanoseconds writes = copy.timeOfWrites();
+  const auto longDigest = [&] { spin(writes * 2); };
+  const auto readingSharesWithWrites = [&] {
+    const std::set<std::string> reading = processorsOfThreads("reading");
+    return reading != all && reading == processorsOfThreads("write");
+  };
+  const auto readingAloneUsesAll = [&] {
+    return processorsOfThreads("reading") == all && !processorsOfThreads("write").contains(*all.begin());
+  };
+
+  EXPECT_TRUE(copy.writeUntil(longDigest, readingSharesWithWrites));
+  // So much that the writes catch up with the digest in small steps.
+  for (int buffer = 0; buffer < 10; ++buffer) copy.writeBuffer(longDigest);
+  EXPECT_TRUE(copy.writeUntil([] {}, readingAloneUsesAll));
+  copy.expectAllWritten();
+}
+
+TEST_F(DestinationsWriterWork, LeavesTheReadingOnAllProcessorsWhenItIsOver) {
+  if (!useProcessors(2)) GTEST_SKIP() << "needs two processors";
+  Copy copy(3);
+  const std::set<std::string> all = processorsOfThreads("kdxtests");
+  const std::chrono::nanoseconds writes = copy.timeOfWrites();
+  ASSERT_TRUE(copy.writeUntil([&] { spin(writes * 2); }, [&] { return processorsOfThreads("reading") != all; }));
+  copy.endWriting();
+  EXPECT_EQ(all, processorsOfThreads("reading"));
+  copy.expectAllWritten();
+}
+
 struct Undivided {
   const char* name;
   std::size_t processors;
@@ -208,6 +268,7 @@ TEST_P(DestinationsWriterLeavesWrites, OnAllProcessors) {
   for (int buffer = 0; buffer < 20; ++buffer) {
     copy.writeBuffer([&] { spin(digest); });
     ASSERT_EQ(all, processorsOfThreads("write"));
+    ASSERT_EQ(all, processorsOfThreads("reading"));
   }
   copy.expectAllWritten();
 }

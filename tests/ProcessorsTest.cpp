@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <optional>
 #include <thread>
 
@@ -55,6 +56,25 @@ TEST(Processors, OtherThreadsStayAsTheyAre) {
   EXPECT_TRUE(areSame(all, allowed()));
 }
 
+TEST(Processors, AnotherThreadIsKeptOffOneUntilItIsKeptOffNone) {
+  const platform::UsableProcessors usable;
+  if (usable.count() < 2) GTEST_SKIP() << "needs two processors";
+  const cpu_set_t all = allowed();
+  const std::size_t processor = platform::currentProcessor().value();
+  cpu_set_t others = all;
+  CPU_CLR(processor, &others);
+  const pid_t thread = platform::numberOfThisThread();
+
+  std::thread([&] { EXPECT_TRUE(usable.keepThreadOff(thread, processor)); }).join();
+  EXPECT_TRUE(areSame(others, allowed()));
+  std::thread([&] { EXPECT_TRUE(usable.keepThreadOff(thread, std::nullopt)); }).join();
+  EXPECT_TRUE(areSame(all, allowed()));
+}
+
+TEST(Processors, AThreadThatIsNotThereIsNotKeptOffOne) {
+  EXPECT_FALSE(platform::UsableProcessors().keepThreadOff(std::numeric_limits<pid_t>::max(), std::nullopt));
+}
+
 TEST(Processors, AThreadWithOneIsNotKeptOffIt) {
   cpu_set_t only;
   CPU_ZERO(&only);
@@ -63,6 +83,7 @@ TEST(Processors, AThreadWithOneIsNotKeptOffIt) {
   const platform::UsableProcessors usable;
   EXPECT_EQ(1, usable.count());
   usable.keepThisThreadOff(platform::currentProcessor());
+  EXPECT_FALSE(usable.keepThreadOff(platform::numberOfThisThread(), platform::currentProcessor()));
   EXPECT_TRUE(areSame(only, allowed()));
 }
 

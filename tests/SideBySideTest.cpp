@@ -70,8 +70,9 @@ TEST_F(SideBySide, TheWritesOfABufferToEveryDestinationAndItsDigestAreUnderWayTo
   std::promise<void> goOn;
   platform::ConcurrentQueue writeQueue("write");
 
+  const pid_t readingThread = platform::numberOfThisThread();
   std::thread writing([&] {
-    DestinationsWriter(writeQueue, false)
+    DestinationsWriter(writeQueue, false, readingThread)
         .writeToAll(
             destinations, std::as_bytes(std::span(bytes)),
             [&] {

@@ -24,6 +24,7 @@ void DestinationsWriter::writeToAll(std::vector<platform::OutputFile>& destinati
   const std::size_t first = isDigestLongest() ? 0 : 1;
   const std::optional<std::size_t> processorOfDigest =
       keepsWritesOffTheDigest() ? platform::currentProcessor() : std::nullopt;
+  keepReadingOff(keepsReadingOffTheDigest() ? processorOfDigest : std::nullopt);
   _queue.apply(writes + 1, [&](std::size_t place) {
     if (place != writes) _processors.keepThisThreadOff(processorOfDigest);
     const std::size_t work = (first + place) % (writes + 1);
@@ -37,6 +38,10 @@ void DestinationsWriter::writeToAll(std::vector<platform::OutputFile>& destinati
   });
 }
 
+std::chrono::nanoseconds DestinationsWriter::timeOfWrites() const {
+  return std::accumulate(_processorTimes.begin(), _processorTimes.end() - 1, std::chrono::nanoseconds{});
+}
+
 bool DestinationsWriter::isDigestLongest() const {
   return std::ranges::max(_processorTimes) == _processorTimes.back();
 }
@@ -48,6 +53,17 @@ bool DestinationsWriter::isDigestLongest() const {
 bool DestinationsWriter::keepsWritesOffTheDigest() const {
   if (_hasTwoDigests || !isDigestLongest() || _processorTimes.size() <= _processors.count()) return false;
   const std::chrono::nanoseconds digest = _processorTimes.back();
-  const auto writes = std::accumulate(_processorTimes.begin(), _processorTimes.end() - 1, std::chrono::nanoseconds{});
-  return writes > digest / 4 && writes <= digest * (_processors.count() - 1) * 3 / 2;
+  return timeOfWrites() > digest / 4 && timeOfWrites() <= digest * (_processors.count() - 1) * 3 / 2;
+}
+
+// The buffer that is free when the digest of one ends is read into next, and the system wakes the reading thread where that was
+// noticed: in front of the next digest, with another processor idle. It goes to the writes while they end before the digest;
+// where they don't, the digest's processor is the one that has time to read.
+bool DestinationsWriter::keepsReadingOffTheDigest() const {
+  return keepsWritesOffTheDigest() && timeOfWrites() <= _processorTimes.back() * (_processors.count() - 1);
+}
+
+void DestinationsWriter::keepReadingOff(std::optional<std::size_t> processor) {
+  if (processor == _processorNotReadOn) return;
+  if (_processors.keepThreadOff(_readingThread, processor)) _processorNotReadOn = processor;
 }

@@ -124,7 +124,7 @@ uint64_t KDXDispatchCopy::streamSourceInto(std::vector<OutputFile>& destinations
                                            ProgressClock::Clock::time_point start) {
   uint64_t bytesCopied = 0;  // changed on _readQ alone until done
   ProgressClock progress(progressInterval, start);
-  DestinationsWriter writer(_destinationsQ, hasTwoDigests());
+  DestinationsWriter writer(_destinationsQ, hasTwoDigests(), platform::numberOfThisThread());
   platform::DispatchGroup done;
   done.enter();
   KDXReadFile(_sourceURL->path(), _readQ, [&](bool isLast, const std::byte* bytes, int64_t length, int32_t error) {

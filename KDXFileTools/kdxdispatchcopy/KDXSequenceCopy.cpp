@@ -134,7 +134,7 @@ class KDXSequenceCopy::FrameStream {
   KDXSequenceCopy& _job;
   const ProgressClock::Clock::time_point _start = ProgressClock::Clock::now();
   ProgressClock _progress{progressInterval, _start};
-  DestinationsWriter _writer{_job._destinationsQ, _job.hasTwoDigests()};
+  DestinationsWriter _writer{_job._destinationsQ, _job.hasTwoDigests(), platform::numberOfThisThread()};
   uint64_t _bytesCopied = 0;
   std::string _digestList;
   std::string _externalDigestList;
