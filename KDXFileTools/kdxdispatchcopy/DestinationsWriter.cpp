@@ -56,9 +56,9 @@ bool DestinationsWriter::keepsWritesOffTheDigest() const {
   return timeOfWrites() > digest / 4 && timeOfWrites() <= digest * (_processors.count() - 1) * 3 / 2;
 }
 
-// The buffer that is free when the digest of one ends is read into next, and the system wakes the reading thread where that was
-// noticed: in front of the next digest, with another processor idle. It goes to the writes while they end before the digest;
-// where they don't, the digest's processor is the one that has time to read.
+// The buffer that the end of a digest sets free is read into next, and the system wakes the reading thread where that end was
+// noticed: in front of the next digest, with another processor idle. It goes to the writes while they end before the
+// digest; where they don't, the digest's processor is the one that has time to read.
 bool DestinationsWriter::keepsReadingOffTheDigest() const {
   return keepsWritesOffTheDigest() && timeOfWrites() <= _processorTimes.back() * (_processors.count() - 1);
 }
