@@ -15,6 +15,12 @@ constexpr std::size_t blocksOfSlice = 1024;
 // bytes, which it does the sooner if it finds a core free.
 constexpr std::size_t slicesToGoOnSharing = 256;
 
+// Null where digests can't share a core.
+MD5EightStreams* eightStreams() {
+  static MD5EightStreams* const fastest = md5EightStreamsOfThisProcessor().fastest();
+  return fastest;
+}
+
 }  // namespace
 
 // The whole blocks of one call.
@@ -54,8 +60,7 @@ SharedMD5::~SharedMD5() {
 }
 
 void SharedMD5::update(MD5_CTX& digest, const void* bytes, std::size_t length) {
-  static const bool canShare = canDigestMD5EightStreams();
-  if (!canShare || length < smallestShared) {
+  if (length < smallestShared || eightStreams() == nullptr) {
     MD5_Update(&digest, bytes, length);
     return;
   }
@@ -182,7 +187,7 @@ void SharedMD5::digestTogether(const Feeds& feeds, std::size_t blocks) {
     states[2][lane] = digest.C;
     states[3][lane] = digest.D;
   }
-  md5EightStreams(states, data, blocks);
+  eightStreams()(states, data, blocks);
   for (std::size_t lane = 0; lane < feeds.size(); ++lane) {
     MD5_CTX& digest = feeds[lane]->digest;
     digest.A = states[0][lane];

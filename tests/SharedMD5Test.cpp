@@ -61,8 +61,17 @@ constexpr std::array<Vector, 5> published{
     Vector{"abc", "900150983cd24fb0d6963f7d28e17f72"}, Vector{"message digest", "f96b697d7cb7938d525a2f31aaf161d0"},
     Vector{"abcdefghijklmnopqrstuvwxyz", "c3fcd3d76192e4007dfb496cca67e13b"}};
 
-TEST(MD5EightStreams, EveryLaneGivesThePublishedDigests) {
-  if (!canDigestMD5EightStreams()) GTEST_SKIP() << "this processor lacks the vector instructions";
+struct Instructions {
+  const char* name;
+  MD5EightStreams* MD5EightStreamsOfThisProcessor::*digest;
+  friend void PrintTo(const Instructions& row, std::ostream* out) { *out << row.name; }
+};
+
+class MD5EightStreamsWith : public testing::TestWithParam<Instructions> {};
+
+TEST_P(MD5EightStreamsWith, GivesThePublishedDigestsInEveryLane) {
+  MD5EightStreams* const digestBlocks = md5EightStreamsOfThisProcessor().*GetParam().digest;
+  if (digestBlocks == nullptr) GTEST_SKIP() << "this processor lacks the vector instructions";
   for (std::size_t shift = 0; shift < streamsOfMD5EightStreams; ++shift) {
     MD5EightStates states{};
     std::array<std::array<std::byte, 64>, streamsOfMD5EightStreams> blocks{};
@@ -77,7 +86,7 @@ TEST(MD5EightStreams, EveryLaneGivesThePublishedDigests) {
       blocks.at(lane) = paddedBlock(published.at((lane + shift) % published.size()).text);
       data[lane] = blocks.at(lane).data();
     }
-    md5EightStreams(states, data, 1);
+    digestBlocks(states, data, 1);
     for (std::size_t lane = 0; lane < streamsOfMD5EightStreams; ++lane) {
       std::array<uint8_t, 16> digest{};
       for (std::size_t byte = 0; byte < digest.size(); ++byte) {
@@ -87,6 +96,11 @@ TEST(MD5EightStreams, EveryLaneGivesThePublishedDigests) {
     }
   }
 }
+
+INSTANTIATE_TEST_SUITE_P(SharedMD5, MD5EightStreamsWith,
+                         testing::Values(Instructions{"AVX2", &MD5EightStreamsOfThisProcessor::avx2},
+                                         Instructions{"AVX512", &MD5EightStreamsOfThisProcessor::avx512}),
+                         rowName);
 
 struct Row {
   const char* name;
