@@ -21,7 +21,7 @@ struct IdleBuffer {
 
 struct SharedMemory {
   std::mutex mutex;
-  std::condition_variable changed;
+  std::condition_variable changed;  // for calls that wait for the memory of others
   // All guarded by mutex.
   std::size_t calls = 0;         // reading calls under way
   std::size_t callsWithout = 0;  // those of them that hold no buffer at the moment
@@ -77,17 +77,20 @@ bool ReadBuffers::mayTakeAnother() const {
 std::shared_ptr<std::byte> ReadBuffers::next() {
   SharedMemory& memory = shared();
   std::unique_lock lock(memory.mutex);
-  memory.changed.wait(lock, [this] { return mayTakeAnother(); });
+  while (!mayTakeAnother()) (_held == buffersPerCall ? _givenBack : memory.changed).wait(lock);
   if (_held++ == 0) --memory.callsWithout;
   ++memory.buffersInUse;
   std::byte* const buffer = takeIdleOrAllocate(_bufferSize, _largestRead).release();
   lock.unlock();
   return {buffer, [self = shared_from_this()](std::byte* bytes) {
             SharedMemory& owner = shared();
-            const std::lock_guard giveBack(owner.mutex);
+            std::unique_lock giveBack(owner.mutex);
             owner.idle.push_back({.size = self->_bufferSize, .memory = platform::PageAlignedMemory(bytes)});
             --owner.buffersInUse;
             if (--self->_held == 0) ++owner.callsWithout;
+            // Without the lock, which whoever is woken takes first.
+            giveBack.unlock();
+            self->_givenBack.notify_one();
             owner.changed.notify_all();
           }};
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <condition_variable>
 #include <cstddef>
 #include <limits>
 #include <memory>
@@ -29,5 +30,6 @@ class ReadBuffers : public std::enable_shared_from_this<ReadBuffers> {
 
   const std::size_t _bufferSize;
   const std::size_t _largestRead;
-  std::size_t _held = 0;  // guarded by the lock of the shared memory
+  std::size_t _held = 0;               // guarded by the lock of the shared memory
+  std::condition_variable _givenBack;  // for this call alone, when it waits for one of its own
 };
