@@ -287,4 +287,25 @@ TEST(Process, StaysOnItsProcessorWithTheThreadsThatStartLater) {
   EXPECT_EQ(0, run.exitStatus);
 }
 
+TEST(Process, ThatStaysOnItsProcessorWakesThreadsWithoutBeingInterrupted) {
+  if (processorsAllowed() < 2) GTEST_SKIP() << "needs two processors";
+  const ChildRun run = runInChild([] {
+    platform::stayOnThisProcessor();
+    int inherited = -1;
+    platform::SerialQueue("read").sync([&] { inherited = ::sched_getscheduler(0); });
+    endChild(::sched_getscheduler(0) == SCHED_BATCH && inherited == SCHED_BATCH);
+  });
+  EXPECT_EQ(0, run.exitStatus);
+}
+
+TEST(Process, ThatStaysOnItsProcessorKeepsAPolicyThatWasChosenForIt) {
+  const ChildRun run = runInChild([] {
+    const sched_param withoutPriority{};
+    const bool isChosen = ::sched_setscheduler(0, SCHED_IDLE, &withoutPriority) == 0;
+    platform::stayOnThisProcessor();
+    endChild(isChosen && ::sched_getscheduler(0) == SCHED_IDLE);
+  });
+  EXPECT_EQ(0, run.exitStatus);
+}
+
 }  // namespace
