@@ -17,11 +17,11 @@ MD5EightStreamsOfThisProcessor md5EightStreamsOfThisProcessor() {
   constexpr unsigned vectorRegisters = 0x06;
   constexpr unsigned moreAndWiderRegisters = 0xe0;
   unsigned kept = 0;
-  asm("xgetbv" : "=a"(kept), "=d"(edx) : "c"(0));
+  asm volatile("xgetbv" : "=a"(kept), "=d"(edx) : "c"(0));
   if (!hasAll(kept, vectorRegisters)) return {};
   MD5EightStreamsOfThisProcessor found;
   if (hasAll(ebx, bit_AVX2)) found.avx2 = md5EightStreamsAVX2;
-  if (hasAll(ebx, bit_AVX512F | bit_AVX512VL) && hasAll(kept, moreAndWiderRegisters)) {
+  if (hasAll(ebx, bit_AVX2 | bit_AVX512F | bit_AVX512VL) && hasAll(kept, moreAndWiderRegisters)) {
     found.avx512 = md5EightStreamsAVX512;
   }
   return found;

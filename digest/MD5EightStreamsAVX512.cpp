@@ -1,6 +1,10 @@
+#ifdef __x86_64__
+
 #include "digest/MD5EightStreamsLanes.h"
 
 void md5EightStreamsAVX512(MD5EightStates& states, const std::byte* const (&data)[streamsOfMD5EightStreams],
                            std::size_t blocks) {
   digestBlocks(states, data, blocks);
 }
+
+#endif

@@ -11,8 +11,8 @@
 
 // Feeds MD5 digests of several threads. As long as there is a core for each of them, each thread digests by itself with the
 // library, which is the fastest for one stream. When there are more, up to eight share a core: a thread of this object digests
-// the bytes of all side by side (MD5EightStreams.h) while their own threads sleep. Every digest is then a third slower than
-// alone, but the core does the work of five.
+// the bytes of all side by side (MD5EightStreams.h) while their own threads sleep. Every digest is then a third to a half
+// slower than alone, but the core does the work of four or five.
 class SharedMD5 {
  public:
   // Shorter feeds are over before another thread could take them up: they go to the library at once.

@@ -73,9 +73,9 @@ void stayOnThisProcessor() {
   cpu_set_t only;
   CPU_ZERO(&only);
   CPU_SET(static_cast<std::size_t>(processor), &only);
-  std::ignore = ::sched_setaffinity(0, sizeof only, &only);
-  // A thread that is woken does not interrupt the one that woke it, which goes on until it has to wait. Another policy than
-  // the usual one was chosen by whoever started the process, and is kept.
+  if (::sched_setaffinity(0, sizeof only, &only) != 0) return;
+  // A thread that is woken does not interrupt the one that woke it. Another policy than the usual one was chosen by whoever
+  // started the process, and is kept.
   const sched_param withoutPriority{};
   if (::sched_getscheduler(0) == SCHED_OTHER) std::ignore = ::sched_setscheduler(0, SCHED_BATCH, &withoutPriority);
 }

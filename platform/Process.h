@@ -23,7 +23,7 @@ void raiseDiskPriority();
 
 // The calling thread, and threads that it starts from now on, stay on the processor that it runs on. For short work whose
 // threads wait for one another: to wake a thread on another processor, asleep as a rule, takes longer than what it then has
-// to do. On the same one they take turns only where one has to wait. Where the system refuses, they go on as they were.
+// to do. On the same one, none is interrupted by another that it woke. Where the system refuses, they go on as they were.
 void stayOnThisProcessor();
 
 // From now on an allocation that fails ends the process with status 1 and a line on standard error.

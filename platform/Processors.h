@@ -29,7 +29,7 @@ class UsableProcessors {
 
   // From now on the calling thread runs on all of them but this one; with none, on all of them. The system is asked only
   // when that is a change for the thread, so this may be called for every piece of work. Where the system refuses, or
-  // there is no other processor, the thread goes on as it was.
+  // there is no other processor, the thread goes on as it was. Not for a thread that keepThreadOff is called for.
   void keepThisThreadOff(std::optional<std::size_t> processor) const;
 
   // The same for any thread of the process, which must not have ended; the system is asked at every call. False where the

@@ -1,11 +1,13 @@
 // Which thread and which processor the work of a copy gets.
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sched.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -15,6 +17,7 @@
 #include <set>
 #include <span>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -89,7 +92,7 @@ class IdleThread {
 // Buffers on their way to files of a scratch folder.
 class Copy {
  public:
-  explicit Copy(std::size_t destinations, bool hasTwoDigests = false, std::size_t bufferSize = MiB)
+  explicit Copy(std::size_t destinations, bool hasTwoDigests = false, std::size_t bufferSize = MiB / 4)
       : _buffer(mediaBytes(bufferSize)) {
     for (std::size_t number = 0; number < destinations; ++number) {
       const std::string path = _scratch.file(std::to_string(number));
@@ -152,15 +155,17 @@ class Copy {
   int _buffers = 0;
 };
 
-bool isMemoryWritable() {
+bool hasRoomInMemory() {
+  constexpr std::uintmax_t room = 128 * MiB;
   std::error_code error;
-  return std::filesystem::is_directory("/dev/shm", error) && ::access("/dev/shm", W_OK) == 0;
+  const std::filesystem::space_info space = std::filesystem::space("/dev/shm", error);
+  return !error && space.available >= room && ::access("/dev/shm", W_OK) == 0;
 }
 
 class DestinationsWriterWork : public testing::Test {
  protected:
   void SetUp() override {
-    if (!isMemoryWritable()) GTEST_SKIP() << "needs /dev/shm";
+    if (!hasRoomInMemory()) GTEST_SKIP() << "needs 128 MiB in /dev/shm";
   }
 };
 
@@ -201,22 +206,22 @@ TEST_F(DestinationsWriterWork, OfBytesNotWorthAThreadIsDigestedFirstOnTheCalling
 }
 
 TEST_F(DestinationsWriterWork, OfWritesThatWouldHoldUpTheDigestIsKeptOffItsProcessorUntilTheyTakeLonger) {
-  if (!useProcessors(2)) GTEST_SKIP() << "needs two processors";
+  if (!useProcessors(2)) GTEST_SKIP() << "needs two processors, and to be let choose them";
   Copy copy(3);
   const std::set<std::string> all = processorsOfThreads("kdxtests");
   ASSERT_EQ(1, all.size());
   const std::chrono::nanoseconds writes = copy.timeOfWrites();
   const auto writersUseAll = [&] { return processorsOfThreads("write") == all; };
 
-  EXPECT_TRUE(
-      copy.writeUntil([&] { spin(writes); }, [&] { return !processorsOfThreads("write").contains(*all.begin()); }));
+  EXPECT_TRUE(copy.writeUntil([&] { spin(writes * 3 / 2); },
+                              [&] { return !processorsOfThreads("write").contains(*all.begin()); }));
   EXPECT_EQ(all, processorsOfThreads("kdxtests"));
   EXPECT_TRUE(copy.writeUntil([] {}, writersUseAll));
   copy.expectAllWritten();
 }
 
 TEST_F(DestinationsWriterWork, OfWritesThatEndBeforeTheDigestSharesTheirProcessorsWithTheReadingUntilTheyEndBehindIt) {
-  if (!useProcessors(2)) GTEST_SKIP() << "needs two processors";
+  if (!useProcessors(2)) GTEST_SKIP() << "needs two processors, and to be let choose them";
   Copy copy(3);
   const std::set<std::string> all = processorsOfThreads("kdxtests");
   ASSERT_EQ(1, all.size());
@@ -238,7 +243,7 @@ TEST_F(DestinationsWriterWork, OfWritesThatEndBeforeTheDigestSharesTheirProcesso
 }
 
 TEST_F(DestinationsWriterWork, LeavesTheReadingOnAllProcessorsWhenItIsOver) {
-  if (!useProcessors(2)) GTEST_SKIP() << "needs two processors";
+  if (!useProcessors(2)) GTEST_SKIP() << "needs two processors, and to be let choose them";
   Copy copy(3);
   const std::set<std::string> all = processorsOfThreads("kdxtests");
   const std::chrono::nanoseconds writes = copy.timeOfWrites();
@@ -260,8 +265,8 @@ struct Undivided {
 class DestinationsWriterLeavesWrites : public testing::TestWithParam<Undivided> {};
 
 TEST_P(DestinationsWriterLeavesWrites, OnAllProcessors) {
-  if (!isMemoryWritable()) GTEST_SKIP() << "needs /dev/shm";
-  if (!useProcessors(GetParam().processors)) GTEST_SKIP() << "needs two processors";
+  if (!hasRoomInMemory()) GTEST_SKIP() << "needs 128 MiB in /dev/shm";
+  if (!useProcessors(GetParam().processors)) GTEST_SKIP() << "needs two processors, and to be let choose them";
   Copy copy(GetParam().destinations, GetParam().hasTwoDigests);
   const std::set<std::string> all = processorsOfThreads("kdxtests");
   const std::chrono::nanoseconds digest = copy.timeOfWrites() * GetParam().digestTime;

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
+#include <sched.h>
 
+#include <chrono>
 #include <limits>
 #include <optional>
 #include <thread>
@@ -20,6 +22,14 @@ bool areSame(const cpu_set_t& some, const cpu_set_t& others) {
   return CPU_EQUAL(&some, &others) != 0;
 }
 
+// A system may refuse it altogether.
+bool mayChoose() {
+  const cpu_set_t all = allowed();
+  return ::sched_setaffinity(0, sizeof all, &all) == 0;
+}
+
+constexpr const char* needsTwo = "needs two processors, and to be let choose them";
+
 TEST(Processors, UsableOnesAreThoseTheThreadMayRunOn) {
   const cpu_set_t all = allowed();
   EXPECT_EQ(CPU_COUNT(&all), static_cast<int>(platform::UsableProcessors().count()));
@@ -34,7 +44,7 @@ TEST(Processors, TheCurrentOneIsAUsableOne) {
 
 TEST(Processors, AThreadKeptOffOneRunsOnAllOthersUntilItIsKeptOffNone) {
   const platform::UsableProcessors usable;
-  if (usable.count() < 2) GTEST_SKIP() << "needs two processors";
+  if (usable.count() < 2 || !mayChoose()) GTEST_SKIP() << needsTwo;
   const cpu_set_t all = allowed();
   const std::size_t processor = platform::currentProcessor().value();
 
@@ -50,7 +60,7 @@ TEST(Processors, AThreadKeptOffOneRunsOnAllOthersUntilItIsKeptOffNone) {
 
 TEST(Processors, OtherThreadsStayAsTheyAre) {
   const platform::UsableProcessors usable;
-  if (usable.count() < 2) GTEST_SKIP() << "needs two processors";
+  if (usable.count() < 2 || !mayChoose()) GTEST_SKIP() << needsTwo;
   const cpu_set_t all = allowed();
   std::thread([&] { usable.keepThisThreadOff(platform::currentProcessor()); }).join();
   EXPECT_TRUE(areSame(all, allowed()));
@@ -58,7 +68,7 @@ TEST(Processors, OtherThreadsStayAsTheyAre) {
 
 TEST(Processors, AnotherThreadIsKeptOffOneUntilItIsKeptOffNone) {
   const platform::UsableProcessors usable;
-  if (usable.count() < 2) GTEST_SKIP() << "needs two processors";
+  if (usable.count() < 2 || !mayChoose()) GTEST_SKIP() << needsTwo;
   const cpu_set_t all = allowed();
   const std::size_t processor = platform::currentProcessor().value();
   cpu_set_t others = all;
@@ -76,6 +86,7 @@ TEST(Processors, AThreadThatIsNotThereIsNotKeptOffOne) {
 }
 
 TEST(Processors, AThreadWithOneIsNotKeptOffIt) {
+  if (!mayChoose()) GTEST_SKIP() << "needs to be let choose processors";
   cpu_set_t only;
   CPU_ZERO(&only);
   CPU_SET(platform::currentProcessor().value(), &only);
@@ -87,11 +98,8 @@ TEST(Processors, AThreadWithOneIsNotKeptOffIt) {
   EXPECT_TRUE(areSame(only, allowed()));
 }
 
-TEST(Processors, TimeIsThatOfTheCallingThreadAndNotOfItsSleep) {
+TEST(Processors, TimeIsThatOfTheCallingThreadAndNotOfItsWaiting) {
   const auto before = platform::processorTimeOfThisThread();
-  const auto start = std::chrono::steady_clock::now();
-  std::this_thread::sleep_for(200ms);
-  EXPECT_LT(platform::processorTimeOfThisThread() - before, std::chrono::steady_clock::now() - start);
   std::thread([] {
     while (platform::processorTimeOfThisThread() < 50ms) {
     }

@@ -472,6 +472,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 INSTANTIATE_TEST_SUITE_P(Everywhere, ToolHarmlessFaults,
                          testing::Values(harmless("DiskPriorityCanNotBeRaised", "ioprio_set:error=EPERM"),
+                                         harmless("ProcessorsAreNotTold", "sched_getaffinity:error=EPERM"),
                                          harmless("ReadsAreInterrupted", "read:error=EINTR:when=1", "{source}"),
                                          harmless("WritesAreInterrupted", "write:error=EINTR:when=1",
                                                   "{destination}.kdxcopy")),

@@ -21,7 +21,7 @@ void DestinationsWriter::writeToAll(std::vector<platform::OutputFile>& destinati
   }
   _processorTimes.resize(writes + 1);
   // The last piece of work is done on the calling thread.
-  const std::size_t first = isDigestLongest() ? 0 : 1;
+  const std::size_t first = (longestWork() + 1) % (writes + 1);
   const std::optional<std::size_t> processorOfDigest =
       keepsWritesOffTheDigest() ? platform::currentProcessor() : std::nullopt;
   keepReadingOff(keepsReadingOffTheDigest() ? processorOfDigest : std::nullopt);
@@ -46,9 +46,15 @@ bool DestinationsWriter::isDigestLongest() const {
   return std::ranges::max(_processorTimes) == _processorTimes.back();
 }
 
+// The position of its time.
+std::size_t DestinationsWriter::longestWork() const {
+  if (isDigestLongest()) return _processorTimes.size() - 1;
+  return static_cast<std::size_t>(std::ranges::max_element(_processorTimes) - _processorTimes.begin());
+}
+
 // Where there are fewer processors than pieces of work, the system gives each an equal share, and the digest, which can't be
 // divided, ends last. Writes that hardly need a processor take little from it. Those that need far more than the processors
-// left to them would end last themselves; up to half as much again they still gain by it, since shared processors do less.
+// left to them would end last themselves; up to half as much again they still gain by it, since processors that work takes turns on get less done.
 // What two digests take is not known: the second runs on a thread of its own.
 bool DestinationsWriter::keepsWritesOffTheDigest() const {
   if (_hasTwoDigests || !isDigestLongest() || _processorTimes.size() <= _processors.count()) return false;
@@ -57,8 +63,8 @@ bool DestinationsWriter::keepsWritesOffTheDigest() const {
 }
 
 // The buffer that the end of a digest sets free is read into next, and the system wakes the reading thread where that end was
-// noticed: in front of the next digest, with another processor idle. It goes to the writes while they end before the
-// digest; where they don't, the digest's processor is the one that has time to read.
+// noticed: in front of the next digest, with another processor idle. The reading goes to the writes while they end before
+// the digest; where they don't, the digest's processor is the one that has time to read.
 bool DestinationsWriter::keepsReadingOffTheDigest() const {
   return keepsWritesOffTheDigest() && timeOfWrites() <= _processorTimes.back() * (_processors.count() - 1);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -18,7 +20,7 @@
 // processor when the copy is over.
 class DestinationsWriter {
  public:
-  // The queue, whose threads do nothing but this copy, and the thread that reads the buffers must outlive the writer. Two
+  // The queue, whose threads do nothing else meanwhile, and the thread that reads the buffers must outlive the writer. Two
   // digests are made of each buffer, or one.
   DestinationsWriter(platform::ConcurrentQueue& queue, bool hasTwoDigests, pid_t readingThread)
       : _queue(queue), _hasTwoDigests(hasTwoDigests), _readingThread(readingThread) {}
@@ -40,6 +42,7 @@ class DestinationsWriter {
  private:
   [[nodiscard]] std::chrono::nanoseconds timeOfWrites() const;
   [[nodiscard]] bool isDigestLongest() const;
+  [[nodiscard]] std::size_t longestWork() const;
   [[nodiscard]] bool keepsWritesOffTheDigest() const;
   [[nodiscard]] bool keepsReadingOffTheDigest() const;
   void keepReadingOff(std::optional<std::size_t> processor);

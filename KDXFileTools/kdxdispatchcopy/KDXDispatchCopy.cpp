@@ -16,6 +16,7 @@
 #include "platform/DispatchGroup.h"
 #include "platform/Log.h"
 #include "platform/Process.h"
+#include "platform/Processors.h"
 
 using platform::OutputFile;
 

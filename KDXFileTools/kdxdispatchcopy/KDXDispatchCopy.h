@@ -153,7 +153,7 @@ class KDXDispatchCopy : public std::enable_shared_from_this<KDXDispatchCopy> {
   // Accessed by the phases on the front end's thread, except where something else is said.
   platform::SerialQueue _readQ{"read"};               // the source's data arrives here, in file order
   platform::SerialQueue _writeQ{"write"};             // kept for those who look for it; copies use the next one
-  platform::ConcurrentQueue _destinationsQ{"write"};  // writes and digests; its threads start once in a run
+  platform::ConcurrentQueue _destinationsQ{"write"};  // writes, digests, syncs; its threads start once in a run
   uint64_t _bytesHashed = 0;                          // written by the digest task alone; read when the copy is done
   uint64_t _sourceFileSize = 0;                       // bytes; 0: not known yet
   std::shared_ptr<KDXDigestContext> _sourceDigestContext;    // of the bytes copied

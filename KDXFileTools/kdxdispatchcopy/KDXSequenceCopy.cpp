@@ -12,6 +12,7 @@
 #include "extensions/filesizeCFI.h"
 #include "platform/Log.h"
 #include "platform/Process.h"
+#include "platform/Processors.h"
 
 using platform::OutputFile;
 

@@ -70,7 +70,8 @@ def build() -> measure.Programs:
 
 
 def _installed(program: Path) -> Path:
-    """A copy, as the peers are: what a linker writes is in the system's cache in single pages, which take longer to map."""
+    """A copy, as from a package, which the peers are from: what a linker writes is in the system's cache in single pages, which
+    take longer to map."""
     copy = ROOT / "build/bench/installed" / program.name
     subprocess.run(["install", "-D", program, copy], check=True)
     return copy

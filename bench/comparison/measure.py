@@ -17,7 +17,7 @@ START_BLOCKS = 20  # the starts of a round are run in so many turns, so that a b
 
 @dataclass(frozen=True)
 class Programs:
-    """What was built for the comparison."""
+    """What was built for the comparison; the tool and the floor of a start are copies of it."""
 
     tool: Path
     stopwatch: Path

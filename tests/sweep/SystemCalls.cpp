@@ -88,6 +88,9 @@ const std::vector<std::pair<int, CallKind>> kinds{
     {SYS_clone, {"clone", Concerns::thread, threads}},
     {SYS_getcwd, {"getcwd", Concerns::thread, whereabouts}},
     {SYS_ioprio_set, {"ioprio_set", Concerns::thread, privilege}},
+    {SYS_sched_getaffinity, {"sched_getaffinity", Concerns::thread, privilege}},
+    {SYS_sched_setaffinity, {"sched_setaffinity", Concerns::thread, privilege}},
+    {SYS_sched_setscheduler, {"sched_setscheduler", Concerns::thread, privilege}},
     // What is left can't fail with the arguments it is given (signal masks, names of threads), or is waiting.
 };
 
