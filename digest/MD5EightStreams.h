@@ -16,7 +16,7 @@ using MD5EightStates = uint32_t[4][streamsOfMD5EightStreams];
 using MD5EightStreams = void(MD5EightStates& states, const std::byte* const (&data)[streamsOfMD5EightStreams],
                              std::size_t blocks);
 
-// For processors with AVX2, and for those with the AVX-512 instructions F and VL, which rotate and mix in one step each.
+// For processors with AVX2, and for those with the AVX-512 instructions F and VL, which rotate in one step instead of three.
 // Not to be called on others; there are none for processors that are not x86-64.
 MD5EightStreams md5EightStreamsAVX2;
 MD5EightStreams md5EightStreamsAVX512;

@@ -19,7 +19,7 @@ std::optional<std::size_t> currentProcessor() {
   return static_cast<std::size_t>(processor);
 }
 
-pid_t numberOfThisThread() {
+ThreadNumber numberOfThisThread() {
   return ::gettid();
 }
 
@@ -37,7 +37,7 @@ void UsableProcessors::keepThisThreadOff(std::optional<std::size_t> processor) c
   if (processor != processorLeftAlone && keepThreadOff(numberOfThisThread(), processor)) processorLeftAlone = processor;
 }
 
-bool UsableProcessors::keepThreadOff(pid_t thread, std::optional<std::size_t> processor) const {
+bool UsableProcessors::keepThreadOff(ThreadNumber thread, std::optional<std::size_t> processor) const {
   if (_count < 2) return false;
   cpu_set_t others = _all;
   if (processor) CPU_CLR(*processor, &others);

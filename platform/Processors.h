@@ -12,8 +12,10 @@ namespace platform {
 // The processor that the calling thread runs on, as a number of the system's. It may be another one at once.
 std::optional<std::size_t> currentProcessor();
 
-// The calling thread, as a number of the system's that is its own while it runs.
-pid_t numberOfThisThread();
+// A thread, as a number of the system's that is its own while it runs.
+using ThreadNumber = pid_t;
+
+ThreadNumber numberOfThisThread();
 
 // What the calling thread has used so far of any processor; zero where the system does not tell.
 std::chrono::nanoseconds processorTimeOfThisThread();
@@ -34,7 +36,7 @@ class UsableProcessors {
 
   // The same for any thread of the process, which must not have ended; the system is asked at every call. False where the
   // thread goes on as it was.
-  [[nodiscard]] bool keepThreadOff(pid_t thread, std::optional<std::size_t> processor) const;
+  [[nodiscard]] bool keepThreadOff(ThreadNumber thread, std::optional<std::size_t> processor) const;
 
  private:
   cpu_set_t _all{};

@@ -43,7 +43,7 @@ int keepValue(void* user, const char*, const char* name, const char* value) {
 
 // Hands one whole line to the parser, as fgets does, without its end, which the last line of a file may lack. Left to itself
 // the parser cuts long lines, so that the end of a comment could become a setting, and takes a line that begins with any
-// white space as the continuation of the value before it. The parser may take a line that fills the space for one that was cut.
+// white space as the continuation of the value before it. A line that fills the space it may take for one that was cut.
 char* readLine(char* line, int size, void* stream) {
   char* text = nullptr;
   std::size_t capacity = 0;

@@ -78,10 +78,10 @@ class IdleThread {
   IdleThread(const IdleThread&) = delete;
   IdleThread& operator=(const IdleThread&) = delete;
 
-  pid_t number() { return _number.get_future().get(); }
+  platform::ThreadNumber number() { return _number.get_future().get(); }
 
  private:
-  std::promise<pid_t> _number;
+  std::promise<platform::ThreadNumber> _number;
   std::promise<void> _end;
   std::thread _thread{[this] {
     _number.set_value(platform::numberOfThisThread());
@@ -131,6 +131,9 @@ class Copy {
     std::ranges::sort(times);
     return times[times.size() / 2] * _destinations.size();
   }
+
+  // To the first destination.
+  [[nodiscard]] std::uintmax_t bytesWritten() const { return std::filesystem::file_size(_scratch.file("0")); }
 
   void endWriting() { _writer.reset(); }
 
@@ -198,59 +201,63 @@ TEST_F(DestinationsWriterWork, OfADigestQuickerThanAWriteIsDoneOnAnotherThread) 
 TEST_F(DestinationsWriterWork, OfBytesNotWorthAThreadIsDigestedFirstOnTheCallingThread) {
   Copy copy(2, false, notWorthAThread);
   std::thread::id thread;
-  for (int buffer = 0; buffer < 3; ++buffer) {
-    copy.writeBuffer([&] { thread = std::this_thread::get_id(); });
+  for (std::size_t buffer = 0; buffer < 3; ++buffer) {
+    copy.writeBuffer([&] {
+      thread = std::this_thread::get_id();
+      EXPECT_EQ(buffer * notWorthAThread, copy.bytesWritten());
+    });
     EXPECT_EQ(std::this_thread::get_id(), thread);
   }
   copy.expectAllWritten();
 }
 
-TEST_F(DestinationsWriterWork, OfWritesThatWouldHoldUpTheDigestIsKeptOffItsProcessorUntilTheyTakeLonger) {
-  if (!useProcessors(2)) GTEST_SKIP() << "needs two processors, and to be let choose them";
-  Copy copy(3);
-  const std::set<std::string> all = processorsOfThreads("kdxtests");
-  ASSERT_EQ(1, all.size());
-  const std::chrono::nanoseconds writes = copy.timeOfWrites();
-  const auto writersUseAll = [&] { return processorsOfThreads("write") == all; };
+// Three writes and a digest on two processors.
+class DestinationsWriterProcessors : public DestinationsWriterWork {
+ protected:
+  void SetUp() override {
+    DestinationsWriterWork::SetUp();
+    if (IsSkipped()) return;
+    if (!useProcessors(2)) GTEST_SKIP() << "needs two processors, and to be let choose them";
+    all = processorsOfThreads("kdxtests");
+    ASSERT_EQ(1, all.size());
+    copy.emplace(3);
+    writes = copy->timeOfWrites();
+  }
 
-  EXPECT_TRUE(copy.writeUntil([&] { spin(writes * 3 / 2); },
-                              [&] { return !processorsOfThreads("write").contains(*all.begin()); }));
-  EXPECT_EQ(all, processorsOfThreads("kdxtests"));
-  EXPECT_TRUE(copy.writeUntil([] {}, writersUseAll));
-  copy.expectAllWritten();
+  [[nodiscard]] bool isKeptOffOne(const std::string& threads) const {
+    return !processorsOfThreads(threads).contains(*all.begin());
+  }
+  [[nodiscard]] bool usesAll(const std::string& threads) const { return processorsOfThreads(threads) == all; }
+
+  std::set<std::string> all;  // one text
+  std::optional<Copy> copy;
+  std::chrono::nanoseconds writes{};
+  const std::function<void()> longDigest = [this] { spin(writes * 2); };
+  const std::function<void()> noDigest = [] {};
+};
+
+TEST_F(DestinationsWriterProcessors, OfADigestAreLeftAloneByWritesThatWouldHoldItUpUntilTheyTakeLonger) {
+  EXPECT_TRUE(copy->writeUntil([&] { spin(writes * 3 / 2); }, [&] { return isKeptOffOne("write"); }));
+  EXPECT_TRUE(usesAll("kdxtests"));
+  EXPECT_TRUE(copy->writeUntil(noDigest, [&] { return usesAll("write"); }));
+  copy->expectAllWritten();
 }
 
-TEST_F(DestinationsWriterWork, OfWritesThatEndBeforeTheDigestSharesTheirProcessorsWithTheReadingUntilTheyEndBehindIt) {
-  if (!useProcessors(2)) GTEST_SKIP() << "needs two processors, and to be let choose them";
-  Copy copy(3);
-  const std::set<std::string> all = processorsOfThreads("kdxtests");
-  ASSERT_EQ(1, all.size());
-  const std::chrono::nanoseconds writes = copy.timeOfWrites();
-  const auto longDigest = [&] { spin(writes * 2); };
-  const auto readingSharesWithWrites = [&] {
-    const std::set<std::string> reading = processorsOfThreads("reading");
-    return reading != all && reading == processorsOfThreads("write");
-  };
-  const auto readingAloneUsesAll = [&] {
-    return processorsOfThreads("reading") == all && !processorsOfThreads("write").contains(*all.begin());
-  };
-
-  EXPECT_TRUE(copy.writeUntil(longDigest, readingSharesWithWrites));
+TEST_F(DestinationsWriterProcessors, OfWritesThatEndBeforeTheDigestAreSharedWithTheReadingUntilTheyEndBehindIt) {
+  EXPECT_TRUE(copy->writeUntil(longDigest, [&] {
+    return isKeptOffOne("reading") && processorsOfThreads("reading") == processorsOfThreads("write");
+  }));
   // So much that the writes catch up with the digest in small steps.
-  for (int buffer = 0; buffer < 10; ++buffer) copy.writeBuffer(longDigest);
-  EXPECT_TRUE(copy.writeUntil([] {}, readingAloneUsesAll));
-  copy.expectAllWritten();
+  for (int buffer = 0; buffer < 10; ++buffer) copy->writeBuffer(longDigest);
+  EXPECT_TRUE(copy->writeUntil(noDigest, [&] { return usesAll("reading") && isKeptOffOne("write"); }));
+  copy->expectAllWritten();
 }
 
-TEST_F(DestinationsWriterWork, LeavesTheReadingOnAllProcessorsWhenItIsOver) {
-  if (!useProcessors(2)) GTEST_SKIP() << "needs two processors, and to be let choose them";
-  Copy copy(3);
-  const std::set<std::string> all = processorsOfThreads("kdxtests");
-  const std::chrono::nanoseconds writes = copy.timeOfWrites();
-  ASSERT_TRUE(copy.writeUntil([&] { spin(writes * 2); }, [&] { return processorsOfThreads("reading") != all; }));
-  copy.endWriting();
-  EXPECT_EQ(all, processorsOfThreads("reading"));
-  copy.expectAllWritten();
+TEST_F(DestinationsWriterProcessors, AreAllTheReadingsWhenTheCopyIsOver) {
+  ASSERT_TRUE(copy->writeUntil(longDigest, [&] { return isKeptOffOne("reading"); }));
+  copy->endWriting();
+  EXPECT_TRUE(usesAll("reading"));
+  copy->expectAllWritten();
 }
 
 struct Undivided {

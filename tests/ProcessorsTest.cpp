@@ -73,7 +73,7 @@ TEST(Processors, AnotherThreadIsKeptOffOneUntilItIsKeptOffNone) {
   const std::size_t processor = platform::currentProcessor().value();
   cpu_set_t others = all;
   CPU_CLR(processor, &others);
-  const pid_t thread = platform::numberOfThisThread();
+  const platform::ThreadNumber thread = platform::numberOfThisThread();
 
   std::thread([&] { EXPECT_TRUE(usable.keepThreadOff(thread, processor)); }).join();
   EXPECT_TRUE(areSame(others, allowed()));
@@ -82,7 +82,8 @@ TEST(Processors, AnotherThreadIsKeptOffOneUntilItIsKeptOffNone) {
 }
 
 TEST(Processors, AThreadThatIsNotThereIsNotKeptOffOne) {
-  EXPECT_FALSE(platform::UsableProcessors().keepThreadOff(std::numeric_limits<pid_t>::max(), std::nullopt));
+  EXPECT_FALSE(
+      platform::UsableProcessors().keepThreadOff(std::numeric_limits<platform::ThreadNumber>::max(), std::nullopt));
 }
 
 TEST(Processors, AThreadWithOneIsNotKeptOffIt) {

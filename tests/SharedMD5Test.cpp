@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <latch>
 #include <ostream>
 #include <random>
@@ -38,6 +40,27 @@ void expectDigestsOfTheLibrary(const std::vector<std::string>& streams, const st
   for (std::size_t number = 0; number < streams.size(); ++number) {
     EXPECT_EQ(digestOfTheLibrary(streams[number]), digests[number]) << "stream " << number;
   }
+}
+
+// Digests the streams side by side, each in one piece, all from the same moment on.
+std::vector<std::string> digestsOf(
+    const std::vector<std::string>& streams, SharedMD5& md5, const std::function<void()>& beforeTheyStart = [] {}) {
+  std::vector<std::string> digests(streams.size());
+  std::vector<std::thread> threads;
+  std::latch start(static_cast<std::ptrdiff_t>(streams.size()) + 1);
+  for (std::size_t number = 0; number < streams.size(); ++number) {
+    threads.emplace_back([&, number] {
+      MD5_CTX digest;
+      MD5_Init(&digest);
+      start.arrive_and_wait();
+      md5.update(digest, streams[number].data(), streams[number].size());
+      digests[number] = hexDigest(digest);
+    });
+  }
+  beforeTheyStart();
+  start.arrive_and_wait();
+  for (std::thread& thread : threads) thread.join();
+  return digests;
 }
 
 // Padding for a message of `text`, which fits into one block: RFC 1321, 3.1 and 3.2.
@@ -167,18 +190,7 @@ TEST_P(SharedMD5Digests, AreThoseOfTheLibraryForStreamsThatAreNotSharedAnyMore) 
     const bool endsEarly = number >= GetParam().cores - GetParam().cores / 4;
     streams.push_back(mediaBytes(endsEarly ? MiB : 20 * MiB, static_cast<uint32_t>(number)));
   }
-  std::vector<std::string> digests(streams.size());
-  std::vector<std::thread> threads;
-  for (std::size_t number = 0; number < streams.size(); ++number) {
-    threads.emplace_back([&, number] {
-      MD5_CTX digest;
-      MD5_Init(&digest);
-      md5.update(digest, streams[number].data(), streams[number].size());
-      digests[number] = hexDigest(digest);
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  expectDigestsOfTheLibrary(streams, digests);
+  expectDigestsOfTheLibrary(streams, digestsOf(streams, md5));
 }
 
 INSTANTIATE_TEST_SUITE_P(SharedMD5, SharedMD5Digests,
@@ -196,27 +208,15 @@ TEST(SharedMD5, DigestsEveryStreamAloneWhereNoThreadCanBeHad) {
   for (std::size_t number = 0; number < count; ++number) {
     streams.push_back(mediaBytes(20 * MiB, static_cast<uint32_t>(number)));
   }
-  std::vector<std::string> digests(count);
-  std::vector<std::thread> threads;
-  std::latch start(count + 1);
-  for (std::size_t number = 0; number < count; ++number) {
-    threads.emplace_back([&, number] {
-      MD5_CTX digest;
-      MD5_Init(&digest);
-      start.arrive_and_wait();
-      md5.update(digest, streams[number].data(), streams[number].size());
-      digests[number] = hexDigest(digest);
-    });
-  }
-  // More than there are addresses.
-  pthread_attr_t attributes;
-  ASSERT_EQ(0, pthread_attr_init(&attributes));
-  ASSERT_EQ(0, pthread_attr_setstacksize(&attributes, std::size_t{1} << 62));
-  ASSERT_EQ(0, pthread_setattr_default_np(&attributes));
-  EXPECT_THROW(std::thread([] {}).join(), std::system_error);
-  start.arrive_and_wait();
-  for (std::thread& thread : threads) thread.join();
-  expectDigestsOfTheLibrary(streams, digests);
+  const auto leaveNoThreads = [] {
+    // More than there are addresses.
+    pthread_attr_t attributes;
+    ASSERT_EQ(0, pthread_attr_init(&attributes));
+    EXPECT_EQ(0, pthread_attr_setstacksize(&attributes, std::size_t{1} << 62));
+    EXPECT_EQ(0, pthread_setattr_default_np(&attributes));
+    EXPECT_THROW(std::thread([] {}).join(), std::system_error);
+  };
+  expectDigestsOfTheLibrary(streams, digestsOf(streams, md5, leaveNoThreads));
 }
 
 }  // namespace

@@ -71,7 +71,7 @@ TEST_F(SideBySide, TheWritesOfABufferToEveryDestinationAndItsDigestAreUnderWayTo
   std::promise<void> goOn;
   platform::ConcurrentQueue writeQueue("write");
 
-  const pid_t readingThread = platform::numberOfThisThread();
+  const platform::ThreadNumber readingThread = platform::numberOfThisThread();
   std::thread writing([&] {
     DestinationsWriter(writeQueue, false, readingThread)
         .writeToAll(

@@ -42,22 +42,19 @@ std::chrono::nanoseconds DestinationsWriter::timeOfWrites() const {
   return std::accumulate(_processorTimes.begin(), _processorTimes.end() - 1, std::chrono::nanoseconds{});
 }
 
-bool DestinationsWriter::isDigestLongest() const {
-  return std::ranges::max(_processorTimes) == _processorTimes.back();
-}
-
-// The position of its time.
+// The position of its time: the digest's, which is the last, before that of a write that takes as long.
 std::size_t DestinationsWriter::longestWork() const {
-  if (isDigestLongest()) return _processorTimes.size() - 1;
-  return static_cast<std::size_t>(std::ranges::max_element(_processorTimes) - _processorTimes.begin());
+  const auto longest = std::max_element(_processorTimes.rbegin(), _processorTimes.rend());
+  return static_cast<std::size_t>(_processorTimes.rend() - longest) - 1;
 }
 
 // Where there are fewer processors than pieces of work, the system gives each an equal share, and the digest, which can't be
 // divided, ends last. Writes that hardly need a processor take little from it. Those that need far more than the processors
-// left to them would end last themselves; up to half as much again they still gain by it, since processors that work takes turns on get less done.
-// What two digests take is not known: the second runs on a thread of its own.
+// left to them would end last themselves; up to half as much again they still gain by it, since a processor gets less done
+// when work takes turns on it. What two digests take is not known: the second runs on a thread of its own.
 bool DestinationsWriter::keepsWritesOffTheDigest() const {
-  if (_hasTwoDigests || !isDigestLongest() || _processorTimes.size() <= _processors.count()) return false;
+  const bool isDigestLongest = longestWork() == _processorTimes.size() - 1;
+  if (_hasTwoDigests || !isDigestLongest || _processorTimes.size() <= _processors.count()) return false;
   const std::chrono::nanoseconds digest = _processorTimes.back();
   return timeOfWrites() > digest / 4 && timeOfWrites() <= digest * (_processors.count() - 1) * 3 / 2;
 }

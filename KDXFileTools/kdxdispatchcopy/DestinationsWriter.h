@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -22,7 +20,7 @@ class DestinationsWriter {
  public:
   // The queue, whose threads do nothing else meanwhile, and the thread that reads the buffers must outlive the writer. Two
   // digests are made of each buffer, or one.
-  DestinationsWriter(platform::ConcurrentQueue& queue, bool hasTwoDigests, pid_t readingThread)
+  DestinationsWriter(platform::ConcurrentQueue& queue, bool hasTwoDigests, platform::ThreadNumber readingThread)
       : _queue(queue), _hasTwoDigests(hasTwoDigests), _readingThread(readingThread) {}
   // From then on the reading thread uses all processors.
   ~DestinationsWriter() { keepReadingOff(std::nullopt); }
@@ -41,7 +39,6 @@ class DestinationsWriter {
 
  private:
   [[nodiscard]] std::chrono::nanoseconds timeOfWrites() const;
-  [[nodiscard]] bool isDigestLongest() const;
   [[nodiscard]] std::size_t longestWork() const;
   [[nodiscard]] bool keepsWritesOffTheDigest() const;
   [[nodiscard]] bool keepsReadingOffTheDigest() const;
@@ -49,7 +46,7 @@ class DestinationsWriter {
 
   platform::ConcurrentQueue& _queue;
   const bool _hasTwoDigests;
-  const pid_t _readingThread;
+  const platform::ThreadNumber _readingThread;
   std::optional<std::size_t> _processorNotReadOn;
   const platform::UsableProcessors _processors;
   // Of a processor, for all buffers so far: each write's by its position, then the digest's. Each is added to by the thread
