@@ -6,6 +6,7 @@ Nothing of what is measured stays behind. Caches are dropped as a whole when thi
 """
 
 import argparse
+import fcntl
 import os
 import shutil
 import signal
@@ -134,15 +135,27 @@ def print_row(table: records.Table):
         print(f"  {line.name:24} {tables.seconds(line.wall):>10}  {line.ratio:6.2f}", flush=True)
 
 
+def be_the_only_one():
+    """Two comparisons at once would measure each other, and the one that ends last would write its figures alone. The lock
+    is held until the process ends."""
+    folder = ROOT / "build"
+    os.makedirs(folder, exist_ok=True)
+    try:
+        fcntl.flock(os.open(folder, os.O_RDONLY), fcntl.LOCK_EX | fcntl.LOCK_NB)
+    except BlockingIOError:
+        sys.exit("bench/compare: another comparison is under way")
+
+
 def main():
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(128 + signal.SIGTERM))  # so that what was made is removed
     arguments = parse_arguments()
     figures = arguments.results / FIGURES
     if arguments.draw and not figures.exists():
         sys.exit(f"bench/compare: nothing to draw, there is no {figures}")
+    if not arguments.draw:
+        be_the_only_one()
     results = records.load(figures)
     if not arguments.draw:
-        os.makedirs(ROOT / "build", exist_ok=True)
         programs = build()
         results["machine"] = machine.describe()
         for name in arguments.media:
