@@ -136,8 +136,8 @@ def print_row(table: records.Table):
 
 
 def be_the_only_one():
-    """Two comparisons at once would measure each other, and the one that ends last would write its figures alone. The lock
-    is held until the process ends."""
+    """Two at once would measure each other, and the one that ends last would write its figures over the other's. The lock is
+    held until the process ends."""
     folder = ROOT / "build"
     os.makedirs(folder, exist_ok=True)
     try:
@@ -152,8 +152,7 @@ def main():
     figures = arguments.results / FIGURES
     if arguments.draw and not figures.exists():
         sys.exit(f"bench/compare: nothing to draw, there is no {figures}")
-    if not arguments.draw:
-        be_the_only_one()
+    be_the_only_one()
     results = records.load(figures)
     if not arguments.draw:
         programs = build()
