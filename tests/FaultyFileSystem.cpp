@@ -264,6 +264,10 @@ faultyfs::AttributeFault FaultyFileSystem::whenReportingAttributes(const std::st
   return {setter(), Operation::ReportAttributes, pattern};
 }
 
+faultyfs::LookUpFault FaultyFileSystem::whenLookingUp(const std::string& pattern) {
+  return {setter(), Operation::LookUp, pattern};
+}
+
 void FaultyFileSystem::slowDown(const std::string& pattern, std::chrono::milliseconds delay) {
   whenReading(pattern).delayBy(delay);
   whenWriting(pattern).delayBy(delay);

@@ -63,6 +63,7 @@ class FaultyFileSystem {
   faultyfs::PlainFault whenUnlinking(const std::string& pattern);
   faultyfs::PlainFault whenMakingFolders(const std::string& pattern);
   faultyfs::AttributeFault whenReportingAttributes(const std::string& pattern);
+  faultyfs::LookUpFault whenLookingUp(const std::string& pattern);
 
   // Delays every read, write and sync.
   void slowDown(const std::string& pattern, std::chrono::milliseconds delay);

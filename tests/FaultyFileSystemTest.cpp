@@ -775,6 +775,67 @@ TEST_F(FaultyFileSystemTest, TheReportedSizeCanBeALie) {
   EXPECT_EQ(filesystem::file_size(fs().path("clip.mov")), 999U);
 }
 
+// ---- Numbers, times and names ----
+
+// The number that stat(2) tells, 0 when it fails.
+ino_t numberOf(const filesystem::path& path) {
+  struct stat attributes {};
+  return ::stat(path.c_str(), &attributes) == 0 ? attributes.st_ino : 0;
+}
+
+TEST_F(FaultyFileSystemTest, NumbersMadeFromNamesChangeWithThem) {
+  storeNoise("clip.mov", 1);
+  fs().whenReportingAttributes("*").numberByName();
+  const ino_t number = numberOf(fs().path("clip.mov"));
+  EXPECT_EQ(numberOf(fs().path("clip.mov")), number);
+  filesystem::create_hard_link(fs().path("clip.mov"), fs().path("link.mov"));
+  EXPECT_NE(numberOf(fs().path("link.mov")), number);
+  filesystem::rename(fs().path("clip.mov"), fs().path("renamed.mov"));
+  EXPECT_NE(numberOf(fs().path("renamed.mov")), number);
+  EXPECT_NE(numberOf(fs().path("renamed.mov")), 0U);
+}
+
+TEST_F(FaultyFileSystemTest, TimesAreReportedAtTheirGrain) {
+  storeNoise("clip.mov", 1);
+  const std::array<timespec, 2> times{timespec{1'700'000'003, 987'654'321}, timespec{1'700'000'003, 987'654'321}};
+  ASSERT_EQ(::utimensat(AT_FDCWD, fs().stored("clip.mov").c_str(), times.data(), 0), 0);
+  const auto reported = [&] {
+    struct stat attributes {};
+    EXPECT_EQ(::stat(fs().path("clip.mov").c_str(), &attributes), 0);
+    return std::pair(attributes.st_mtim.tv_sec, attributes.st_mtim.tv_nsec);
+  };
+  EXPECT_EQ(reported(), std::pair(1'700'000'003L, 987'654'321L));
+  const auto fault = fs().whenReportingAttributes("*").roundTimesTo(10ms);
+  EXPECT_EQ(reported(), std::pair(1'700'000'003L, 980'000'000L));
+  fs().remove(fault);
+  fs().whenReportingAttributes("*").roundTimesTo(2s);
+  EXPECT_EQ(reported(), std::pair(1'700'000'002L, 0L));
+}
+
+TEST_F(FaultyFileSystemTest, WhereCaseIsIgnoredNamesThatDifferInItAloneAreOneFile) {
+  const std::string bytes = storeNoise("Clip.mov", 4 * KiB);
+  EXPECT_EQ(errorOfOpening(fs().path("CLIP.MOV"), O_RDONLY), ENOENT);
+  fs().whenLookingUp("*").ignoreCase();
+  EXPECT_EQ(readFile(fs().path("CLIP.MOV")), bytes);
+  EXPECT_EQ(errorOfOpening(fs().path("clip.MOV"), O_CREAT | O_EXCL | O_WRONLY), EEXIST);
+  filesystem::rename(fs().path("clip.mov"), fs().path("take.mov"));
+  EXPECT_EQ(namesBelow(fs().backing()), std::vector<std::string>{"take.mov"});
+  filesystem::remove(fs().path("TAKE.mov"));
+  EXPECT_TRUE(filesystem::is_empty(fs().backing()));
+}
+
+TEST_F(FaultyFileSystemTest, WhereCaseIsIgnoredARenameReplacesWhatDiffersInItAlone) {
+  storeNoise("Old.mov", 1);
+  const std::string bytes = storeNoise("new.mov", 2);
+  fs().whenLookingUp("*").ignoreCase();
+  EXPECT_EQ(errorOf(::renameat2(AT_FDCWD, fs().path("new.mov").c_str(), AT_FDCWD, fs().path("old.mov").c_str(),
+                                RENAME_NOREPLACE)),
+            EEXIST);
+  filesystem::rename(fs().path("new.mov"), fs().path("old.mov"));
+  EXPECT_EQ(namesBelow(fs().backing()), std::vector<std::string>{"Old.mov"});
+  EXPECT_EQ(readFile(fs().stored("Old.mov")), bytes);
+}
+
 // ---- Slow answers ----
 
 TEST_F(FaultyFileSystemTest, SlowAnswersTakeTheirTime) {

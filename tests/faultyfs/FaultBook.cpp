@@ -88,6 +88,9 @@ bool FaultBook::concerns(const Fault& fault, const Request& request) {
     case Effect::Delay:
     case Effect::LieAboutSize:
     case Effect::NumberAnew:
+    case Effect::NumberByName:
+    case Effect::RoundTimes:
+    case Effect::IgnoreCase:
     case Effect::BypassCache:
       break;
   }
@@ -124,6 +127,15 @@ void FaultBook::apply(const Rule& rule, const Request& request, Verdict& verdict
       break;
     case Effect::NumberAnew:
       verdict.numberByReference = true;
+      break;
+    case Effect::NumberByName:
+      verdict.numberByName = true;
+      break;
+    case Effect::RoundTimes:
+      verdict.timeGrain = std::chrono::milliseconds(fault.amount);
+      break;
+    case Effect::IgnoreCase:
+      verdict.ignoreCase = true;
       break;
     case Effect::BypassCache:
       verdict.bypassCache = true;

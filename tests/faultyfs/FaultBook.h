@@ -42,6 +42,9 @@ struct Verdict {
   std::int64_t sizeLie = 0;            // to be added to the reported size, bytes
   bool bypassCache = false;
   bool numberByReference = false;  // report a number which the file loses when the kernel forgets it
+  bool numberByName = false;       // report a number which the file loses with its name
+  bool ignoreCase = false;
+  std::chrono::milliseconds timeGrain{0};  // report times that are multiples of it; 0: as they are
 };
 
 // All faults in force. Safe to use from several threads; nothing but delay() waits, and it waits without a lock.

@@ -120,6 +120,26 @@ class AttributeFault : public FaultSentence<AttributeFault> {
   // Files have the number by which the kernel refers to them, and get another one when it has forgotten them, as on servers
   // that keep no numbers of their own.
   FaultNumber numberAnew() { return set(Effect::NumberAnew); }
+
+  // Files have a number that is made from the path by which they were last looked up: every name has its own, and a file
+  // that is renamed gets another one, even while it is open.
+  FaultNumber numberByName() { return set(Effect::NumberByName); }
+
+  // The times of files are rounded down to multiples of `grain`.
+  FaultNumber roundTimesTo(std::chrono::milliseconds grain) {
+    _fault.amount = grain.count();
+    return set(Effect::RoundTimes);
+  }
+};
+
+// What a name stands for.
+class LookUpFault : public FaultSentence<LookUpFault> {
+ public:
+  using FaultSentence::FaultSentence;
+
+  // A name stands for an item whose name differs from it in the case of ASCII letters alone, where none has the name
+  // itself. Items keep the spelling with which they were made.
+  FaultNumber ignoreCase() { return set(Effect::IgnoreCase); }
 };
 
 // What reading and writing have in common.

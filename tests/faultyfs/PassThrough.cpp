@@ -2,13 +2,17 @@
 
 #include <fcntl.h>
 #include <linux/fs.h>
+#include <strings.h>
 #include <sys/statvfs.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
+#include <filesystem>
+#include <functional>
 
 // The requests which concern names, folders and attributes.
 namespace faultyfs {
@@ -21,6 +25,15 @@ constexpr double entryTimeout = 0;
 
 int errorOf(int result) {
   return result == 0 ? 0 : errno;
+}
+
+// The times of files are after 1970 here, so that down is towards zero.
+void roundDown(timespec& time, std::chrono::milliseconds grain) {
+  if (grain.count() == 0) return;
+  const auto exact = std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+  const auto rounded = exact - exact % grain;
+  time.tv_sec = std::chrono::floor<std::chrono::seconds>(rounded).count();
+  time.tv_nsec = (rounded % std::chrono::seconds(1)).count();
 }
 
 void answerWithBytes(fuse_req_t request, ssize_t got, const std::vector<char>& buffer) {
@@ -65,14 +78,30 @@ int PassThrough::attributesOf(const Inode& inode, struct stat& attributes) {
     const Verdict verdict = meet({Operation::ReportAttributes, _inodes.pathOf(inode), {}, {}, 0});
     attributes.st_size = std::max<off_t>(0, attributes.st_size + verdict.sizeLie);
     if (verdict.numberByReference) attributes.st_ino = inode.number;
+    if (verdict.numberByName) attributes.st_ino = std::hash<std::string>{}(_inodes.pathOf(inode));
+    for (timespec* time : {&attributes.st_atim, &attributes.st_mtim, &attributes.st_ctim}) {
+      roundDown(*time, verdict.timeGrain);
+    }
     return verdict.error;
   }
   return 0;
 }
 
+std::string PassThrough::storedName(const Inode& folder, const char* name) {
+  if (!meet({Operation::LookUp, _inodes.pathOf(folder, name), {}, {}, 0}).ignoreCase) return name;
+  std::string found = name;
+  for (const auto& item : std::filesystem::directory_iterator(handlePath(folder))) {
+    const std::string stored = item.path().filename();
+    if (stored == name) return stored;
+    if (::strcasecmp(stored.c_str(), name) == 0) found = stored;
+  }
+  return found;
+}
+
 int PassThrough::enter(fuse_ino_t parent, const char* name, fuse_entry_param& entry) {
   const InodePointer folder = _inodes.find(parent);
-  FileDescriptor handle(::openat(folder->handle.get(), name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  const std::string stored = storedName(*folder, name);
+  FileDescriptor handle(::openat(folder->handle.get(), stored.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
   struct stat attributes {};
   if (!handle.valid() || ::fstatat(handle.get(), "", &attributes, AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW) != 0) {
     return errno;
@@ -241,16 +270,20 @@ void PassThrough::unlink(fuse_req_t request, fuse_ino_t parent, const char* name
   const std::string path = _inodes.pathOf(*folder, name);
   _traffic.add(path, &Counters::unlinks);
   const Verdict verdict = meet({Operation::Unlink, path, {}, {}, 0});
-  fuse_reply_err(request, verdict.error != 0 ? verdict.error : errorOf(::unlinkat(folder->handle.get(), name, 0)));
+  const std::string stored = storedName(*folder, name);
+  fuse_reply_err(request,
+                 verdict.error != 0 ? verdict.error : errorOf(::unlinkat(folder->handle.get(), stored.c_str(), 0)));
 }
 
 void PassThrough::removeFolder(fuse_req_t request, fuse_ino_t parent, const char* name) {
-  fuse_reply_err(request, errorOf(::unlinkat(_inodes.find(parent)->handle.get(), name, AT_REMOVEDIR)));
+  const InodePointer folder = _inodes.find(parent);
+  const std::string stored = storedName(*folder, name);
+  fuse_reply_err(request, errorOf(::unlinkat(folder->handle.get(), stored.c_str(), AT_REMOVEDIR)));
 }
 
-void PassThrough::noteName(const InodePointer& parent, const char* name) {
+void PassThrough::noteName(const InodePointer& parent, const std::string& name) {
   struct stat attributes {};
-  if (::fstatat(parent->handle.get(), name, &attributes, AT_SYMLINK_NOFOLLOW) == 0) {
+  if (::fstatat(parent->handle.get(), name.c_str(), &attributes, AT_SYMLINK_NOFOLLOW) == 0) {
     _inodes.rename(fileIdOf(attributes), parent, name);
   }
 }
@@ -262,13 +295,16 @@ void PassThrough::rename(fuse_req_t request, fuse_ino_t parent, const char* name
   const std::string path = _inodes.pathOf(*from, name);
   _traffic.add(path, &Counters::renames);
   const Verdict verdict = meet({Operation::Rename, path, _inodes.pathOf(*to, newName), {}, static_cast<int>(flags)});
-  const int error = verdict.error != 0
-                        ? verdict.error
-                        : errorOf(::renameat2(from->handle.get(), name, to->handle.get(), newName, flags));
+  const std::string stored = storedName(*from, name);
+  const std::string newStored = storedName(*to, newName);
+  const int error =
+      verdict.error != 0
+          ? verdict.error
+          : errorOf(::renameat2(from->handle.get(), stored.c_str(), to->handle.get(), newStored.c_str(), flags));
   if (error == 0) {
-    noteName(to, newName);
+    noteName(to, newStored);
     if ((flags & RENAME_EXCHANGE) != 0) {
-      noteName(from, name);
+      noteName(from, stored);
     }
   }
   fuse_reply_err(request, error);

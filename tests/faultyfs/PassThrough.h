@@ -92,12 +92,14 @@ class PassThrough {
   };
 
   int attributesOf(const Inode& inode, struct stat& attributes);
+  // The name by which the item is stored that is asked for as `name`.
+  std::string storedName(const Inode& folder, const char* name);
   int enter(fuse_ino_t parent, const char* name, fuse_entry_param& entry);
   void answerWithEntry(fuse_req_t request, fuse_ino_t parent, const char* name);
   int changeAttributes(const Inode& inode, const struct stat& wanted, int which, const fuse_file_info* file);
   std::uint64_t sizeOf(const Inode& inode) const;
   int changeSize(const Inode& inode, std::uint64_t size, const fuse_file_info* file);
-  void noteName(const InodePointer& parent, const char* name);
+  void noteName(const InodePointer& parent, const std::string& name);
   int prepareOpen(const std::string& path, fuse_file_info& file);
   // Stores what the verdict leaves of a write; returns the acknowledged bytes or a negative errno.
   std::int64_t store(int descriptor, std::span<const char> data, std::uint64_t offset, std::vector<ByteRange> lost);

@@ -25,6 +25,7 @@ enum class Operation : int {
   Unlink,
   MakeFolder,
   ReportAttributes,
+  LookUp,
 };
 
 enum class Effect : int {
@@ -40,6 +41,9 @@ enum class Effect : int {
   Delay,          // the answer waits for `amount` milliseconds
   LieAboutSize,   // the reported size is off by `amount` bytes
   NumberAnew,     // the reported inode number changes once the kernel has forgotten the file
+  NumberByName,   // the reported inode number is made from the path
+  RoundTimes,     // the reported times are multiples of `amount` milliseconds
+  IgnoreCase,     // the name stands for one that differs from it in case alone
   BypassCache,    // the opened file does not use the page cache of the kernel
 };
 
