@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <filesystem>
+#include <iterator>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -37,6 +38,16 @@ std::string nameOfTest(const testing::TestParamInfo<Scenario>& row) {
   return name;
 }
 
+// Of every call the faults from its first time on.
+std::vector<Fault> firstOfEachCall(const std::vector<Fault>& faults) {
+  std::vector<Fault> firsts;
+  std::ranges::copy_if(faults, std::back_inserter(firsts), [&](const Fault& fault) {
+    const auto isLikeIt = [&](const Fault& other) { return other.call == fault.call && other.error == fault.error; };
+    return std::ranges::none_of(firsts, isLikeIt);
+  });
+  return firsts;
+}
+
 class SystemCallSweep : public testing::TestWithParam<Scenario> {
  protected:
   void SetUp() override {
@@ -63,6 +74,10 @@ class SystemCallSweep : public testing::TestWithParam<Scenario> {
 
 TEST_P(SystemCallSweep, AFailedCallNeverBreaksThePromise) {
   expectPromiseKept(errorsOf(_offload), 12);
+}
+
+TEST_P(SystemCallSweep, ARefusedCallThatOnlyHelpsFailsNothing) {
+  expectPromiseKept(firstOfEachCall(refusalsOf(_offload)), 10);
 }
 
 TEST_P(SystemCallSweep, AKilledRunNeverBreaksThePromiseAndTheNextOneSucceeds) {
@@ -149,6 +164,13 @@ TEST_F(WhatTheSweepTells, AnEndByASignalOrWithAStatusWithoutACause) {
   EXPECT_EQ((Complaints{"ended by signal 6"}), told());
   _run.run.exitStatus = 5;
   EXPECT_EQ((Complaints{"ended with status 5, which nothing explains"}), told());
+}
+
+TEST_F(WhatTheSweepTells, AFailureForWantOfACallThatOnlyHelps) {
+  const FaultRun run =
+      runWith(_offload, {.event = Event::refused, .call = "openat", .where = "a/clip.mov.kdxcopy", .error = EPERM});
+  EXPECT_TRUE(run.cameToPass);
+  EXPECT_EQ((Complaints{"status 107 because of a call that only helps"}), run.complaints);
 }
 
 TEST(WhatTheSweepTellsOfReplacedFiles, OneThatIsGoneBeforeItsReplacementIsComplete) {

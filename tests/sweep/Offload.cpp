@@ -58,8 +58,7 @@ Offload::Offload(Scenario scenario) : _scenario(std::move(scenario)), _root(fold
     for (const std::string folder : folders) _arguments.push_back(_root.file(folder + "/frames"));
     return;
   }
-  // Two read buffers, and a tail that is no whole block.
-  _before["card/clip.mov"] = mediaBytes(MiB + 17);
+  _before["card/clip.mov"] = mediaBytes(_scenario.clipSize);
   _arguments.push_back(_root.file("card/clip.mov"));
   addCopies({"clip.mov"});
   for (const Copy& copy : _copies) _arguments.push_back(_root.file(copy.name));

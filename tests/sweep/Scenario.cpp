@@ -21,6 +21,7 @@ std::vector<Scenario> plainScenarios() {
   addBothJobs(scenarios, {.name = " -k", .options = {"-k"}});
   addBothJobs(scenarios, {.name = " -n", .options = {"-n"}});
   addBothJobs(scenarios, {.name = " -f", .options = {"-f"}, .replacesFiles = true});
+  scenarios.push_back({.name = "small clip", .clipSize = 5001});
   return scenarios;
 }
 

@@ -70,6 +70,8 @@ class Judge {
       case Event::failsAlways:
         if (_kind.getsMemory) return kindOfCall(call.name).getsMemory;
         return call.name == _fault.call && call.isBelowRoot == _isBelowRoot;
+      case Event::refused:
+        return call.name == _fault.call;
       case Event::deviceGone:
         return call.isBelowRoot && folderOf(call.where) == folderOf(_fault.where);
     }
@@ -93,6 +95,12 @@ void lookAtMessage(const Fault& fault, const ToolRun& run, Complaints& complaint
     complaints.push_back("no message tells what can't be had: " + run.errors);
 }
 
+// Who is refused a call that only helps does without it.
+void lookAtNeed(const Fault& fault, const FaultRun& run, Complaints& complaints) {
+  if (fault.event == Event::refused && run.cameToPass && run.status != 0)
+    complaints.push_back("status " + std::to_string(run.status) + " because of a call that only helps");
+}
+
 void runAgain(const Offload& offload, FaultRun& faultRun) {
   const std::vector<std::string> options =
       isFinalNameTaken(offload) ? std::vector<std::string>{"-f"} : std::vector<std::string>{};
@@ -110,6 +118,8 @@ const char* wordFor(Event event) {
       return "once";
     case Event::failsAlways:
       return "always";
+    case Event::refused:
+      return "refused";
     case Event::deviceGone:
       return "gone";
     case Event::killed:
@@ -138,6 +148,15 @@ std::vector<Fault> errorsOf(const Offload& offload) {
   return faults;
 }
 
+std::vector<Fault> refusalsOf(const Offload& offload) {
+  std::vector<Fault> faults;
+  for (const SystemCall& call : callsOf(offload)) {
+    if (!kindOfCall(call.name).onlyHelps) continue;
+    for (const int error : refusals()) faults.push_back(faultAt(call, Event::refused, error));
+  }
+  return faults;
+}
+
 std::vector<Fault> killsOf(const Offload& offload) {
   std::vector<Fault> faults;
   for (const SystemCall& call : callsOf(offload)) faults.push_back(faultAt(call, Event::killed));
@@ -159,6 +178,7 @@ FaultRun runWith(const Offload& offload, const Fault& fault) {
     runAgain(offload, faultRun);
   } else {
     lookAtMessage(fault, run.run, faultRun.complaints);
+    lookAtNeed(fault, faultRun, faultRun.complaints);
   }
   return faultRun;
 }

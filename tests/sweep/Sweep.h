@@ -12,6 +12,7 @@ enum class Event {
   failsOnce,    // it fails
   failsAlways,  // it and every later one of its name fail: on files, or on the standard descriptors; memory: every call
                 // that gets some
+  refused,      // it and every later one of its name fail, wherever: the system has no such call, or forbids it
   deviceGone,   // it and every later call on files of the same folder fail: the card or the disk was pulled out
   killed,       // the process is killed
 };
@@ -37,7 +38,10 @@ struct FaultRun {
 
 // Everything that can happen in the scenario, by the calls of a run in which nothing does.
 std::vector<Fault> errorsOf(const Offload& offload);
+// What the system can refuse that only helps.
+std::vector<Fault> refusalsOf(const Offload& offload);
 std::vector<Fault> killsOf(const Offload& offload);
 
-// Runs the scenario with the fault, and looks at what is promised. Behind a kill it is run again, as a user would.
+// Runs the scenario with the fault, and looks at what is promised. Behind a kill it is run again, as a user would. A run
+// to which a call was refused has to succeed without it.
 FaultRun runWith(const Offload& offload, const Fault& fault);

@@ -39,6 +39,11 @@ const Errors privilege{EPERM, EACCES};
 
 constexpr bool getsMemory = true;
 
+CallKind helping(CallKind kind) {
+  kind.onlyHelps = true;
+  return kind;
+}
+
 const std::vector<std::pair<int, CallKind>> kinds{
     {SYS_openat, {"openat", Concerns::pathBelow, opening}},
     {SYS_read, {"read", Concerns::descriptor, reading}},
@@ -52,9 +57,9 @@ const std::vector<std::pair<int, CallKind>> kinds{
     {SYS_fallocate, {"fallocate", Concerns::descriptor, writing}},
     {SYS_fsync, {"fsync", Concerns::descriptor, syncing}},
     {SYS_fdatasync, {"fdatasync", Concerns::descriptor, syncing}},
-    {SYS_syncfs, {"syncfs", Concerns::descriptor, syncing}},
-    {SYS_sync_file_range, {"sync_file_range", Concerns::descriptor, syncing}},
-    {SYS_renameat2, {"renameat2", Concerns::pathBelow, naming}},
+    {SYS_syncfs, helping({"syncfs", Concerns::descriptor, syncing})},
+    {SYS_sync_file_range, helping({"sync_file_range", Concerns::descriptor, syncing})},
+    {SYS_renameat2, helping({"renameat2", Concerns::pathBelow, naming})},
     {SYS_renameat, {"renameat", Concerns::pathBelow, naming}},
     {SYS_linkat, {"linkat", Concerns::pathBelow, naming}},
     {SYS_unlinkat, {"unlinkat", Concerns::pathBelow, naming}},
@@ -67,7 +72,7 @@ const std::vector<std::pair<int, CallKind>> kinds{
     {SYS_access, {"access", Concerns::path, looking}},
 #endif
     {SYS_newfstatat, {"newfstatat", Concerns::pathBelow, looking}},
-    {SYS_statx, {"statx", Concerns::pathBelow, looking}},
+    {SYS_statx, helping({"statx", Concerns::pathBelow, looking})},
     {SYS_fstat, {"fstat", Concerns::descriptor, looking}},
     {SYS_statfs, {"statfs", Concerns::path, looking}},
     {SYS_fstatfs, {"fstatfs", Concerns::descriptor, looking}},
@@ -75,7 +80,7 @@ const std::vector<std::pair<int, CallKind>> kinds{
     {SYS_getdents64, {"getdents64", Concerns::descriptor, looking}},
     {SYS_fcntl, {"fcntl", Concerns::descriptor, flagging}},
     {SYS_ioctl, {"ioctl", Concerns::descriptor, flagging}},
-    {SYS_fadvise64, {"fadvise64", Concerns::descriptor, advising}},
+    {SYS_fadvise64, helping({"fadvise64", Concerns::descriptor, advising})},
     {SYS_close, {"close", Concerns::descriptor, closing}},
     {SYS_brk, {"brk", Concerns::thread, memory, getsMemory}},
     {SYS_mmap, {"mmap", Concerns::thread, memory, getsMemory}},
@@ -83,13 +88,13 @@ const std::vector<std::pair<int, CallKind>> kinds{
     {SYS_mprotect, {"mprotect", Concerns::thread, memory, getsMemory}},
     // Giving memory back can fail for lack of it too, where it leaves two mappings of one.
     {SYS_munmap, {"munmap", Concerns::thread, memory}},
-    {SYS_madvise, {"madvise", Concerns::thread, memory}},
+    {SYS_madvise, helping({"madvise", Concerns::thread, memory})},
     {SYS_clone3, {"clone3", Concerns::thread, threads}},
     {SYS_clone, {"clone", Concerns::thread, threads}},
     {SYS_getcwd, {"getcwd", Concerns::thread, whereabouts}},
-    {SYS_ioprio_set, {"ioprio_set", Concerns::thread, privilege}},
+    {SYS_ioprio_set, helping({"ioprio_set", Concerns::thread, privilege})},
     {SYS_sched_getaffinity, {"sched_getaffinity", Concerns::thread, privilege}},
-    {SYS_sched_setaffinity, {"sched_setaffinity", Concerns::thread, privilege}},
+    {SYS_sched_setaffinity, helping({"sched_setaffinity", Concerns::thread, privilege})},
     {SYS_sched_setscheduler, {"sched_setscheduler", Concerns::thread, privilege}},
     // What is left can't fail with the arguments it is given (signal masks, names of threads), or is waiting.
 };
@@ -104,6 +109,10 @@ CallKind kindOfCall(int number) {
 CallKind kindOfCall(const std::string& name) {
   const auto found = std::ranges::find(kinds, name, [](const auto& kind) { return kind.second.name; });
   return found == kinds.end() ? CallKind{name} : found->second;
+}
+
+std::vector<int> refusals() {
+  return {ENOSYS, EPERM, EINVAL, EOPNOTSUPP};
 }
 
 std::string errorName(int code) {

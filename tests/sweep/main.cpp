@@ -55,7 +55,7 @@ class ScenarioSweep {
         std::ranges::none_of(_wanted, [&](const std::string& name) { return name.starts_with(_scenario.name + ": "); }))
       return false;
     const Offload offload(_scenario);
-    for (const auto& faults : {errorsOf(offload), killsOf(offload)}) {
+    for (const auto& faults : {errorsOf(offload), refusalsOf(offload), killsOf(offload)}) {
       std::ranges::copy_if(faults, std::back_inserter(_faults), [&](const Fault& fault) { return isWanted(fault); });
     }
     return true;
