@@ -681,6 +681,14 @@ TEST_F(FaultyFileSystemTest, FlushingAFolderCanFail) {
   EXPECT_EQ(fs().counters(".").syncs, 1U);
 }
 
+TEST_F(FaultyFileSystemTest, FlushingFoldersAloneCanBeRefused) {
+  fs().whenSyncing("*").refuseFolders();
+  const FileDescriptor file = openFile(fs().path("clip.mov"), O_CREAT | O_WRONLY);
+  const FileDescriptor root = openOnMount(".", O_RDONLY | O_DIRECTORY);
+  EXPECT_EQ(errorOf(::fsync(file.get())), 0);
+  EXPECT_EQ(errorOf(::fsync(root.get())), EINVAL);
+}
+
 TEST_F(FaultyFileSystemTest, ClosingCanFail) {
   fs().whenClosing("clip.mov").fail(EDQUOT);
   FileDescriptor file = openFile(fs().path("clip.mov"), O_CREAT | O_WRONLY);

@@ -82,6 +82,8 @@ bool FaultBook::concerns(const Fault& fault, const Request& request) {
       return (request.flags & O_DIRECT) != 0;
     case Effect::RefuseFlags:
       return request.flags != 0;
+    case Effect::RefuseFolders:
+      return (request.flags & O_DIRECTORY) != 0;
     case Effect::FlipBit:
       return false;  // counted by passes, in flipBits()
     case Effect::Fail:
@@ -104,6 +106,7 @@ void FaultBook::apply(const Rule& rule, const Request& request, Verdict& verdict
     case Effect::FailAt:
     case Effect::RefuseDirect:
     case Effect::RefuseFlags:
+    case Effect::RefuseFolders:
       verdict.error = fault.error;
       break;
     case Effect::LimitTo:

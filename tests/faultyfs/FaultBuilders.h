@@ -75,6 +75,12 @@ class SyncFault : public FailingSentence<SyncFault> {
  public:
   using FailingSentence::FailingSentence;
 
+  // The sync of a folder fails, that of a file works.
+  FaultNumber refuseFolders(int error = EINVAL) {
+    _fault.error = error;
+    return set(Effect::RefuseFolders);
+  }
+
   FaultNumber delayBy(std::chrono::milliseconds delay) {
     _fault.amount = delay.count();
     return set(Effect::Delay);

@@ -372,7 +372,7 @@ void PassThrough::readFolder(fuse_req_t request, std::size_t size, off_t offset,
 void PassThrough::syncFolder(fuse_req_t request, fuse_ino_t inode, bool dataOnly, const fuse_file_info& file) {
   const std::string path = pathOf(inode);
   _traffic.add(path, &Counters::syncs);
-  if (const Verdict verdict = meet({Operation::Sync, path, {}, {}, 0}); verdict.error != 0) {
+  if (const Verdict verdict = meet({Operation::Sync, path, {}, {}, O_DIRECTORY}); verdict.error != 0) {
     fuse_reply_err(request, verdict.error);
     return;
   }

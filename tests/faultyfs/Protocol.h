@@ -38,6 +38,7 @@ enum class Effect : int {
   Tear,           // of a write which covers `offset` only the first `length` bytes are stored
   RefuseDirect,   // requests of a descriptor with O_DIRECT fail with `error`
   RefuseFlags,    // renames with flags fail with `error`
+  RefuseFolders,  // syncs of folders fail with `error`
   Delay,          // the answer waits for `amount` milliseconds
   LieAboutSize,   // the reported size is off by `amount` bytes
   NumberAnew,     // the reported inode number changes once the kernel has forgotten the file
