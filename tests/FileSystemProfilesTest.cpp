@@ -214,9 +214,9 @@ INSTANTIATE_TEST_SUITE_P(Kinds, FileSystemProfiles, testing::ValuesIn(fileSystem
 
 // --- Two runs ---
 
-class ProfilesWithStableNumbers : public FileSystemProfiles {};
+class ProfilesThatKeepTheNumbersOfOpenFiles : public FileSystemProfiles {};
 
-TEST_P(ProfilesWithStableNumbers, ShowThatASecondRunReplacedTheTemporaryFileBeforeTheMove) {
+TEST_P(ProfilesThatKeepTheNumbersOfOpenFiles, ShowThatASecondRunReplacedTheTemporaryFileBeforeTheMove) {
   writeInto(here("card"), clip());
   writeFile(here("card/other.mov"), mediaBytes(MiB, 2));
   const auto first = provedJob(here("card/clip.mov"), there("clip.mov"));
@@ -229,9 +229,9 @@ TEST_P(ProfilesWithStableNumbers, ShowThatASecondRunReplacedTheTemporaryFileBefo
   EXPECT_EQ(readFile(here("card/other.mov")), readFile(there("clip.mov")));
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, ProfilesWithStableNumbers,
+INSTANTIATE_TEST_SUITE_P(Kinds, ProfilesThatKeepTheNumbersOfOpenFiles,
                          testing::ValuesIn(profilesWith([](const FileSystemProfile& profile) {
-                           return profile.numbers == FileSystemProfile::Numbers::stable;
+                           return profile.numbers != FileSystemProfile::Numbers::untilRenamed;
                          })),
                          rowName);
 
