@@ -382,7 +382,10 @@ TEST_P(ProfilesThatIgnoreCase, ASourceThatIsTheDestinationInOtherLettersIsKept) 
 
     const ToolRun run = runTool(arguments);
 
-    EXPECT_THAT(run.exitStatus, AnyOf(109, EBUSY)) << run.output;
+    const bool isRefused = run.exitStatus == 109 || run.exitStatus == EBUSY;
+    // Where its numbers do not tell, the file may be replaced by its own proved copy.
+    const bool isReplaced = run.exitStatus == 0 && GetParam().numbers == FileSystemProfile::Numbers::untilRenamed;
+    EXPECT_TRUE(isRefused || isReplaced) << run.exitStatus << " " << run.output;
     ASSERT_TRUE(fs::exists(there("clip.mov")));
     EXPECT_TRUE(bytes == readFile(there("clip.mov")));
   }

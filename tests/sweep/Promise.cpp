@@ -63,13 +63,13 @@ class Journal {
     return found;
   }
 
-  // Whether the file or its whole file system was synced between the two places.
+  // Whether the file, its whole file system or all of them were synced between the two places.
   [[nodiscard]] bool synced(const std::vector<std::string>& names, const std::string& where, std::size_t after,
                             std::size_t before) const {
     for (std::size_t index = after; index < std::min(before, _calls.size()); ++index) {
       const SystemCall& call = _calls[index];
       if (call.error != 0) continue;
-      if (call.name == "syncfs" && call.isBelowRoot) return true;
+      if (call.name == "sync" || (call.name == "syncfs" && call.isBelowRoot)) return true;
       if (call.where == where && std::ranges::find(names, call.name) != names.end()) return true;
     }
     return false;

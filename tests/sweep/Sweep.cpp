@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <functional>
 #include <iterator>
+#include <set>
+#include <utility>
 
 #include "tests/sweep/SystemCalls.h"
 
@@ -43,6 +45,9 @@ std::string folderOf(const std::string& name) {
   return name.substr(0, name.find('/'));
 }
 
+// Where a call is refused by the system itself.
+constexpr const char* anywhere = "anywhere";
+
 // Says what becomes of each call of a run with the fault.
 class Judge {
  public:
@@ -58,6 +63,7 @@ class Judge {
 
  private:
   bool isHit(const SystemCall& call) {
+    if (_fault.event == Event::refused) return isRefused(call);
     if (_injected == 0) {
       const bool isIt = call.name == _fault.call && call.where == _fault.where && call.occurrence == _fault.occurrence;
       if (isIt) _isBelowRoot = call.isBelowRoot;
@@ -71,11 +77,16 @@ class Judge {
         if (_kind.getsMemory) return kindOfCall(call.name).getsMemory;
         return call.name == _fault.call && call.isBelowRoot == _isBelowRoot;
       case Event::refused:
-        return call.name == _fault.call;
+        break;
       case Event::deviceGone:
         return call.isBelowRoot && folderOf(call.where) == folderOf(_fault.where);
     }
     return false;
+  }
+
+  [[nodiscard]] bool isRefused(const SystemCall& call) const {
+    const bool isThere = call.isBelowRoot && folderOf(call.where) == _fault.where;
+    return call.name == _fault.call && (_fault.where == anywhere || isThere);
   }
 
   const Fault& _fault;
@@ -149,10 +160,17 @@ std::vector<Fault> errorsOf(const Offload& offload) {
 }
 
 std::vector<Fault> refusalsOf(const Offload& offload) {
-  std::vector<Fault> faults;
+  std::set<std::pair<std::string, std::string>> places;
   for (const SystemCall& call : callsOf(offload)) {
     if (!kindOfCall(call.name).onlyHelps) continue;
-    for (const int error : refusals()) faults.push_back(faultAt(call, Event::refused, error));
+    places.emplace(call.name, anywhere);
+    if (call.isBelowRoot) places.emplace(call.name, folderOf(call.where));
+  }
+  std::vector<Fault> faults;
+  for (const auto& [name, where] : places) {
+    for (const int error : refusals()) {
+      faults.push_back({.event = Event::refused, .call = name, .where = where, .error = error});
+    }
   }
   return faults;
 }

@@ -12,9 +12,10 @@ enum class Event {
   failsOnce,    // it fails
   failsAlways,  // it and every later one of its name fail: on files, or on the standard descriptors; memory: every call
                 // that gets some
-  refused,      // it and every later one of its name fail, wherever: the system has no such call, or forbids it
-  deviceGone,   // it and every later call on files of the same folder fail: the card or the disk was pulled out
-  killed,       // the process is killed
+  refused,  // every one of its name fails, in one folder or anywhere: its file system has no such call, or the system
+            // lacks or forbids it
+  deviceGone,  // it and every later call on files of the same folder fail: the card or the disk was pulled out
+  killed,      // the process is killed
 };
 
 struct Fault {

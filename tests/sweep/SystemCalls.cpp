@@ -96,6 +96,7 @@ const std::vector<std::pair<int, CallKind>> kinds{
     {SYS_sched_getaffinity, {"sched_getaffinity", Concerns::thread, privilege}},
     {SYS_sched_setaffinity, helping({"sched_setaffinity", Concerns::thread, privilege})},
     {SYS_sched_setscheduler, {"sched_setscheduler", Concerns::thread, privilege}},
+    {SYS_sync, {"sync"}},  // it can't fail, and the order of syncs and renames is looked at
     // What is left can't fail with the arguments it is given (signal masks, names of threads), or is waiting.
 };
 
