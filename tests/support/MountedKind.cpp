@@ -129,6 +129,11 @@ std::string MountedKind::file(const std::string& name) const {
   return path.string();
 }
 
+fs::path MountedKind::store() const {
+  const fs::path disk = _scratch.path() / "disk";
+  return fs::exists(disk) ? disk : _mountPoint;
+}
+
 MountedKind::~MountedKind() {
   const bool wasMounted = isMounted();
   if (wasMounted) unmount(_mountPoint);

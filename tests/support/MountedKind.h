@@ -21,6 +21,8 @@ class MountedKind {
   [[nodiscard]] const std::filesystem::path& path() const { return _mountPoint; }
   // The absolute path of a name in it; the folders above it are made.
   [[nodiscard]] std::string file(const std::string& name) const;
+  // Where the bytes come to lie: the disk below a kind that passes files on, else the file system itself.
+  [[nodiscard]] std::filesystem::path store() const;
 
  private:
   MountedKind();
