@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <tuple>
 
+#include "platform/Error.h"
+
 namespace platform {
 
 void dropPages(int descriptor, int64_t offset, int64_t length) {
@@ -17,7 +19,7 @@ void dropPages(int descriptor, int64_t offset, int64_t length) {
 bool pushPages(int descriptor, int64_t offset, int64_t length) {
   constexpr unsigned wait = SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
   if (::sync_file_range(descriptor, offset, length, wait) == 0) return true;
-  if (errno != ENOSYS) return false;
+  if (!isRefused(errno)) return false;
   return ::fdatasync(descriptor) == 0;
 }
 
@@ -28,10 +30,6 @@ int64_t directAlignment(int descriptor) {
   const bool told = ::statx(descriptor, "", AT_EMPTY_PATH, STATX_DIOALIGN, &facts) == 0;
   if (!told || (facts.stx_mask & STATX_DIOALIGN) == 0) return page;
   return facts.stx_dio_offset_align == 0 ? 0 : std::max<int64_t>(page, facts.stx_dio_offset_align);
-}
-
-bool isDirectRefused(int code) {
-  return code == EINVAL || code == ENOTSUP;
 }
 
 bool setDirect(int descriptor, bool on) {

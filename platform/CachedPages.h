@@ -23,9 +23,6 @@ bool pushPages(int descriptor, int64_t offset, int64_t length);
 // the cache.
 int64_t directAlignment(int descriptor);
 
-// True for the errno values with which a transfer past the cache is refused, rather than failed.
-bool isDirectRefused(int code);
-
 // Switches transfers past the cache (O_DIRECT) on or off. False when the file system refuses.
 bool setDirect(int descriptor, bool on);
 

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <system_error>
 #include <utility>
 
@@ -10,6 +11,10 @@ namespace platform {
 bool fail(ErrorPlace place, Error error) {
   if (place != nullptr) *place = std::move(error);
   return false;
+}
+
+bool isRefused(int code) {
+  return code == EINVAL || code == ENOSYS || code == EPERM || code == ENOTSUP;
 }
 
 Error posixError(std::string_view call, std::string_view path, int code) {

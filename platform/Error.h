@@ -25,6 +25,10 @@ using ErrorPlace = std::optional<Error>*;
 // Puts the error into the place, if there is one, and returns false, so that a failing operation can end with it.
 bool fail(ErrorPlace place, Error error);
 
+// True for the errno values with which a kernel, a file system or a container's filter says that it does not offer a call
+// that only helps: the same work is then done in an older way.
+bool isRefused(int code);
+
 // The error of a failed system call: `call` on `path` gave the errno value `code`.
 Error posixError(std::string_view call, std::string_view path, int code);
 

@@ -4,13 +4,13 @@
 #include <linux/magic.h>
 #include <stdio.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
+#include <tuple>
 
+#include "platform/Error.h"
 #include "platform/FileDescriptor.h"
 #include "platform/FileURL.h"
 
@@ -18,37 +18,54 @@ namespace platform {
 
 namespace {
 
-std::optional<FileIdentity> identity(int result, const struct stat& facts) {
-  if (result != 0) return std::nullopt;
-  return FileIdentity{.device = facts.st_dev, .inode = facts.st_ino};
+// For file systems without a rename that replaces nothing: a link never replaces anything either. Returns 0 or errno; none
+// where no link could be made, which has as many errors as there are file systems without links.
+std::optional<int> moveWithLink(const PinnedFile& item, const std::string& from, const std::string& to) {
+  if (::link(from.c_str(), to.c_str()) != 0) return errno == EEXIST ? std::optional(EEXIST) : std::nullopt;
+  // The number of a file may be another one under another name: the old name, which it still has, tells which was linked.
+  if (item.standsAt(from)) return ::unlink(from.c_str()) == 0 ? 0 : errno;
+  if (item.standsAt(to)) return 0;
+  std::ignore = ::unlink(to.c_str());
+  return ESTALE;
 }
 
-bool lacksNoReplace(int code) {
-  return code == EINVAL || code == ENOSYS || code == ENOTSUP;
+// Returns 0 or errno.
+int renameWithoutReplacing(const std::string& from, const std::string& to) {
+  return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0 ? 0 : errno;
 }
 
-// For file systems without a rename that replaces nothing: a link never replaces anything either. Returns 0 or errno;
-// none where the file system has no links.
-std::optional<int> moveWithLink(const char* from, const char* to) {
-  if (::link(from, to) != 0) {
-    const int code = errno;
-    const bool lacksLinks = code == EPERM || code == EMLINK || lacksNoReplace(code);
-    return lacksLinks ? std::nullopt : std::optional(code);
-  }
-  return ::unlink(from) == 0 ? 0 : errno;
-}
-
-// For file systems without links too: as close as can be had. Returns 0 or errno. Only a name that is known to be free is
+// Without the help of the file system: as close as can be had. Returns 0 or errno. Only a name that is known to be free is
 // taken.
-int moveWithCheck(const char* from, const char* to) {
+int renameWithCheck(const std::string& from, const std::string& to) {
   struct stat facts = {};
-  if (::lstat(to, &facts) == 0) return EEXIST;
+  if (::lstat(to.c_str(), &facts) == 0) return EEXIST;
   if (errno != ENOENT) return errno;
-  return ::rename(from, to) == 0 ? 0 : errno;
+  return ::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
 }
 
-bool isUnsupported(int code) {
-  return code == EINVAL || code == ENOTSUP;
+// Another file came in between the look at it and the rename.
+void giveBack(const std::string& to, const std::string& from) {
+  if (isRefused(renameWithoutReplacing(to, from))) std::ignore = renameWithCheck(to, from);
+}
+
+// Returns 0 or errno.
+int move(const PinnedFile& item, const std::string& from, const std::string& to) {
+  int code = renameWithoutReplacing(from, to);
+  if (isRefused(code)) {
+    if (const std::optional<int> linked = moveWithLink(item, from, to)) return *linked;
+    code = renameWithCheck(from, to);
+  }
+  if (code != 0 || item.standsAt(to)) return code;
+  giveBack(to, from);
+  return ESTALE;
+}
+
+// For a directory that may be written but not read: it is synced with its whole file system, or with all of them.
+int syncFileSystemOf(int file) {
+  if (::syncfs(file) == 0) return 0;
+  if (!isRefused(errno)) return -1;
+  ::sync();
+  return 0;
 }
 
 // `file` is open in the directory.
@@ -56,71 +73,13 @@ int syncDirectoryOf(const std::string& path, int file) {
   const std::string directory = FileURL(path).deletingLastPathComponent().path();
   const char* const name = directory.empty() ? "." : directory.c_str();
   const FileDescriptor descriptor(::open(name, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  // A directory that may be written but not read is synced with its whole file system.
-  if (!descriptor.isOpen()) return errno == EACCES ? ::syncfs(file) : -1;
+  if (!descriptor.isOpen()) return errno == EACCES ? syncFileSystemOf(file) : -1;
   const int result = ::fsync(descriptor.get());
-  return result != 0 && isUnsupported(errno) ? 0 : result;
-}
-
-std::optional<FileStamp> stamp(int directory, const char* path, int flags) {
-  struct statx facts = {};
-  if (::statx(directory, path, flags | AT_SYMLINK_NOFOLLOW, STATX_INO | STATX_BTIME, &facts) != 0) return std::nullopt;
-  FileStamp found{.device = ::makedev(facts.stx_dev_major, facts.stx_dev_minor)};
-  if ((facts.stx_mask & STATX_BTIME) != 0) {
-    constexpr uint64_t nanosecondsPerSecond = 1'000'000'000;
-    found.created = static_cast<uint64_t>(facts.stx_btime.tv_sec) * nanosecondsPerSecond + facts.stx_btime.tv_nsec;
-  } else {
-    found.created = facts.stx_ino;
-  }
-  return found;
+  // Such file systems sync no directories: the name was permanent at once, or will be when the file system likes.
+  return result != 0 && (errno == EINVAL || errno == ENOTSUP) ? 0 : result;
 }
 
 }  // namespace
-
-void FileIdentities::seal() {
-  std::ranges::sort(_identities);
-}
-
-bool FileIdentities::contains(const FileIdentity& identity) const {
-  return std::ranges::binary_search(_identities, identity);
-}
-
-std::optional<FileIdentity> identityOfFile(const std::string& path) {
-  struct stat facts = {};
-  const int result = ::stat(path.c_str(), &facts);
-  return identity(result, facts);
-}
-
-std::optional<FileIdentity> identityOfOpenFile(int descriptor) {
-  struct stat facts = {};
-  const int result = ::fstat(descriptor, &facts);
-  return identity(result, facts);
-}
-
-std::optional<FileIdentity> identityOfItem(const std::string& path) {
-  struct stat facts = {};
-  const int result = ::lstat(path.c_str(), &facts);
-  return identity(result, facts);
-}
-
-PinnedFile::PinnedFile(const std::string& path) {
-  _file = FileDescriptor(::open(path.c_str(), O_PATH | O_CLOEXEC));
-  if (!_file.isOpen()) return;
-  // Beyond the standard descriptors: which file gets a closed standard input's number is no matter of this one.
-  constexpr int behindStandardDescriptors = 3;
-  if (_file.get() < behindStandardDescriptors) {
-    _file = FileDescriptor(::fcntl(_file.get(), F_DUPFD_CLOEXEC, behindStandardDescriptors));
-  }
-  _identity = identityOfOpenFile(_file.get());
-}
-
-std::optional<FileStamp> stampOfFile(int descriptor) {
-  return stamp(descriptor, "", AT_EMPTY_PATH);
-}
-
-std::optional<FileStamp> stampOfItem(const std::string& path) {
-  return stamp(AT_FDCWD, path.c_str(), 0);
-}
 
 bool fileExistsAtPath(const std::string& path) {
   return identityOfItem(path).has_value();
@@ -138,13 +97,8 @@ bool removeItem(const std::string& path, ErrorPlace error) {
   return fail(error, posixError("unlink", path, code));
 }
 
-bool moveItem(const std::string& from, const std::string& to, ErrorPlace error) {
-  if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
-  int code = errno;
-  if (lacksNoReplace(code)) {
-    const std::optional<int> linked = moveWithLink(from.c_str(), to.c_str());
-    code = linked ? *linked : moveWithCheck(from.c_str(), to.c_str());
-  }
+bool moveItem(const PinnedFile& item, const std::string& from, const std::string& to, ErrorPlace error) {
+  const int code = move(item, from, to);
   return code == 0 || fail(error, posixError("rename", from, code));
 }
 
@@ -154,18 +108,16 @@ int makeDataPermanent(const std::string& path) {
   return ::fdatasync(descriptor.get());
 }
 
-int makeFileSystemPermanent(const std::string& path) {
+std::optional<int> makeFileSystemPermanent(const std::string& path) {
+  struct statfs facts = {};
+  if (::statfs(path.c_str(), &facts) != 0 || facts.f_type == FUSE_SUPER_MAGIC) return std::nullopt;
   const FileDescriptor descriptor = openUnlessPipe(path, O_RDONLY);
   if (!descriptor.isOpen()) return errno == ENOENT ? 0 : -1;
   const int result = ::syncfs(descriptor.get());
+  if (result != 0) return isRefused(errno) ? std::nullopt : std::optional(result);
   // There are file systems that give everything to the device and leave it in the device's cache, which the sync of a file
   // empties.
-  return result == 0 ? ::fdatasync(descriptor.get()) : result;
-}
-
-bool canMakeFileSystemPermanent(const std::string& path) {
-  struct statfs facts = {};
-  return ::statfs(path.c_str(), &facts) == 0 && facts.f_type != FUSE_SUPER_MAGIC;
+  return ::fdatasync(descriptor.get());
 }
 
 int fullSyncOfNothing() {

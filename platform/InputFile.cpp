@@ -9,6 +9,7 @@
 #include <tuple>
 
 #include "platform/CachedPages.h"
+#include "platform/Error.h"
 
 namespace platform {
 
@@ -94,7 +95,7 @@ std::size_t InputFile::untilExpectedEnd() const {
 int64_t InputFile::readSome(std::byte* buffer, std::size_t size) {
   if (_direct && _position % _alignment != 0) return readToAlignment(buffer, size);
   const int64_t length = readAtPosition(buffer, size);
-  if (length >= 0 || !_direct || !isDirectRefused(errno)) return length;
+  if (length >= 0 || !_direct || !isRefused(errno)) return length;
   startCachedRoad();
   return readAtPosition(buffer, size);
 }

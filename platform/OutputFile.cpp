@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "platform/CachedPages.h"
+#include "platform/Error.h"
 
 namespace platform {
 
@@ -54,14 +55,13 @@ std::optional<OutputFile> OutputFile::createEmpty(const std::string& path, const
   }
   FileDescriptor file = openUnlessPipe(path, O_WRONLY | creation);
   if (!file.isOpen()) return std::nullopt;
-  const std::optional<FileIdentity> identity = identityOfOpenFile(file.get());
   const std::optional<FileStamp> stamp = stampOfFile(file.get());
-  if (!identity || !stamp) return std::nullopt;
-  return OutputFile(std::move(file), *identity, *stamp);
+  if (!stamp) return std::nullopt;
+  return OutputFile(std::move(file), *stamp);
 }
 
-OutputFile::OutputFile(FileDescriptor file, FileIdentity identity, FileStamp stamp)
-    : _file(std::move(file)), _identity(identity), _stamp(stamp), _alignment(directAlignment(_file.get())) {
+OutputFile::OutputFile(FileDescriptor file, const FileStamp& stamp)
+    : _file(std::move(file)), _stamp(stamp), _alignment(directAlignment(_file.get())) {
   _direct = _alignment != 0 && setDirect(_file.get(), true);
   _cachedRoad = !_direct;
 }
@@ -81,7 +81,7 @@ int64_t OutputFile::write(const std::byte* bytes, std::size_t length) {
 
 int64_t OutputFile::writeDirect(const std::byte* bytes, std::size_t length) {
   const int64_t result = writePieces(_file.get(), bytes, length);
-  if (result < 0 && isDirectRefused(errno)) {
+  if (result < 0 && isRefused(errno)) {
     _cachedRoad = true;
     return writeThroughCache(bytes, length);
   }
@@ -113,6 +113,7 @@ bool OutputFile::close() {
   // Some file systems take the flag and use the cache all the same: pushing costs nothing where nothing is dirty.
   const bool reachedDevice = _cachedRoad ? ::fdatasync(_file.get()) == 0 : pushPages(_file.get(), 0, 0);
   dropPages(_file.get(), 0, 0);
+  if (_stamp.created == 0) _stamp = stampOfFile(_file.get()).value_or(_stamp);
   return _file.close() == 0 && reachedDevice;
 }
 

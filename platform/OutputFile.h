@@ -7,7 +7,7 @@
 #include <string>
 
 #include "platform/FileDescriptor.h"
-#include "platform/FileManager.h"
+#include "platform/FileIdentity.h"
 
 namespace platform {
 
@@ -39,8 +39,7 @@ class OutputFile {
   //   bytes   page-aligned, `length` bytes, the caller's
   int64_t write(const std::byte* bytes, std::size_t length);
 
-  // What tells this file from others, and from one that is put in its place later.
-  [[nodiscard]] const FileIdentity& identity() const { return _identity; }
+  // As it was when it was created or, on a file system that keeps no times of creation, when its writing ended.
   [[nodiscard]] const FileStamp& stamp() const { return _stamp; }
 
   // Ends the writing. False when something that was written did not reach the device after all: the file is to be taken
@@ -48,13 +47,12 @@ class OutputFile {
   bool close();
 
  private:
-  OutputFile(FileDescriptor file, FileIdentity identity, FileStamp stamp);
+  OutputFile(FileDescriptor file, const FileStamp& stamp);
   int64_t writeDirect(const std::byte* bytes, std::size_t length);
   int64_t writeThroughCache(const std::byte* bytes, std::size_t length);
   bool pushAndDrop(int64_t offset, int64_t length);
 
   FileDescriptor _file;
-  FileIdentity _identity;
   FileStamp _stamp;
   int64_t _alignment;  // bytes; 0 without transfers past the cache
   int64_t _position = 0;

@@ -26,8 +26,8 @@
 #include "tests/support/ToolRun.h"
 
 using platform::Error;
-using platform::moveItem;
 using platform::removeItem;
+
 using testing::HasSubstr;
 
 namespace fs = std::filesystem;
@@ -74,6 +74,11 @@ int resultInChild(const std::function<int()>& operation) {
   return WEXITSTATUS(status);
 }
 
+// Moves what stands at the path when it is called.
+bool moveItem(const std::string& from, const std::string& to, platform::ErrorPlace error) {
+  return platform::moveItem(platform::PinnedFile::ofItem(from), from, to, error);
+}
+
 // 0, or the error code of the move, on a file system that lacks the calls.
 int moveWithout(const std::vector<RefusedCall>& calls, const std::string& from, const std::string& to) {
   return resultInChild([&] {
@@ -83,38 +88,7 @@ int moveWithout(const std::vector<RefusedCall>& calls, const std::string& from, 
   });
 }
 
-// Identity, existence, size
-
-TEST(FileManager, TwoNamesOfOneFileHaveOneIdentity) {
-  const ScratchDirectory scratch;
-  writeFile(scratch.file("clip.mov"), "a");
-  writeFile(scratch.file("other.mov"), "a");
-  fs::create_hard_link(scratch.file("clip.mov"), scratch.file("hard.mov"));
-  fs::create_symlink("clip.mov", scratch.file("link.mov"));
-  const auto identity = platform::identityOfFile(scratch.file("clip.mov"));
-  ASSERT_TRUE(identity);
-  EXPECT_EQ(identity, platform::identityOfFile(scratch.file("hard.mov")));
-  EXPECT_EQ(identity, platform::identityOfFile(scratch.file("link.mov")));
-  EXPECT_NE(identity, platform::identityOfFile(scratch.file("other.mov")));
-}
-
-TEST(FileManager, TheIdentityOfAnItemIsTheSymbolicLinksOwn) {
-  const ScratchDirectory scratch;
-  writeFile(scratch.file("clip.mov"), "a");
-  fs::create_symlink("clip.mov", scratch.file("link.mov"));
-  EXPECT_EQ(platform::identityOfFile(scratch.file("clip.mov")), platform::identityOfItem(scratch.file("clip.mov")));
-  EXPECT_TRUE(platform::identityOfItem(scratch.file("link.mov")));
-  EXPECT_NE(platform::identityOfFile(scratch.file("link.mov")), platform::identityOfItem(scratch.file("link.mov")));
-}
-
-TEST(FileManager, WhatIsNotThereHasNoIdentity) {
-  const ScratchDirectory scratch;
-  fs::create_symlink("nowhere", scratch.file("link.mov"));
-  EXPECT_EQ(std::nullopt, platform::identityOfFile(scratch.file("missing.mov")));
-  EXPECT_EQ(std::nullopt, platform::identityOfItem(scratch.file("missing.mov")));
-  EXPECT_EQ(std::nullopt, platform::identityOfFile(scratch.file("link.mov")));
-  EXPECT_TRUE(platform::identityOfItem(scratch.file("link.mov")));
-}
+// Existence, size
 
 TEST(FileManager, ANameIsTakenByAFileAFolderAndALinkWhereverItLeads) {
   const ScratchDirectory scratch;
@@ -345,7 +319,11 @@ INSTANTIATE_TEST_SUITE_P(
                     LackingRow{"LinksNotPermitted", {{{SYS_renameat2}, EINVAL}, {linkCalls, EPERM}}},
                     LackingRow{"LinksNotSupported", {{{SYS_renameat2}, EINVAL}, {linkCalls, ENOTSUP}}},
                     LackingRow{"LinksUnknown", {{{SYS_renameat2}, ENOSYS}, {linkCalls, ENOSYS}}},
-                    LackingRow{"TooManyLinks", {{{SYS_renameat2}, EINVAL}, {linkCalls, EMLINK}}}),
+                    LackingRow{"NotPermitted", {{{SYS_renameat2}, EPERM}}},
+                    LackingRow{"TooManyLinks", {{{SYS_renameat2}, EINVAL}, {linkCalls, EMLINK}}},
+                    LackingRow{"LinksFailLikeADevice", {{{SYS_renameat2}, EINVAL}, {linkCalls, EIO}}},
+                    LackingRow{"LinksOutOfRange", {{{SYS_renameat2}, EINVAL}, {linkCalls, ERANGE}}},
+                    LackingRow{"LinksToAnotherBranch", {{{SYS_renameat2}, EINVAL}, {linkCalls, EXDEV}}}),
     rowName);
 
 TEST(FileManager, AMoveThatFailsForAnotherReasonIsNotTriedInAnotherWay) {
@@ -357,14 +335,40 @@ TEST(FileManager, AMoveThatFailsForAnotherReasonIsNotTriedInAnotherWay) {
   EXPECT_EQ((Names{"clip.mov.kdxcopy"}), namesBelow(scratch.path()));
 }
 
-TEST(FileManager, ALinkThatFailsForAnotherReasonIsTheErrorOfTheMove) {
+#ifdef SYS_rename
+const std::vector<long> renameCalls{SYS_rename, SYS_renameat};
+#else
+const std::vector<long> renameCalls{SYS_renameat};
+#endif
+
+TEST(FileManager, AMoveThatFailsInEveryWayIsTheErrorOfTheLast) {
   const ScratchDirectory scratch;
   writeFile(scratch.file("clip.mov.kdxcopy"), "content");
-  const int code = moveWithout({{{SYS_renameat2}, EINVAL}, {linkCalls, EIO}}, scratch.file("clip.mov.kdxcopy"),
-                               scratch.file("clip.mov"));
+  const int code = moveWithout({{{SYS_renameat2}, EINVAL}, {linkCalls, EPERM}, {renameCalls, EACCES}},
+                               scratch.file("clip.mov.kdxcopy"), scratch.file("clip.mov"));
   if (code == cannotRefuse) GTEST_SKIP() << "this kernel does not let a process refuse calls";
-  EXPECT_EQ(EIO, code);
+  EXPECT_EQ(EACCES, code);
   EXPECT_EQ((Names{"clip.mov.kdxcopy"}), namesBelow(scratch.path()));
+}
+
+// Another file comes to the temporary name after the one to be moved was pinned.
+TEST_P(LackingFileSystem, GivesNoNameToAFileThatWasPutInThePlaceOfThePinnedOne) {
+  const ScratchDirectory scratch;
+  const std::string from = scratch.file("clip.mov.kdxcopy");
+  const std::string to = scratch.file("clip.mov");
+  writeFile(from, "proved");
+  const auto item = platform::PinnedFile::ofItem(from);
+  fs::rename(from, scratch.file("elsewhere"));
+  writeFile(from, "of another run");
+  const int code = resultInChild([&] {
+    if (!refuseCalls(GetParam().calls)) return cannotRefuse;
+    std::optional<Error> error;
+    return platform::moveItem(item, from, to, &error) ? 0 : static_cast<int>(error->code);
+  });
+  if (code == cannotRefuse) GTEST_SKIP() << "this kernel does not let a process refuse calls";
+  EXPECT_EQ(ESTALE, code);
+  EXPECT_EQ((Names{"clip.mov.kdxcopy", "elsewhere"}), namesBelow(scratch.path()));
+  EXPECT_EQ("of another run", readFile(from));
 }
 
 struct InjectionRow {

@@ -1,13 +1,16 @@
 // Whole runs of the built program in which the system fails: one call of it refuses, or a device is full.
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <memory>
 #include <ostream>
+#include <tuple>
 
 #include "tests/support/ClipOffload.h"
 #include "tests/support/ExpectedText.h"
@@ -178,7 +181,7 @@ INSTANTIATE_TEST_SUITE_P(Creating, ToolFaults,
                                                .output = "{started}",
                                                .names = OnDisk::untouched},
                                          Fault{.name = "TemporaryFileCanNotBeLookedAt",
-                                               .injections = {"newfstatat,fstat:error=EIO"},
+                                               .injections = {"newfstatat,fstat,statx:error=EIO"},
                                                .at = "{destination}.kdxcopy",
                                                .status = 107,
                                                .output = "{started}",
@@ -265,66 +268,66 @@ INSTANTIATE_TEST_SUITE_P(
                           .names = OnDisk::notMoved}),
     rowName);
 
-INSTANTIATE_TEST_SUITE_P(Moving, ToolFaults,
-                         testing::Values(Fault{.name = "NameTakenAtTheLastMoment",
-                                               .injections = {"renameat2:error=EEXIST"},
-                                               .options = {"-k"},
-                                               .status = 109,
-                                               .output = "{started}{hashed}{sizeChecked}{moving}{notMovedLines}",
-                                               .logged = "KDXCopyErrorDomain 109: {destination}.kdxcopy",
-                                               .names = OnDisk::notMoved},
-                                         Fault{.name = "NotAllowed",
-                                               .injections = {"renameat2:error=EACCES"},
-                                               .options = {"-k"},
-                                               .status = 1,
-                                               .output = "{started}{hashed}{sizeChecked}{moving}{notMovedLines}",
-                                               .names = OnDisk::notMoved},
-                                         Fault{.name = "NameTakenWhereItIsLinked",
-                                               .injections = {"renameat2:error=EINVAL", "link:error=EEXIST"},
-                                               .options = {"-k"},
-                                               .status = 109,
-                                               .output = "{started}{hashed}{sizeChecked}{moving}{notMovedLines}",
-                                               .logged = "KDXCopyErrorDomain 109: {destination}.kdxcopy",
-                                               .names = OnDisk::notMoved},
-                                         Fault{.name = "NotAllowedWhereItIsLinked",
-                                               .injections = {"renameat2:error=ENOSYS", "link:error=EACCES"},
-                                               .options = {"-k"},
-                                               .status = 1,
-                                               .output = "{started}{hashed}{sizeChecked}{moving}{notMovedLines}",
-                                               .names = OnDisk::notMoved},
-                                         Fault{.name = "NotAllowedWhereItIsRenamed",
-                                               .injections = {"renameat2:error=EOPNOTSUPP", "link:error=EPERM",
-                                                              "rename:error=EACCES"},
-                                               .options = {"-k"},
-                                               .status = 1,
-                                               .output = "{started}{hashed}{sizeChecked}{moving}{notMovedLines}",
-                                               .names = OnDisk::notMoved},
-                                         // Both names then have the whole copy.
-                                         Fault{.name = "TemporaryNameStaysWhereItIsLinked",
-                                               .injections = {"renameat2:error=EINVAL", "unlink:error=EIO"},
-                                               .options = {"-k"},
-                                               .status = 1,
-                                               .output = "{started}{hashed}{sizeChecked}{moving}{notMovedLines}",
-                                               .names = OnDisk::both},
-                                         Fault{.name = "FileInTheWayCanNotBeRemoved",
-                                               .injections = {"unlink:error=EACCES"},
-                                               .at = "{destination}",
-                                               .options = {"-k", "-f"},
-                                               .status = 13,
-                                               .output = "{started}{hashed}{sizeChecked}{moving}"
-                                                         "failed to remove {destination} before moving"
-                                                         "{notMovedLines}",
-                                               .logged = "unlink {destination}: Permission denied",
-                                               .names = OnDisk::both,
-                                               .standsThere = "an earlier take"},
-                                         Fault{.name = "FileInTheWayIsRemovedButTheCopyCanNotBeMoved",
-                                               .injections = {"renameat2:error=EIO"},
-                                               .options = {"-k", "-f"},
-                                               .status = 1,
-                                               .output = "{started}{hashed}{sizeChecked}{moving}{notMovedLines}",
-                                               .names = OnDisk::notMoved,
-                                               .standsThere = "an earlier take"}),
-                         rowName);
+INSTANTIATE_TEST_SUITE_P(
+    Moving, ToolFaults,
+    testing::Values(Fault{.name = "NameTakenAtTheLastMoment",
+                          .injections = {"renameat2:error=EEXIST"},
+                          .options = {"-k"},
+                          .status = 109,
+                          .output = "{started}{hashed}{sizeChecked}{moving}{notMovedLines}",
+                          .logged = "KDXCopyErrorDomain 109: {destination}.kdxcopy",
+                          .names = OnDisk::notMoved},
+                    Fault{.name = "NotAllowed",
+                          .injections = {"renameat2:error=EACCES"},
+                          .options = {"-k"},
+                          .status = 1,
+                          .output = "{started}{hashed}{sizeChecked}{moving}{notMovedLines}",
+                          .names = OnDisk::notMoved},
+                    Fault{.name = "NameTakenWhereItIsLinked",
+                          .injections = {"renameat2:error=EINVAL", "link:error=EEXIST"},
+                          .options = {"-k"},
+                          .status = 109,
+                          .output = "{started}{hashed}{sizeChecked}{moving}{notMovedLines}",
+                          .logged = "KDXCopyErrorDomain 109: {destination}.kdxcopy",
+                          .names = OnDisk::notMoved},
+                    Fault{.name = "NotAllowedWhereItIsLinked",
+                          .injections = {"renameat2:error=ENOSYS", "link:error=EACCES", "rename:error=EACCES"},
+                          .options = {"-k"},
+                          .status = 1,
+                          .output = "{started}{hashed}{sizeChecked}{moving}{notMovedLines}",
+                          .names = OnDisk::notMoved},
+                    Fault{.name = "NotAllowedWhereItIsRenamed",
+                          .injections = {"renameat2:error=EOPNOTSUPP", "link:error=EPERM", "rename:error=EACCES"},
+                          .options = {"-k"},
+                          .status = 1,
+                          .output = "{started}{hashed}{sizeChecked}{moving}{notMovedLines}",
+                          .names = OnDisk::notMoved},
+                    // Both names then have the whole copy.
+                    Fault{.name = "TemporaryNameStaysWhereItIsLinked",
+                          .injections = {"renameat2:error=EINVAL", "unlink:error=EIO"},
+                          .options = {"-k"},
+                          .status = 1,
+                          .output = "{started}{hashed}{sizeChecked}{moving}{notMovedLines}",
+                          .names = OnDisk::both},
+                    Fault{.name = "FileInTheWayCanNotBeRemoved",
+                          .injections = {"unlink:error=EACCES"},
+                          .at = "{destination}",
+                          .options = {"-k", "-f"},
+                          .status = 13,
+                          .output = "{started}{hashed}{sizeChecked}{moving}"
+                                    "failed to remove {destination} before moving"
+                                    "{notMovedLines}",
+                          .logged = "unlink {destination}: Permission denied",
+                          .names = OnDisk::both,
+                          .standsThere = "an earlier take"},
+                    Fault{.name = "FileInTheWayIsRemovedButTheCopyCanNotBeMoved",
+                          .injections = {"renameat2:error=EIO"},
+                          .options = {"-k", "-f"},
+                          .status = 1,
+                          .output = "{started}{hashed}{sizeChecked}{moving}{notMovedLines}",
+                          .names = OnDisk::notMoved,
+                          .standsThere = "an earlier take"}),
+    rowName);
 
 INSTANTIATE_TEST_SUITE_P(
     Flushing, ToolFaults,
@@ -477,6 +480,48 @@ INSTANTIATE_TEST_SUITE_P(Everywhere, ToolHarmlessFaults,
                                          harmless("WritesAreInterrupted", "write:error=EINTR:when=1",
                                                   "{destination}.kdxcopy")),
                          rowName);
+
+// Calls that only help, each answered for the whole run as a kernel or a container's filter answers that has no such call.
+using RefusedCall = std::tuple<const char*, const char*>;  // call, error
+
+class ToolWithoutHelp : public testing::TestWithParam<RefusedCall> {
+ protected:
+  static void expectSuccess(bool isSequence) {
+    if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
+    const auto& [call, error] = GetParam();
+    const ScratchDirectory scratch;
+    for (const char* frame : {"card/take.1.dpx", "card/take.2.dpx"})
+      writeFile(scratch.file(frame), mediaBytes(MiB + 17));
+    std::vector<std::string> arguments{scratch.file("card/take.1.dpx"), scratch.file("backup/take.1.dpx")};
+    if (isSequence) arguments = {"-s", scratch.file("card/take.1-2.#.dpx"), scratch.file("backup/frames")};
+    std::filesystem::create_directory(scratch.path() / "backup");
+
+    const ToolRun run =
+        runTool({.arguments = arguments, .wrapper = injecting(fmt::format("{}:error={}", call, error).c_str())});
+
+    EXPECT_EQ(0, run.exitStatus) << run.output << run.errors;
+    EXPECT_TRUE(mediaBytes(MiB + 17) == readFile(scratch.file("backup/take.1.dpx")));
+    if (isSequence) {
+      EXPECT_TRUE(mediaBytes(MiB + 17) == readFile(scratch.file("backup/take.2.dpx")));
+    }
+  }
+};
+
+TEST_P(ToolWithoutHelp, OffloadsAClip) {
+  expectSuccess(false);
+}
+
+TEST_P(ToolWithoutHelp, OffloadsASequence) {
+  expectSuccess(true);
+}
+
+INSTANTIATE_TEST_SUITE_P(Refused, ToolWithoutHelp,
+                         testing::Combine(testing::Values("statx", "renameat2", "sync_file_range", "fadvise64",
+                                                          "madvise", "ioprio_set", "sched_setaffinity", "syncfs"),
+                                          testing::Values("ENOSYS", "EPERM", "EINVAL", "EOPNOTSUPP")),
+                         [](const auto& row) {
+                           return std::string(std::get<0>(row.param)) + "With" + std::get<1>(row.param);
+                         });
 
 using Paths = std::pair<std::string, std::string>;  // source, destination
 

@@ -10,20 +10,21 @@
 #include "platform/Process.h"
 
 TemporaryFileMaker::TemporaryFileMaker(const platform::FileURL& source, const platform::FileIdentities& otherSources)
-    : _sourceURL(source), _source(source.path()), _otherSources(otherSources) {}
+    : _sourceURL(source), _source(platform::PinnedFile::ofFile(source.path())), _otherSources(otherSources) {}
 
 platform::OutputFile TemporaryFileMaker::create(const platform::FileURL& temporaryURL) {
   const std::optional<platform::FileIdentity> standing = platform::identityOfItem(temporaryURL.path());
   if (standing && _otherSources.contains(*standing)) platform::endProcess(ExitStatus::temporaryFileNotCreated);
-  std::optional<platform::OutputFile> destination =
-      platform::OutputFile::createEmpty(temporaryURL.path(), _source.identity(), _created);
+  const std::optional<platform::FileStamp> source = _source.stamp();
+  std::optional<platform::OutputFile> destination = platform::OutputFile::createEmpty(
+      temporaryURL.path(), source ? std::optional(source->identity) : std::nullopt, _created);
   if (!destination) platform::endProcess(ExitStatus::temporaryFileNotCreated);
-  _created.insert(destination->identity());
+  _created.insert(destination->stamp().identity);
   return std::move(*destination);
 }
 
 void TemporaryFileMaker::endIfSourceWasCreated() const {
-  if (_source.identity() || !platform::identityOfFile(_sourceURL.path())) return;
+  if (_source.stamp() || !platform::identityOfFile(_sourceURL.path())) return;
   endForUnreadableFile(_sourceURL.path());
 }
 
@@ -40,12 +41,15 @@ void updateBoth(platform::ConcurrentQueue& queue, KDXDigestContext* digest, KDXD
   }
 }
 
-void closeAll(std::vector<platform::OutputFile>& destinations,
-              const std::function<void(std::size_t, int64_t)>& endForFailedWrite) {
+std::vector<platform::FileStamp> closeAll(std::vector<platform::OutputFile>& destinations,
+                                          const std::function<void(std::size_t, int64_t)>& endForFailedWrite) {
+  std::vector<platform::FileStamp> stamps;
   for (std::size_t index = 0; index < destinations.size(); ++index) {
     if (!destinations[index].close()) endForFailedWrite(index, -1);
+    stamps.push_back(destinations[index].stamp());
   }
   destinations.clear();
+  return stamps;
 }
 
 void queueCompletedLine(const platform::FileURL& temporaryURL, SizeCheck sizeCheck) {

@@ -49,9 +49,10 @@ inline constexpr std::size_t notWorthAThread = std::size_t{64} << 10;
 void updateBoth(platform::ConcurrentQueue& queue, KDXDigestContext* digest, KDXDigestContext* externalDigest,
                 std::span<const std::byte> bytes);
 
-// Closes the destinations in their order. What a destination took and then lost is a failed write like any other.
-void closeAll(std::vector<platform::OutputFile>& destinations,
-              const std::function<void(std::size_t, int64_t)>& endForFailedWrite);
+// Closes the destinations in their order. What a destination took and then lost is a failed write like any other. Returns
+// what each file is recognised by from then on.
+std::vector<platform::FileStamp> closeAll(std::vector<platform::OutputFile>& destinations,
+                                          const std::function<void(std::size_t, int64_t)>& endForFailedWrite);
 
 // Queues the line of a destination that is not read back.
 enum class SizeCheck { skipped, made };

@@ -81,7 +81,8 @@ bool KDXDispatchCopy::doTheCopyWork(ErrorPlace error) {
   const uint64_t bytesCopied = streamSourceInto(destinations, start);
   finalizeHash();
   if (_verbose) queueSpeedLine("copy", bytesCopied, start);
-  closeAll(destinations, [this](std::size_t index, int64_t result) { endForFailedWrite(index, result); });
+  _createdFiles =
+      closeAll(destinations, [this](std::size_t index, int64_t result) { endForFailedWrite(index, result); });
   return true;
 }
 
@@ -114,8 +115,7 @@ std::vector<OutputFile> KDXDispatchCopy::createTemporaryDestinations() {
   std::vector<OutputFile> destinations;
   for (const FileURL& temporaryURL : _destinationURLs) {
     destinations.push_back(maker.create(temporaryURL));
-    _temporaryFiles.push_back(destinations.back().stamp());
-    _heldTemporaryFiles.emplace_back(temporaryURL.path());
+    _pinnedFiles.push_back(platform::PinnedFile::ofItem(temporaryURL.path()));
   }
   maker.endIfSourceWasCreated();
   return destinations;

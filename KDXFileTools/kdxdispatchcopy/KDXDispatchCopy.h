@@ -130,9 +130,8 @@ class KDXDispatchCopy : public std::enable_shared_from_this<KDXDispatchCopy> {
   // Queues the line that tells in which folder the source is: that is what people recognise a card by.
   void queueStartLine(std::string sourceDirectory);
 
-  // As move, of the very file that the job created and proved: what another run put in its place meanwhile is not moved.
-  // A job that did not copy, and so has no stamp, moves what is there.
-  bool moveProved(const FileURL& temporaryURL, const std::optional<platform::FileStamp>& proved, ErrorPlace error);
+  // As move, of the very file that is pinned: what another run put in its place meanwhile is not moved.
+  bool movePinned(const platform::PinnedFile& item, const FileURL& temporaryURL, ErrorPlace error);
 
   // Runs one check of startVerification: prints the failure's description and hands it to the caller.
   bool runCheck(bool (KDXDispatchCopy::*check)(ErrorPlace), ErrorPlace error);
@@ -171,6 +170,7 @@ class KDXDispatchCopy : public std::enable_shared_from_this<KDXDispatchCopy> {
   void readSourceBack(ErrorPlace error);
   void readDestinationBack(const FileURL& temporaryURL, std::size_t index);
 
+  bool moveCreated(std::size_t index, ErrorPlace error);
   bool removeReplacedFile(const FileURL& finalURL, ErrorPlace error);
 
   std::optional<platform::Error> _verificationError;  // guarded by _lock; set once: the first failure is reported
@@ -184,8 +184,7 @@ class KDXDispatchCopy : public std::enable_shared_from_this<KDXDispatchCopy> {
   std::optional<std::string> _externalHash;
   std::optional<FileURL> _sourceURL;
   std::vector<FileURL> _destinationURLs;
-  std::vector<platform::FileStamp> _temporaryFiles;  // what the copy created, in the order of _destinationURLs
-  std::vector<platform::PinnedFile>
-      _heldTemporaryFiles;                               // so that their stamps stay what they are until they are moved
+  std::vector<platform::FileStamp> _createdFiles;        // what the copy created, in the order of _destinationURLs
+  std::vector<platform::PinnedFile> _pinnedFiles;        // the same, until they are moved
   std::optional<platform::FileIdentities> _neededFiles;  // gathered when the first existing file is in the way
 };

@@ -14,8 +14,7 @@ bool KDXDispatchCopy::moveFilesInPlace(ErrorPlace error) {
   startMoving();
   for (std::size_t index = 0; index < _destinationURLs.size(); ++index) {
     const FileURL& temporaryURL = _destinationURLs[index];
-    const bool hasStamp = index < _temporaryFiles.size();
-    if (moveProved(temporaryURL, hasStamp ? std::optional(_temporaryFiles[index]) : std::nullopt, error)) continue;
+    if (moveCreated(index, error)) continue;
     platform::printAndWait("failed to move {}\n", temporaryURL.path());
     return false;
   }
@@ -37,18 +36,21 @@ void KDXDispatchCopy::makeTemporaryFilesPermanent() {
   }
 }
 
-bool KDXDispatchCopy::move(const FileURL& temporaryURL, ErrorPlace error) {
-  return moveProved(temporaryURL, std::nullopt, error);
+// A job that did not copy has created nothing, and moves what is there.
+bool KDXDispatchCopy::moveCreated(std::size_t index, ErrorPlace error) {
+  const FileURL& temporaryURL = _destinationURLs[index];
+  if (index >= _createdFiles.size()) return move(temporaryURL, error);
+  const std::optional<platform::FileStamp> pinned = _pinnedFiles[index].stamp();
+  return pinned && _createdFiles[index].isOf(*pinned) && movePinned(_pinnedFiles[index], temporaryURL, error);
 }
 
-bool KDXDispatchCopy::moveProved(const FileURL& temporaryURL, const std::optional<platform::FileStamp>& proved,
-                                 ErrorPlace error) {
-  const auto isProved = [&proved](const FileURL& file) {
-    const std::optional<platform::FileStamp> found = platform::stampOfItem(file.path());
-    return found && (!proved || found == proved);
-  };
+bool KDXDispatchCopy::move(const FileURL& temporaryURL, ErrorPlace error) {
+  return movePinned(platform::PinnedFile::ofItem(temporaryURL.path()), temporaryURL, error);
+}
+
+bool KDXDispatchCopy::movePinned(const platform::PinnedFile& item, const FileURL& temporaryURL, ErrorPlace error) {
   // With nothing to put in its place nothing is removed.
-  if (!isProved(temporaryURL)) return false;
+  if (!item.standsAt(temporaryURL.path())) return false;
   const FileURL finalURL = temporaryURL.deletingPathExtension();
   if (_forceOverwrite && !removeReplacedFile(finalURL, error)) {
     // No newline: managing applications know this line.
@@ -56,12 +58,7 @@ bool KDXDispatchCopy::moveProved(const FileURL& temporaryURL, const std::optiona
     return false;
   }
   std::optional<platform::Error> failure;
-  if (platform::moveItem(temporaryURL.path(), finalURL.path(), &failure)) {
-    if (isProved(finalURL)) return true;
-    // Another run's file came in between the look and the move: it gets its name back.
-    std::ignore = platform::moveItem(finalURL.path(), temporaryURL.path(), nullptr);
-    return false;
-  }
+  if (platform::moveItem(item, temporaryURL.path(), finalURL.path(), &failure)) return true;
   // Only a taken name is reported; other reasons leave the caller's place as it was, and the run ends with status 1.
   if (failure && failure->code == EEXIST) {
     platform::fail(error, copyError(CopyErrorCode::finalNameTaken, std::nullopt, temporaryURL.path()));

@@ -46,7 +46,7 @@ void KDXSequenceCopy::addDestinationURL(const FileURL& destinationURL) {
         const std::string name = sourceFile(*files, index).lastPathComponent();
         return folder.appendingPathComponent(name).appendingPathExtension(temporaryExtension);
       });
-  _temporaryFiles.emplace_back();
+  _createdFiles.emplace_back();
 }
 
 // The files of one pass over the source, fed by the reader on _readQ, one file after the other.
@@ -61,11 +61,9 @@ class KDXSequenceCopy::FrameStream {
     // Frames that differ in a folder's name alone would all be written to one file.
     if (name == std::exchange(_previousName, name)) platform::endProcess(ExitStatus::temporaryFileNotCreated);
     TemporaryFileMaker maker(source, _job._sourceIdentities);
-    for (std::size_t index = 0; index < _job._destinationSequencePaths.size(); ++index) {
-      FileList& files = _job._destinationSequencePaths[index];
+    for (FileList& files : _job._destinationSequencePaths) {
       files.grow();
       _destinations.push_back(maker.create(files.back()));
-      _job._temporaryFiles[index].push_back(_destinations.back().stamp());
     }
     maker.endIfSourceWasCreated();
   }
@@ -119,7 +117,8 @@ class KDXSequenceCopy::FrameStream {
       _externalDigestList += digits;
       _alternativeDigestList += XXHash64BEasXXHash64(digits);
     }
-    closeAll(_destinations, failedWrite());
+    const std::vector<platform::FileStamp> stamps = closeAll(_destinations, failedWrite());
+    for (std::size_t index = 0; index < stamps.size(); ++index) _job._createdFiles[index].push_back(stamps[index]);
   }
 
   [[nodiscard]] std::function<void(std::size_t, int64_t)> failedWrite() const {
@@ -212,7 +211,11 @@ bool KDXSequenceCopy::moveFilesInPlace(ErrorPlace error) {
   startMoving();
   for (std::size_t list = 0; list < _destinationSequencePaths.size(); ++list) {
     for (std::size_t index = 0; index < _destinationSequencePaths[list].size(); ++index) {
-      if (!moveProved(_destinationSequencePaths[list][index], _temporaryFiles[list][index], error)) return false;
+      const FileURL temporaryURL = _destinationSequencePaths[list][index];
+      const auto item = platform::PinnedFile::ofItem(temporaryURL.path());
+      const std::optional<platform::FileStamp> pinned = item.stamp();
+      const bool isProved = pinned && _createdFiles[list][index].isOf(*pinned);
+      if (!isProved || !movePinned(item, temporaryURL, error)) return false;
     }
   }
   return true;
@@ -224,15 +227,16 @@ void KDXSequenceCopy::makeTemporaryFilesPermanent() {
   for (const FileList& files : _destinationSequencePaths) {
     if (files.empty()) continue;
     const std::string first = files.front().path();
-    if (!platform::canMakeFileSystemPermanent(first)) {
+    // One that can't be told from the others is synced in any case.
+    const std::optional<platform::FileIdentity> identity = platform::identityOfFile(first);
+    if (identity && synced.contains(identity->device)) continue;
+    const std::optional<int> result = platform::makeFileSystemPermanent(first);
+    if (!result) {
       makeEachPermanent(files);
       continue;
     }
-    const std::optional<platform::FileIdentity> identity = platform::identityOfFile(first);
-    // One that can't be told from the others is synced in any case.
-    if (identity && !synced.insert(identity->device).second) continue;
-    const int result = platform::makeFileSystemPermanent(first);
-    if (result != 0) endForFailedSync(first, result);
+    if (*result != 0) endForFailedSync(first, *result);
+    if (identity) synced.insert(identity->device);
   }
 }
 

@@ -77,8 +77,8 @@ class KDXSequenceCopy final : public KDXDispatchCopy {
   platform::FileIdentities _sourceIdentities;       // the files behind _sourcePaths, as far as they are there
   FileList _sourcePaths;                            // in frame order
   std::vector<FileList> _destinationSequencePaths;  // per destination, temporary names in frame order
-  std::vector<std::vector<platform::FileStamp>> _temporaryFiles;  // of those, what the copy created
-  std::vector<uint64_t> _expectedFileSizes;                       // bytes, in frame order
+  std::vector<std::vector<platform::FileStamp>> _createdFiles;  // of those, what the copy created
+  std::vector<uint64_t> _expectedFileSizes;                     // bytes, in frame order
   // The external hash in the other byte order of XXHash64, which some managing applications hand over.
   std::shared_ptr<KDXDigestContext> _alternativeExternalDigestContext;
 };

@@ -1,0 +1,105 @@
+// How a file is recognised whatever happened to its name or its number.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "platform/FileIdentity.h"
+#include "tests/support/ScratchDirectory.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using platform::FileStamp;
+
+TEST(FileIdentity, TwoNamesOfOneFileHaveOneIdentity) {
+  const ScratchDirectory scratch;
+  writeFile(scratch.file("clip.mov"), "a");
+  writeFile(scratch.file("other.mov"), "a");
+  fs::create_hard_link(scratch.file("clip.mov"), scratch.file("hard.mov"));
+  fs::create_symlink("clip.mov", scratch.file("link.mov"));
+  const auto identity = platform::identityOfFile(scratch.file("clip.mov"));
+  ASSERT_TRUE(identity);
+  EXPECT_EQ(identity, platform::identityOfFile(scratch.file("hard.mov")));
+  EXPECT_EQ(identity, platform::identityOfFile(scratch.file("link.mov")));
+  EXPECT_NE(identity, platform::identityOfFile(scratch.file("other.mov")));
+}
+
+TEST(FileIdentity, TheIdentityOfAnItemIsTheSymbolicLinksOwn) {
+  const ScratchDirectory scratch;
+  writeFile(scratch.file("clip.mov"), "a");
+  fs::create_symlink("clip.mov", scratch.file("link.mov"));
+  EXPECT_EQ(platform::identityOfFile(scratch.file("clip.mov")), platform::identityOfItem(scratch.file("clip.mov")));
+  EXPECT_TRUE(platform::identityOfItem(scratch.file("link.mov")));
+  EXPECT_NE(platform::identityOfFile(scratch.file("link.mov")), platform::identityOfItem(scratch.file("link.mov")));
+}
+
+TEST(FileIdentity, WhatIsNotThereHasNoIdentity) {
+  const ScratchDirectory scratch;
+  fs::create_symlink("nowhere", scratch.file("link.mov"));
+  EXPECT_EQ(std::nullopt, platform::identityOfFile(scratch.file("missing.mov")));
+  EXPECT_EQ(std::nullopt, platform::identityOfItem(scratch.file("missing.mov")));
+  EXPECT_EQ(std::nullopt, platform::identityOfFile(scratch.file("link.mov")));
+  EXPECT_TRUE(platform::identityOfItem(scratch.file("link.mov")));
+}
+
+constexpr FileStamp withTimeOfCreation{.identity = {1, 2}, .created = 3, .modified = 4, .size = 5};
+constexpr FileStamp withoutTimeOfCreation{.identity = {1, 2}, .modified = 4, .size = 5};
+
+struct StampRow {
+  const char* name;
+  FileStamp stamp;
+  FileStamp found;
+  bool isOf;
+  friend void PrintTo(const StampRow& row, std::ostream* out) { *out << row.name; }
+};
+
+class FileStamps : public testing::TestWithParam<StampRow> {};
+
+TEST_P(FileStamps, TellWhetherItIsTheSameFile) {
+  EXPECT_EQ(GetParam().isOf, GetParam().stamp.isOf(GetParam().found));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Recognised, FileStamps,
+    testing::Values(StampRow{"ByItsCreation", withTimeOfCreation, {{1, 20}, 3, 40, 50}, true},
+                    StampRow{"AndAnotherWithItsNumberIsNot", withTimeOfCreation, {{1, 2}, 30, 4, 5}, false},
+                    StampRow{"ByItsNumberAfterAChange", withoutTimeOfCreation, {{1, 2}, 0, 40, 5}, true},
+                    StampRow{"AndOneThatGrewIsNot", withoutTimeOfCreation, {{1, 2}, 0, 4, 50}, false},
+                    StampRow{"ByItsContentUnderAnotherNumber", withoutTimeOfCreation, {{1, 20}, 0, 4, 5}, true},
+                    StampRow{"AndAnotherOfTheSameMomentIsNot", withoutTimeOfCreation, {{1, 20}, 0, 4, 50}, false},
+                    StampRow{"AndAnotherOfTheSameSizeIsNot", withoutTimeOfCreation, {{1, 20}, 0, 40, 5}, false},
+                    StampRow{"WhereOnlyOneLookFoundTheCreation", withTimeOfCreation, {{1, 2}, 0, 40, 5}, true},
+                    StampRow{"AndOneOfAnotherDeviceIsNot", withTimeOfCreation, {{10, 2}, 3, 4, 5}, false}),
+    [](const auto& row) { return std::string(row.param.name); });
+
+TEST(PinnedFile, StandsWhereItWasAndNotWhereItIsNoMore) {
+  const ScratchDirectory scratch;
+  writeFile(scratch.file("clip.mov.kdxcopy"), "content");
+  const auto item = platform::PinnedFile::ofItem(scratch.file("clip.mov.kdxcopy"));
+  EXPECT_TRUE(item.standsAt(scratch.file("clip.mov.kdxcopy")));
+
+  fs::rename(scratch.file("clip.mov.kdxcopy"), scratch.file("clip.mov"));
+
+  EXPECT_TRUE(item.standsAt(scratch.file("clip.mov")));
+  EXPECT_FALSE(item.standsAt(scratch.file("clip.mov.kdxcopy")));
+}
+
+TEST(PinnedFile, OfAnItemIsTheSymbolicLinkItself) {
+  const ScratchDirectory scratch;
+  writeFile(scratch.file("clip.mov"), "content");
+  fs::create_symlink("clip.mov", scratch.file("link.mov"));
+  EXPECT_TRUE(platform::PinnedFile::ofItem(scratch.file("link.mov")).standsAt(scratch.file("link.mov")));
+  EXPECT_FALSE(platform::PinnedFile::ofItem(scratch.file("link.mov")).standsAt(scratch.file("clip.mov")));
+  EXPECT_TRUE(platform::PinnedFile::ofFile(scratch.file("link.mov")).standsAt(scratch.file("clip.mov")));
+}
+
+TEST(PinnedFile, OfNothingStandsNowhere) {
+  const ScratchDirectory scratch;
+  const auto nothing = platform::PinnedFile::ofItem(scratch.file("clip.mov"));
+  EXPECT_FALSE(nothing.stamp());
+  writeFile(scratch.file("clip.mov"), "content");
+  EXPECT_FALSE(nothing.standsAt(scratch.file("clip.mov")));
+}
+
+}  // namespace
