@@ -12,6 +12,7 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
@@ -42,12 +43,18 @@ struct Kind {
   const char* name;
   const char* kind;               // as tests/kinds/mount takes it
   std::size_t longestName = 255;  // bytes
+  int statusOfRefusedName = 107;  // 110 where a name is refused only when something is written
   bool takesUmlauts = true;
-  bool ignoresCase = false;
   bool tellsExchangedFiles = true;  // a file that was put in the place of another can be told from it
   Full full = Full::isNoticed;
   friend void PrintTo(const Kind& row, std::ostream* out) { *out << row.name; }
 };
+
+uint64_t freeBytes(const fs::path& folder) {
+  struct statvfs facts = {};
+  EXPECT_EQ(0, ::statvfs(folder.c_str(), &facts));
+  return facts.f_bfree * facts.f_frsize;
+}
 
 // A scratch folder with a card and a backup, and beside it a file system of the kind. One mount serves all cases, since some
 // take seconds to mount; each case has a folder of its own.
@@ -109,7 +116,6 @@ class FileSystemKinds : public testing::TestWithParam<Kind> {
   void expectNamesAndSizesArrive();
   void expectTooLongNamesAreRefused();
   void expectTakenNamesAreKept();
-  void expectNamesThatDifferInCaseAreSafe();
   void expectAnExchangedFileIsNotMoved();
   void expectAFullDeviceIsNoticed();
 
@@ -171,9 +177,9 @@ void FileSystemKinds::expectTooLongNamesAreRefused() {
     const std::string backup = scratch.file("refused/" + name.substr(0, 8));
     const std::string destination = onVolume("refused/" + name);
     const ToolRun run = runTool({scratch.file("card/p.0001.dpx"), backup, destination});
-    EXPECT_EQ(107, run.exitStatus) << run.output << run.errors;
+    EXPECT_EQ(GetParam().statusOfRefusedName, run.exitStatus) << run.output << run.errors;
     EXPECT_FALSE(fs::exists(backup));
-    EXPECT_EQ(Words{}, namesBelow(fs::path(destination).parent_path()));
+    EXPECT_THAT(namesBelow(fs::path(destination).parent_path()), testing::Each(testing::EndsWith(temporaryExtension)));
   }
 }
 
@@ -194,30 +200,9 @@ void FileSystemKinds::expectTakenNamesAreKept() {
   EXPECT_EQ("precious", readFile(frame));
 }
 
-// They are one file where case is ignored: no outcome may claim more than there is, nor cost what stood there.
-void FileSystemKinds::expectNamesThatDifferInCaseAreSafe() {
-  if (!GetParam().ignoresCase) return;
-  SCOPED_TRACE("names that differ in case");
-  const std::string one = onVolume("case/CLIP.mov");
-  const std::string other = onVolume("case/clip.mov");
-  const ToolRun run = runTool({clip, one, other});
-  if (run.exitStatus == 0) expectWhole(clip, one);
-  if (fs::exists(other)) expectWhole(clip, other);
-
-  writeFile(onVolume("case-taken/CLIP.mov"), "precious");
-  const ToolRun takenRun = runTool({clip, onVolume("case-taken/clip.mov")});
-  EXPECT_EQ(109, takenRun.exitStatus) << takenRun.output << takenRun.errors;
-  EXPECT_EQ("precious", readFile(onVolume("case-taken/CLIP.mov")));
-
-  const std::string replaced = onVolume("case-replaced/Clip.mov");
-  writeFile(replaced, "an older take");
-  const ToolRun forcedRun =
-      runTool({"-f", clip, onVolume("case-replaced/CLIP.mov"), onVolume("case-replaced/clip.mov")});
-  ASSERT_TRUE(fs::exists(replaced));
-  if (forcedRun.exitStatus == 0 || readFile(replaced) != "an older take") expectWhole(clip, replaced);
-}
-
 void FileSystemKinds::expectAnExchangedFileIsNotMoved() {
+  // Where nothing tells the two files apart it is by chance what is noticed.
+  if (!GetParam().tellsExchangedFiles) return;
   SCOPED_TRACE("a second run");
   constexpr int moved = 10;
   constexpr int notMoved = 11;
@@ -235,9 +220,8 @@ void FileSystemKinds::expectAnExchangedFileIsNotMoved() {
     if (isProved) ::_exit(job->moveFilesInPlace(nullptr) ? moved : notMoved);
   });
 
-  // Where nothing tells the two files apart the run has to go on, or every run would fail there.
-  EXPECT_EQ(GetParam().tellsExchangedFiles ? notMoved : moved, status);
-  EXPECT_NE(GetParam().tellsExchangedFiles, fs::exists(destination));
+  EXPECT_EQ(notMoved, status);
+  EXPECT_FALSE(fs::exists(destination));
 }
 
 void FileSystemKinds::expectAFullDeviceIsNoticed() {
@@ -248,22 +232,27 @@ void FileSystemKinds::expectAFullDeviceIsNoticed() {
   const std::string backup = scratch.file("full/clip.mov");
   const ToolRun run = runTool({clip, backup, destination});
   EXPECT_THAT(run.exitStatus, testing::AnyOf(107, 110)) << run.output << run.errors;
-  EXPECT_FALSE(fs::exists(destination));
+  // There are programs that end when their store is full, so that the whole file system is gone.
+  std::error_code ignored;
+  EXPECT_FALSE(fs::exists(destination, ignored));
   EXPECT_FALSE(fs::exists(backup));
 }
 
 // Leaves less than half of what the clip needs.
 void FileSystemKinds::fillUp() const {
-  constexpr std::size_t room = 4 * MiB;
-  const int filler = ::open((store() / "filler").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-  ASSERT_GE(filler, 0);
+  constexpr uint64_t room = 4 * MiB;
   const std::string bytes = mediaBytes(MiB, 9);
-  struct statvfs facts = {};
-  while (::statvfs(store().c_str(), &facts) == 0 && facts.f_bfree * facts.f_frsize > room) {
-    if (::write(filler, bytes.data(), bytes.size()) <= 0) break;
-    ::fdatasync(filler);
+  uint64_t before = 0;
+  // What one file was given too much at its end comes back when it is closed, and the next one takes it. Some keep for
+  // themselves what they report as free.
+  for (int number = 0; freeBytes(store()) > room && freeBytes(store()) != before; ++number) {
+    before = freeBytes(store());
+    const int filler =
+        ::open((store() / fmt::format("filler{}", number)).c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    ASSERT_GE(filler, 0);
+    while (freeBytes(store()) > room && ::write(filler, bytes.data(), bytes.size()) > 0) ::fdatasync(filler);
+    ::close(filler);
   }
-  ::close(filler);
 }
 
 TEST_P(FileSystemKinds, AreOffloadedToAndFromAndLoseNothing) {
@@ -272,10 +261,49 @@ TEST_P(FileSystemKinds, AreOffloadedToAndFromAndLoseNothing) {
   expectNamesAndSizesArrive();
   expectTooLongNamesAreRefused();
   expectTakenNamesAreKept();
-  expectNamesThatDifferInCaseAreSafe();
   expectAnExchangedFileIsNotMoved();
   expectAFullDeviceIsNoticed();
 }
+
+// Names that differ in case alone are one file there: no outcome may claim more than there is, nor cost what stood there.
+class FileSystemsThatIgnoreCase : public FileSystemKinds {};
+
+TEST_P(FileSystemsThatIgnoreCase, DoNotGetOneFileForTwoDestinations) {
+  const std::string one = onVolume("case/CLIP.mov");
+  const std::string other = onVolume("case/clip.mov");
+
+  const ToolRun run = runTool({clip, one, other});
+
+  EXPECT_NE(0, run.exitStatus) << run.output;
+  // A program that served the file system until then must not have been ended by it.
+  if (fs::exists(other)) expectWhole(clip, other);
+}
+
+TEST_P(FileSystemsThatIgnoreCase, KeepAFileWhoseNameDiffersInCase) {
+  const std::string taken = onVolume("case/CLIP.mov");
+  writeFile(taken, "precious");
+
+  const ToolRun run = runTool({clip, onVolume("case/clip.mov")});
+
+  EXPECT_EQ(109, run.exitStatus) << run.output << run.errors;
+  EXPECT_EQ("precious", readFile(taken));
+}
+
+TEST_P(FileSystemsThatIgnoreCase, LoseNothingWhenTwoDestinationsReplaceOneFile) {
+  const std::string replaced = onVolume("case/Clip.mov");
+  writeFile(replaced, "an older take");
+
+  const ToolRun run = runTool({"-f", clip, onVolume("case/CLIP.mov"), onVolume("case/clip.mov")});
+
+  EXPECT_NE(0, run.exitStatus) << run.output;
+  ASSERT_TRUE(fs::exists(replaced));
+  if (readFile(replaced) != "an older take") expectWhole(clip, replaced);
+}
+
+INSTANTIATE_TEST_SUITE_P(Mounted, FileSystemsThatIgnoreCase,
+                         testing::Values(Kind{.name = "ExfatFuse", .kind = "exfat-fuse"},
+                                         Kind{.name = "Fusefat", .kind = "fusefat"}),
+                         rowName);
 
 INSTANTIATE_TEST_SUITE_P(
     Mounted, FileSystemKinds,
@@ -283,17 +311,15 @@ INSTANTIATE_TEST_SUITE_P(
         Kind{.name = "Ext2", .kind = "ext2"}, Kind{.name = "Ext4", .kind = "ext4"}, Kind{.name = "Xfs", .kind = "xfs"},
         Kind{.name = "Btrfs", .kind = "btrfs"}, Kind{.name = "BtrfsCompressed", .kind = "btrfs-zstd"},
         Kind{.name = "Tmpfs", .kind = "tmpfs"}, Kind{.name = "Ramfs", .kind = "ramfs", .full = Full::isNever},
-        Kind{.name = "Overlay", .kind = "overlay"},
-        Kind{.name = "ExfatFuse", .kind = "exfat-fuse", .ignoresCase = true}, Kind{.name = "Ntfs3g", .kind = "ntfs-3g"},
-        Kind{.name = "Ntfs3gBigWrites", .kind = "ntfs-3g-big-writes"},
-        Kind{.name = "Fusefat", .kind = "fusefat", .takesUmlauts = false, .ignoresCase = true},
-        Kind{.name = "Bindfs", .kind = "bindfs"}, Kind{.name = "Gocryptfs", .kind = "gocryptfs"},
-        Kind{.name = "Encfs", .kind = "encfs", .longestName = 175},
+        Kind{.name = "Overlay", .kind = "overlay"}, Kind{.name = "ExfatFuse", .kind = "exfat-fuse"},
+        Kind{.name = "Ntfs3g", .kind = "ntfs-3g"}, Kind{.name = "Ntfs3gBigWrites", .kind = "ntfs-3g-big-writes"},
+        Kind{.name = "Fusefat", .kind = "fusefat", .takesUmlauts = false}, Kind{.name = "Bindfs", .kind = "bindfs"},
+        Kind{.name = "Gocryptfs", .kind = "gocryptfs"}, Kind{.name = "Encfs", .kind = "encfs", .longestName = 175},
         Kind{.name = "FuseOverlayfs", .kind = "fuse-overlayfs", .longestName = 251},
         Kind{.name = "Sshfs", .kind = "sshfs"}, Kind{.name = "SshfsDirectIo", .kind = "sshfs-direct-io"},
         Kind{.name = "Mergerfs", .kind = "mergerfs"}, Kind{.name = "UnionfsFuse", .kind = "unionfs-fuse"},
         Kind{.name = "Cryfs", .kind = "cryfs", .longestName = anyLength},
-        Kind{.name = "RcloneOff", .kind = "rclone-off", .tellsExchangedFiles = false},
+        Kind{.name = "RcloneOff", .kind = "rclone-off", .statusOfRefusedName = 110, .tellsExchangedFiles = false},
         Kind{
             .name = "RcloneWrites", .kind = "rclone-writes", .tellsExchangedFiles = false, .full = Full::isForTheCache},
         Kind{.name = "RcloneFull", .kind = "rclone-full", .tellsExchangedFiles = false, .full = Full::isForTheCache}),
