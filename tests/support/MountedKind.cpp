@@ -41,21 +41,30 @@ FileDescriptor descriptorOf(pid_t process) {
   return FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, process, 0)));
 }
 
+struct Mount {
+  fs::path mountPoint;
+  fs::path source;
+};
+
 // What is mounted below the folder, the oldest first.
-std::vector<std::string> mountsBelow(const fs::path& folder) {
-  std::vector<std::string> mounts;
+std::vector<Mount> mountsBelow(const fs::path& folder) {
+  std::vector<Mount> mounts;
   std::ifstream table(mountTable);
   for (std::string line; std::getline(table, line);) {
     std::istringstream words(line);
-    std::string id, parent, device, root, mountPoint;
-    words >> id >> parent >> device >> root >> mountPoint;
-    if (mountPoint.starts_with(folder.string() + "/")) mounts.push_back(mountPoint);
+    std::string word, mountPoint, source;
+    for (int number = 0; number < 4; ++number) words >> word;
+    words >> mountPoint;
+    // Any number of optional words, a dash, and the type.
+    while (words >> word && word != "-") continue;
+    words >> word >> source;
+    if (mountPoint.starts_with(folder.string() + "/")) mounts.push_back({mountPoint, source});
   }
   return mounts;
 }
 
-void unmount(const fs::path& mountPoint) {
-  if (::umount2(mountPoint.c_str(), 0) != 0) ::umount2(mountPoint.c_str(), MNT_DETACH);
+void unmount(const Mount& mount) {
+  if (::umount2(mount.mountPoint.c_str(), 0) != 0) ::umount2(mount.mountPoint.c_str(), MNT_DETACH);
 }
 
 // In the child process: becomes the program that mounts, whose words go to a file.
@@ -114,8 +123,8 @@ bool MountedKind::isMountedInTime() {
 }
 
 bool MountedKind::isMounted() const {
-  const std::vector<std::string> mounts = mountsBelow(_scratch.path());
-  return !mounts.empty() && mounts.back() == _mountPoint.string();
+  const std::vector<Mount> mounts = mountsBelow(_scratch.path());
+  return !mounts.empty() && mounts.back().mountPoint == _mountPoint;
 }
 
 std::string MountedKind::lastWords() const {
@@ -134,11 +143,24 @@ fs::path MountedKind::store() const {
   return fs::exists(disk) ? disk : _mountPoint;
 }
 
+uint64_t MountedKind::bytesReadFromDevice() const {
+  const std::vector<Mount> mounts = mountsBelow(_scratch.path());
+  const auto mount = std::ranges::find(mounts, store(), &Mount::mountPoint);
+  if (mount == mounts.end()) return 0;
+  // Reads completed, reads merged, sectors of 512 bytes read, ...
+  std::ifstream statistics("/sys/block/" + mount->source.filename().string() + "/stat");
+  uint64_t reads = 0;
+  uint64_t merged = 0;
+  uint64_t sectors = 0;
+  statistics >> reads >> merged >> sectors;
+  return sectors * 512;
+}
+
 MountedKind::~MountedKind() {
   const bool wasMounted = isMounted();
-  if (wasMounted) unmount(_mountPoint);
+  if (wasMounted) unmount(mountsBelow(_scratch.path()).back());
   endServer(wasMounted);
-  const std::vector<std::string> mounts = mountsBelow(_scratch.path());
+  const std::vector<Mount> mounts = mountsBelow(_scratch.path());
   std::for_each(mounts.rbegin(), mounts.rend(), unmount);
 }
 

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -23,6 +24,8 @@ class MountedKind {
   [[nodiscard]] std::string file(const std::string& name) const;
   // Where the bytes come to lie: the disk below a kind that passes files on, else the file system itself.
   [[nodiscard]] std::filesystem::path store() const;
+  // Bytes that the device of the store has delivered to reads so far.
+  [[nodiscard]] uint64_t bytesReadFromDevice() const;
 
  private:
   MountedKind();
