@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "KDXFileTools/kdxdispatchcopy/CommandLine.h"
+#include "tests/support/ClipOffload.h"
 #include "tests/support/ParsedLine.h"
 #include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
@@ -408,7 +409,7 @@ TEST(CommandLine, AnIdentifierWithoutHashesIsTheSourceAllTheSameAndTheNextPathAD
 TEST(CommandLine, NothingIsPrintedAboutOptionsThatAreNotUnderstood) {
   const ToolRun run = runTool({"--unknown", "-z", "--k=5", "-a"});
   EXPECT_EQ("no destination specified\ninvalid arguments\n", run.output);
-  EXPECT_EQ("", run.errors);
+  EXPECT_EQ("kdxdispatchcopy: " + std::string(usage) + "\n", run.errors);
 }
 
 }  // namespace

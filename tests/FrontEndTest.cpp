@@ -16,6 +16,7 @@
 #include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
 #include "platform/Process.h"
 #include "tests/support/Captured.h"
+#include "tests/support/ClipOffload.h"
 #include "tests/support/ParsedLine.h"
 #include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
@@ -91,6 +92,8 @@ void PrintTo(const Refused& row, std::ostream* out) {
   *out << row.name;
 }
 
+const std::string usageLine = "kdxdispatchcopy: " + std::string(usage) + "\n";
+
 class RefusedCommandLine : public testing::TestWithParam<Refused> {};
 
 TEST_P(RefusedCommandLine, GivesNoJobAndALineThatSaysWhy) {
@@ -103,7 +106,7 @@ TEST_P(RefusedCommandLine, EndsAProcessWithStatusOneAfterBothLines) {
   const ToolRun run = runTool(GetParam().words);
   EXPECT_EQ(1, run.exitStatus);
   EXPECT_EQ(GetParam().line + "\ninvalid arguments\n", run.output);
-  EXPECT_EQ("", run.errors);
+  EXPECT_EQ(usageLine, run.errors);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -163,7 +166,7 @@ TEST(FrontEndDeathTest, ARefusedCommandLineEndsTheProcessWithStatusOneAfterBothL
         ::dup2(STDERR_FILENO, STDOUT_FILENO);
         runFrontEnd(1, argv);
       },
-      testing::ExitedWithCode(1), testing::Eq("no destination specified\ninvalid arguments\n"));
+      testing::ExitedWithCode(1), testing::Eq("no destination specified\ninvalid arguments\n" + usageLine));
 }
 
 struct Word {

@@ -11,6 +11,9 @@
 
 namespace {
 
+constexpr const char* usage =
+    "usage: kdxdispatchcopy [options] source destination [destination ...]; see man kdxdispatchcopy";
+
 struct Phase {
   bool (KDXDispatchCopy::*run)(platform::ErrorPlace);
   const char* failureLine;  // null: the phase has said what there is to say
@@ -98,6 +101,7 @@ void runFrontEnd(int argc, char* const* argv) {
   const std::shared_ptr<KDXDispatchCopy> theCopier = makeJob(line);
   if (!theCopier) {
     platform::printAndWait("invalid arguments\n");
+    platform::systemLog(usage);
     platform::endProcess(ExitStatus::failure);
   }
   // Ends here, with the job still alive: what a failed phase left at work may go on using it until the process is gone.

@@ -29,6 +29,9 @@ inline constexpr const char* movedAndFlushed =
 inline constexpr const char* notMovedLines =
     "failed to move {destination}.kdxcopy\n"
     "failed to move files in place\n";
+// On standard error, without the name of the tool in front.
+inline constexpr const char* usage =
+    "usage: kdxdispatchcopy [options] source destination [destination ...]; see man kdxdispatchcopy";
 inline constexpr const char* invalid = "invalid arguments\n";
 
 // A card with one clip, and where it is offloaded to under the same name.
