@@ -536,6 +536,16 @@ TEST(ToolSequence, AWrongExternalHashIsNamedTwiceAndNothingIsReadBackOrMoved) {
   EXPECT_EQ(allTemporary(), offload.namesIn(2));
 }
 
+TEST(ToolSequence, TheDigestOfNothingIsNotThatOfASequence) {
+  const Offload offload(1);
+
+  const ToolRun run = offload.run({"-t", "xxhash64be", "-e", "XXHash64BE:ef46db3751d8e999"});
+
+  EXPECT_EQ(103, run.exitStatus);
+  EXPECT_THAT(run.output, EndsWith("but got hash: XXHash64BE:" + offload.sequenceDigest(xxh64) + ".\n"));
+  EXPECT_EQ(allTemporary(), offload.namesIn(1));
+}
+
 TEST(ToolSequence, AnExternalHashOfTheFirstFrameIsNotThatOfTheSequence) {
   const Offload offload(1);
 

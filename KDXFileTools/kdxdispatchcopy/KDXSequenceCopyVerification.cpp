@@ -51,7 +51,10 @@ bool KDXSequenceCopy::destinationFileHasSize(const FileURL& temporaryURL, uint64
 }
 
 bool KDXSequenceCopy::performExternalHashVerification(ErrorPlace error) {
-  const bool isAlternative = externalHash() && _alternativeExternalDigestContext &&
+  // Only what was fed with frames can prove them.
+  const bool hasAlternative =
+      _alternativeExternalDigestContext && _externalDigestContext && hasOption(KDXVerificationOptionHashDuringCopy);
+  const bool isAlternative = externalHash() && hasAlternative &&
                              isSameHash(*externalHash(), _alternativeExternalDigestContext->digestString());
   return isAlternative || KDXDispatchCopy::performExternalHashVerification(error);
 }
