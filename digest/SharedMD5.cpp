@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "digest/MD5EightStreams.h"
+#include "platform/Processors.h"
 
 namespace {
 
@@ -44,7 +45,7 @@ void countBytes(MD5_CTX& digest, uint64_t bytes) {
 
 SharedMD5& SharedMD5::shared() {
   // Never destroyed: queues may still digest while the process ends.
-  static auto* const md5 = new SharedMD5(std::max(1U, std::thread::hardware_concurrency()));
+  static auto* const md5 = new SharedMD5(platform::usableProcessors());
   return *md5;
 }
 

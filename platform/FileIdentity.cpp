@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -20,29 +19,33 @@ std::optional<FileIdentity> identity(int result, const struct stat& facts) {
   return FileIdentity{.device = facts.st_dev, .inode = facts.st_ino};
 }
 
-uint64_t nanoseconds(int64_t seconds, uint64_t fraction) {
-  return static_cast<uint64_t>(seconds) * nanosecondsPerSecond + fraction;
+uint64_t nanoseconds(int64_t seconds, int64_t fraction) {
+  return static_cast<uint64_t>(seconds) * nanosecondsPerSecond + static_cast<uint64_t>(fraction);
+}
+
+FileStamp stampOfContent(uint64_t inode, uint64_t modified, uint64_t size) {
+  return {.number = inode, .modified = static_cast<uint32_t>(modified), .size = static_cast<uint32_t>(size)};
 }
 
 std::optional<FileStamp> stampWithoutCreation(int directory, const char* path, int flags) {
   struct stat facts = {};
   if (::fstatat(directory, path, &facts, flags) != 0) return std::nullopt;
-  return FileStamp{.identity = {.device = facts.st_dev, .inode = facts.st_ino},
-                   .modified = nanoseconds(facts.st_mtim.tv_sec, static_cast<uint64_t>(facts.st_mtim.tv_nsec)),
-                   .size = static_cast<uint64_t>(facts.st_size)};
+  return stampOfContent(facts.st_ino, nanoseconds(facts.st_mtim.tv_sec, facts.st_mtim.tv_nsec),
+                        static_cast<uint64_t>(facts.st_size));
 }
 
+// The server is asked, where there is one: what the system remembers may be that of a file which is there no more.
 std::optional<FileStamp> stamp(int directory, const char* path, int flags) {
   struct statx facts = {};
   const unsigned wanted = STATX_INO | STATX_BTIME | STATX_MTIME | STATX_SIZE;
-  if (::statx(directory, path, flags, wanted, &facts) != 0) {
+  if (::statx(directory, path, flags | AT_STATX_FORCE_SYNC, wanted, &facts) != 0) {
     return isRefused(errno) ? stampWithoutCreation(directory, path, flags) : std::nullopt;
   }
-  const bool isCreationKnown = (facts.stx_mask & STATX_BTIME) != 0;
-  return FileStamp{.identity = {.device = ::makedev(facts.stx_dev_major, facts.stx_dev_minor), .inode = facts.stx_ino},
-                   .created = isCreationKnown ? nanoseconds(facts.stx_btime.tv_sec, facts.stx_btime.tv_nsec) : 0,
-                   .modified = nanoseconds(facts.stx_mtime.tv_sec, facts.stx_mtime.tv_nsec),
-                   .size = facts.stx_size};
+  if ((facts.stx_mask & STATX_BTIME) == 0) {
+    return stampOfContent(facts.stx_ino, nanoseconds(facts.stx_mtime.tv_sec, facts.stx_mtime.tv_nsec), facts.stx_size);
+  }
+  return FileStamp{.number = nanoseconds(facts.stx_btime.tv_sec, facts.stx_btime.tv_nsec),
+                   .size = FileStamp::ofCreation};
 }
 
 }  // namespace
@@ -74,9 +77,8 @@ std::optional<FileIdentity> identityOfItem(const std::string& path) {
 }
 
 bool FileStamp::isOf(const FileStamp& found) const {
-  if (identity.device != found.identity.device) return false;
-  if (created != 0 && found.created != 0) return created == found.created;
-  return size == found.size && (identity == found.identity || modified == found.modified);
+  if (size != found.size) return false;
+  return number == found.number || (!hasTimeOfCreation() && modified == found.modified);
 }
 
 std::optional<FileStamp> stampOfFile(int descriptor) {
@@ -104,14 +106,19 @@ PinnedFile::PinnedFile(const std::string& path, int flags) : _file(::open(path.c
   }
 }
 
+std::optional<FileIdentity> PinnedFile::identity() const {
+  return _file.isOpen() ? identityOfOpenFile(_file.get()) : std::nullopt;
+}
+
 std::optional<FileStamp> PinnedFile::stamp() const {
   return _file.isOpen() ? stampOfFile(_file.get()) : std::nullopt;
 }
 
-bool PinnedFile::standsAt(const std::string& path) const {
-  const std::optional<FileStamp> now = stamp();
+std::optional<bool> PinnedFile::standsAt(const std::string& path) const {
   const std::optional<FileStamp> found = stampOfItem(path);
-  return now && found && now->isOf(*found);
+  if (!found) return errno == ENOENT ? std::optional(false) : std::nullopt;
+  const std::optional<FileStamp> now = stamp();
+  return now ? std::optional(now->isOf(*found)) : std::nullopt;
 }
 
 }  // namespace platform

@@ -41,12 +41,16 @@ std::optional<FileIdentity> identityOfOpenFile(int descriptor);
 std::optional<FileIdentity> identityOfItem(const std::string& path);
 
 // What is known of a file at one moment, to recognise it later: also when it was given another number meanwhile, and
-// another file from it that was given its number.
+// another file from it that was given its number. A job keeps one for each file that it wrote.
 struct FileStamp {
-  FileIdentity identity;
-  uint64_t created = 0;   // nanoseconds since 1970; 0 where the file system does not keep it
-  uint64_t modified = 0;  // likewise
-  uint64_t size = 0;      // bytes
+  // A stamp with a time of creation has this in place of a size.
+  static constexpr uint32_t ofCreation = UINT32_MAX;
+
+  uint64_t number = 0;    // the time of creation in nanoseconds since 1970 or, where that is not kept, the inode
+  uint32_t modified = 0;  // nanoseconds since 1970; like the next the lowest bits, which is enough to see a difference
+  uint32_t size = 0;      // bytes, or ofCreation
+
+  [[nodiscard]] bool hasTimeOfCreation() const { return size == ofCreation; }
 
   // True when `found` is this file, as far as its file system tells: by the time of its creation; without one by its size
   // and its number or, since numbers may change, the time of its last change.
@@ -64,10 +68,12 @@ class PinnedFile {
   static PinnedFile ofFile(const std::string& path);
   static PinnedFile ofItem(const std::string& path);
 
+  // None when nothing was there, or it can't be told.
+  [[nodiscard]] std::optional<FileIdentity> identity() const;
   // As it is now; none when nothing was there, or when the file has lost its name where only names are known.
   [[nodiscard]] std::optional<FileStamp> stamp() const;
-  // True when the file stands at the path itself now.
-  [[nodiscard]] bool standsAt(const std::string& path) const;
+  // Whether the file stands at the path itself now; none when that can't be told.
+  [[nodiscard]] std::optional<bool> standsAt(const std::string& path) const;
 
  private:
   PinnedFile(const std::string& path, int flags);

@@ -23,8 +23,10 @@ namespace {
 std::optional<int> moveWithLink(const PinnedFile& item, const std::string& from, const std::string& to) {
   if (::link(from.c_str(), to.c_str()) != 0) return errno == EEXIST ? std::optional(EEXIST) : std::nullopt;
   // The number of a file may be another one under another name: the old name, which it still has, tells which was linked.
-  if (item.standsAt(from)) return ::unlink(from.c_str()) == 0 ? 0 : errno;
-  if (item.standsAt(to)) return 0;
+  const std::optional<bool> isLinked = item.standsAt(from);
+  if (isLinked == true) return ::unlink(from.c_str()) == 0 ? 0 : errno;
+  // Another file came to the old name, before the link or after it.
+  if (isLinked == false && item.standsAt(to) == true) return 0;
   std::ignore = ::unlink(to.c_str());
   return ESTALE;
 }
@@ -55,7 +57,7 @@ int move(const PinnedFile& item, const std::string& from, const std::string& to)
     if (const std::optional<int> linked = moveWithLink(item, from, to)) return *linked;
     code = renameWithCheck(from, to);
   }
-  if (code != 0 || item.standsAt(to)) return code;
+  if (code != 0 || item.standsAt(to) == true) return code;
   giveBack(to, from);
   return ESTALE;
 }
@@ -95,6 +97,11 @@ bool removeItem(const std::string& path, ErrorPlace error) {
   if (::unlink(path.c_str()) == 0) return true;
   const int code = errno;
   return fail(error, posixError("unlink", path, code));
+}
+
+void removeRegularFile(const std::string& path) {
+  struct stat facts = {};
+  if (::lstat(path.c_str(), &facts) == 0 && S_ISREG(facts.st_mode)) std::ignore = ::unlink(path.c_str());
 }
 
 bool moveItem(const PinnedFile& item, const std::string& from, const std::string& to, ErrorPlace error) {

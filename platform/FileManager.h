@@ -19,6 +19,10 @@ std::optional<uint64_t> sizeOfFile(const std::string& path);
 // Removes a file or a symbolic link, never a directory. On failure false and a POSIXErrorDomain error.
 bool removeItem(const std::string& path, ErrorPlace error);
 
+// Removes a regular file and nothing else, so that another program which still writes it, or another name that it has, keeps
+// what it holds. Says nothing when it can't.
+void removeRegularFile(const std::string& path);
+
 // Gives the pinned file that stands at `from` the name `to`, within one file system. What stands at the new name is never
 // replaced, not even when it appears at the last moment: that is a POSIXErrorDomain error with the code EEXIST, as other
 // failures have theirs. Another file that comes in between at `from` gets that name back, which is ESTALE.

@@ -1,7 +1,6 @@
 #include "platform/OutputFile.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,11 +17,6 @@ namespace {
 
 // One call of the system moves no more than this, a multiple of every alignment.
 constexpr std::size_t largestTransfer = std::size_t{1} << 30;
-
-bool removeRegularFile(const std::string& path) {
-  struct stat facts = {};
-  return ::lstat(path.c_str(), &facts) == 0 && S_ISREG(facts.st_mode) && ::unlink(path.c_str()) == 0;
-}
 
 // Calls write until `length` bytes are taken, in pieces that the system accepts; the first short piece is the last.
 int64_t writePieces(int descriptor, const std::byte* bytes, std::size_t length) {
@@ -42,26 +36,19 @@ int64_t writePieces(int descriptor, const std::byte* bytes, std::size_t length) 
 
 }  // namespace
 
-std::optional<OutputFile> OutputFile::createEmpty(const std::string& path, const std::optional<FileIdentity>& source,
-                                                  const std::set<FileIdentity>& shared) {
-  int creation = O_CREAT | O_EXCL;
-  if (const std::optional<FileIdentity> standing = identityOfItem(path)) {
-    if (standing == source) return std::nullopt;
-    if (shared.contains(*standing)) {
-      creation = 0;
-    } else if (!removeRegularFile(path)) {
-      return std::nullopt;
-    }
-  }
-  FileDescriptor file = openUnlessPipe(path, O_WRONLY | creation);
+std::optional<OutputFile> OutputFile::createEmpty(const std::string& path, const std::set<FileIdentity>& shared) {
+  const std::optional<FileIdentity> standing = identityOfItem(path);
+  const bool isShared = standing && shared.contains(*standing);
+  FileDescriptor file = openUnlessPipe(path, isShared ? O_WRONLY : O_WRONLY | O_CREAT | O_EXCL);
   if (!file.isOpen()) return std::nullopt;
+  const std::optional<FileIdentity> identity = identityOfOpenFile(file.get());
   const std::optional<FileStamp> stamp = stampOfFile(file.get());
-  if (!stamp) return std::nullopt;
-  return OutputFile(std::move(file), *stamp);
+  if (!identity || !stamp || (isShared && identity != standing)) return std::nullopt;
+  return OutputFile(std::move(file), *identity, *stamp);
 }
 
-OutputFile::OutputFile(FileDescriptor file, const FileStamp& stamp)
-    : _file(std::move(file)), _stamp(stamp), _alignment(directAlignment(_file.get())) {
+OutputFile::OutputFile(FileDescriptor file, const FileIdentity& identity, const FileStamp& stamp)
+    : _file(std::move(file)), _identity(identity), _stamp(stamp), _alignment(directAlignment(_file.get())) {
   _direct = _alignment != 0 && setDirect(_file.get(), true);
   _cachedRoad = !_direct;
 }
@@ -113,7 +100,7 @@ bool OutputFile::close() {
   // Some file systems take the flag and use the cache all the same: pushing costs nothing where nothing is dirty.
   const bool reachedDevice = _cachedRoad ? ::fdatasync(_file.get()) == 0 : pushPages(_file.get(), 0, 0);
   dropPages(_file.get(), 0, 0);
-  if (_stamp.created == 0) _stamp = stampOfFile(_file.get()).value_or(_stamp);
+  if (!_stamp.hasTimeOfCreation()) _stamp = stampOfFile(_file.get()).value_or(_stamp);
   return _file.close() == 0 && reachedDevice;
 }
 

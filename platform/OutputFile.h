@@ -19,14 +19,9 @@ namespace platform {
 // from the cache behind every write, and a file that took that road is synced before it is closed.
 class OutputFile {
  public:
-  // Creates the file anew; a regular file that is there (an old temporary file) loses this name, so that another run that
-  // still writes it, or another name that it has, keeps what it holds. None, when that can't be done or must not be:
-  //   - a symbolic link or anything but a regular file stands there, or the file there is `source`, under whatever name:
-  //     nothing is changed on disk then,
-  //   - the file can't be created.
-  // A file that is one of `shared` is not created anew but opened once more: the caller has just created it.
-  static std::optional<OutputFile> createEmpty(const std::string& path, const std::optional<FileIdentity>& source,
-                                               const std::set<FileIdentity>& shared = {});
+  // Creates the file, of which nothing stands at the path: neither a file nor a link, wherever it leads. None when that can't
+  // be done. A file that is one of `shared` is opened once more: the caller has just created it.
+  static std::optional<OutputFile> createEmpty(const std::string& path, const std::set<FileIdentity>& shared = {});
 
   OutputFile(OutputFile&&) = default;
   OutputFile& operator=(OutputFile&&) = delete;
@@ -41,18 +36,21 @@ class OutputFile {
 
   // As it was when it was created or, on a file system that keeps no times of creation, when its writing ended.
   [[nodiscard]] const FileStamp& stamp() const { return _stamp; }
+  // While it is open.
+  [[nodiscard]] const FileIdentity& identity() const { return _identity; }
 
   // Ends the writing. False when something that was written did not reach the device after all: the file is to be taken
   // as not written.
   bool close();
 
  private:
-  OutputFile(FileDescriptor file, const FileStamp& stamp);
+  OutputFile(FileDescriptor file, const FileIdentity& identity, const FileStamp& stamp);
   int64_t writeDirect(const std::byte* bytes, std::size_t length);
   int64_t writeThroughCache(const std::byte* bytes, std::size_t length);
   bool pushAndDrop(int64_t offset, int64_t length);
 
   FileDescriptor _file;
+  FileIdentity _identity;
   FileStamp _stamp;
   int64_t _alignment;  // bytes; 0 without transfers past the cache
   int64_t _position = 0;

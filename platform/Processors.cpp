@@ -1,47 +1,80 @@
 #include "platform/Processors.h"
 
-#include <unistd.h>
+#include <sched.h>
 
-#include <ctime>
-#include <tuple>
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <limits>
+#include <sstream>
 
 namespace platform {
 
 namespace {
 
-thread_local std::optional<std::size_t> processorLeftAlone;
+constexpr double unlimited = std::numeric_limits<double>::infinity();
+
+double processorsOfAffinity() {
+  cpu_set_t all;
+  return ::sched_getaffinity(0, sizeof all, &all) == 0 ? CPU_COUNT(&all) : 1;
+}
+
+// "QUOTA PERIOD" in microseconds; a quota that is no number, or negative, is none.
+double processorsOfQuota(const std::string& text) {
+  std::istringstream words(text);
+  double quota = 0;
+  double period = 0;
+  return words >> quota >> period && quota > 0 && period > 0 ? quota / period : unlimited;
+}
+
+std::string firstLine(const std::string& path) {
+  std::ifstream file(path);
+  std::string line;
+  std::getline(file, line);
+  return line;
+}
+
+// The two versions of control groups keep the same two numbers in one file or in two.
+double processorsOfGroup(const std::string& folder) {
+  return std::min(
+      processorsOfQuota(firstLine(folder + "/cpu.max")),
+      processorsOfQuota(firstLine(folder + "/cpu.cfs_quota_us") + " " + firstLine(folder + "/cpu.cfs_period_us")));
+}
+
+bool controlsProcessors(const std::string& controllers) {
+  return controllers.empty() || ("," + controllers + ",").find(",cpu,") != std::string::npos;
+}
+
+// A line of the process's groups: "NUMBER:CONTROLLERS:PATH", without controllers in the second version.
+double processorsOfGroupLine(const std::string& line, const std::string& root) {
+  std::istringstream parts(line);
+  std::string number;
+  std::string controllers;
+  std::string path;
+  std::getline(std::getline(std::getline(parts, number, ':'), controllers, ':'), path);
+  if (path.empty() || !controlsProcessors(controllers)) return unlimited;
+  const std::string groups = root + "/sys/fs/cgroup" + (controllers.empty() ? "" : "/cpu");
+  double processors = processorsOfGroup(groups);
+  for (; path.size() > 1; path.resize(path.rfind('/'))) {
+    processors = std::min(processors, processorsOfGroup(groups + path));
+    if (path.rfind('/') == std::string::npos) break;
+  }
+  return processors;
+}
 
 }  // namespace
 
-std::optional<std::size_t> currentProcessor() {
-  const int processor = ::sched_getcpu();
-  if (processor < 0 || processor >= CPU_SETSIZE) return std::nullopt;
-  return static_cast<std::size_t>(processor);
+std::size_t usableProcessors() {
+  return usableProcessors("");
 }
 
-ThreadNumber numberOfThisThread() {
-  return ::gettid();
-}
-
-std::chrono::nanoseconds processorTimeOfThisThread() {
-  timespec time{};
-  std::ignore = ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
-}
-
-UsableProcessors::UsableProcessors() {
-  if (::sched_getaffinity(0, sizeof _all, &_all) == 0) _count = static_cast<std::size_t>(CPU_COUNT(&_all));
-}
-
-void UsableProcessors::keepThisThreadOff(std::optional<std::size_t> processor) const {
-  if (processor != processorLeftAlone && keepThreadOff(numberOfThisThread(), processor)) processorLeftAlone = processor;
-}
-
-bool UsableProcessors::keepThreadOff(ThreadNumber thread, std::optional<std::size_t> processor) const {
-  if (_count < 2) return false;
-  cpu_set_t others = _all;
-  if (processor) CPU_CLR(*processor, &others);
-  return ::sched_setaffinity(thread, sizeof others, &others) == 0;
+std::size_t usableProcessors(const std::string& root) {
+  double processors = processorsOfAffinity();
+  std::ifstream groups(root + "/proc/self/cgroup");
+  for (std::string line; std::getline(groups, line);) {
+    processors = std::min(processors, processorsOfGroupLine(line, root));
+  }
+  return static_cast<std::size_t>(std::max(1.0, std::ceil(processors)));
 }
 
 }  // namespace platform

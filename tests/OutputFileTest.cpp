@@ -16,6 +16,7 @@
 #include <string_view>
 #include <vector>
 
+#include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
 #include "platform/Memory.h"
 #include "platform/OutputFile.h"
 #include "tests/support/MountedFileSystem.h"
@@ -43,7 +44,8 @@ int64_t writeBytes(OutputFile& file, std::string_view bytes) {
 
 // Writes all in pieces of the size given, and closes.
 void writeInPieces(const std::string& path, const std::string& bytes, std::size_t pieceSize) {
-  std::optional<OutputFile> file = OutputFile::createEmpty(path, std::nullopt);
+  platform::removeRegularFile(path);
+  std::optional<OutputFile> file = OutputFile::createEmpty(path);
   ASSERT_TRUE(file) << path;
   for (std::size_t offset = 0; offset < bytes.size(); offset += pieceSize) {
     const std::string piece = bytes.substr(offset, pieceSize);
@@ -56,7 +58,7 @@ void writeInPieces(const std::string& path, const std::string& bytes, std::size_
 
 TEST(OutputFile, ANewFileIsThereAndEmpty) {
   const ScratchDirectory scratch;
-  std::optional<OutputFile> file = OutputFile::createEmpty(scratch.file("clip.mov.kdxcopy"), std::nullopt);
+  std::optional<OutputFile> file = OutputFile::createEmpty(scratch.file("clip.mov.kdxcopy"));
   ASSERT_TRUE(file);
   EXPECT_EQ(0U, fs::file_size(scratch.file("clip.mov.kdxcopy")));
   EXPECT_TRUE(file->close());
@@ -85,7 +87,7 @@ TEST(OutputFile, ItsModeIsReadableAndWritableForAllLessTheUmask) {
   for (const mode_t mask : {mode_t{0}, mode_t{022}, mode_t{027}, mode_t{077}}) {
     const std::string path = scratch.file("clip" + std::to_string(mask));
     const mode_t before = ::umask(mask);
-    const std::optional<OutputFile> file = OutputFile::createEmpty(path, std::nullopt);
+    const std::optional<OutputFile> file = OutputFile::createEmpty(path);
     ::umask(before);
     ASSERT_TRUE(file);
     struct stat facts = {};
@@ -96,7 +98,7 @@ TEST(OutputFile, ItsModeIsReadableAndWritableForAllLessTheUmask) {
 
 TEST(OutputFile, IsNotCreatedWithoutItsFolder) {
   const ScratchDirectory scratch;
-  EXPECT_FALSE(OutputFile::createEmpty((scratch.path() / "missing/clip.mov").string(), std::nullopt));
+  EXPECT_FALSE(OutputFile::createEmpty((scratch.path() / "missing/clip.mov").string()));
   EXPECT_TRUE(fs::is_empty(scratch.path()));
 }
 
@@ -104,7 +106,7 @@ TEST(OutputFile, IsNotWrittenThroughASymbolicLink) {
   const ScratchDirectory scratch;
   writeFile(scratch.file("precious.mov"), "precious");
   fs::create_symlink("precious.mov", scratch.file("clip.mov.kdxcopy"));
-  EXPECT_FALSE(OutputFile::createEmpty(scratch.file("clip.mov.kdxcopy"), std::nullopt));
+  EXPECT_FALSE(OutputFile::createEmpty(scratch.file("clip.mov.kdxcopy")));
   EXPECT_EQ("precious", readFile(scratch.file("precious.mov")));
   EXPECT_TRUE(fs::is_symlink(scratch.file("clip.mov.kdxcopy")));
 }
@@ -112,21 +114,21 @@ TEST(OutputFile, IsNotWrittenThroughASymbolicLink) {
 TEST(OutputFile, IsNotCreatedThroughASymbolicLinkThatLeadsNowhere) {
   const ScratchDirectory scratch;
   fs::create_symlink("nowhere.mov", scratch.file("clip.mov.kdxcopy"));
-  EXPECT_FALSE(OutputFile::createEmpty(scratch.file("clip.mov.kdxcopy"), std::nullopt));
+  EXPECT_FALSE(OutputFile::createEmpty(scratch.file("clip.mov.kdxcopy")));
   EXPECT_EQ((Names{"clip.mov.kdxcopy"}), namesBelow(scratch.path()));
 }
 
 TEST(OutputFile, AFolderIsRefusedAndKeepsWhatIsInIt) {
   const ScratchDirectory scratch;
   writeFile(scratch.file("clip.mov.kdxcopy/take.mov"), "content");
-  EXPECT_FALSE(OutputFile::createEmpty((scratch.path() / "clip.mov.kdxcopy").string(), std::nullopt));
+  EXPECT_FALSE(OutputFile::createEmpty((scratch.path() / "clip.mov.kdxcopy").string()));
   EXPECT_EQ("content", readFile(scratch.file("clip.mov.kdxcopy/take.mov")));
 }
 
 TEST(OutputFile, APipeThatNobodyReadsIsRefusedWithoutWaiting) {
   const ScratchDirectory scratch;
   ASSERT_EQ(0, ::mkfifo(scratch.file("clip.mov.kdxcopy").c_str(), 0600));
-  EXPECT_FALSE(OutputFile::createEmpty(scratch.file("clip.mov.kdxcopy"), std::nullopt));
+  EXPECT_FALSE(OutputFile::createEmpty(scratch.file("clip.mov.kdxcopy")));
   EXPECT_TRUE(fs::is_fifo(scratch.file("clip.mov.kdxcopy")));
 }
 
@@ -136,7 +138,7 @@ TEST(OutputFile, APipeThatSomebodyReadsIsRefusedAndGetsNothing) {
   ASSERT_EQ(0, ::mkfifo(path.c_str(), 0600));
   const int reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   ASSERT_GE(reader, 0);
-  EXPECT_FALSE(OutputFile::createEmpty(path, std::nullopt));
+  EXPECT_FALSE(OutputFile::createEmpty(path));
   char byte = 0;
   EXPECT_EQ(0, ::read(reader, &byte, 1));
   ::close(reader);
@@ -152,13 +154,13 @@ TEST(OutputFile, ASocketIsRefused) {
   ASSERT_LT(path.size(), sizeof address.sun_path);
   std::ranges::copy(path, address.sun_path);
   ASSERT_EQ(0, ::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address));
-  EXPECT_FALSE(OutputFile::createEmpty(path, std::nullopt));
+  EXPECT_FALSE(OutputFile::createEmpty(path));
   EXPECT_TRUE(fs::is_socket(path));
   ::close(socket);
 }
 
 TEST(OutputFile, ADeviceIsRefused) {
-  EXPECT_FALSE(OutputFile::createEmpty("/dev/null", std::nullopt));
+  EXPECT_FALSE(OutputFile::createEmpty("/dev/null"));
   EXPECT_TRUE(fs::is_character_file("/dev/null"));
 }
 
@@ -173,9 +175,17 @@ class SourceAsDestination : public testing::Test {
   }
 
   void expectRefused(const std::string& path) const {
-    EXPECT_FALSE(OutputFile::createEmpty(path, _identity)) << path;
+    removeOld(path);
+    EXPECT_FALSE(OutputFile::createEmpty(path)) << path;
     EXPECT_EQ("source", readFile(source()));
     EXPECT_EQ(_identity, platform::identityOfItem(path));
+  }
+
+  // As a copy of the source does before it creates its temporary files.
+  void removeOld(const std::string& path) const {
+    const platform::FileURL sourceURL(source());
+    const platform::FileIdentities noOtherSources;
+    TemporaryFileMaker(sourceURL, noOtherSources).removeOld(platform::FileURL(path));
   }
 
   std::string source() const { return _scratch.file("card/clip.mov.kdxcopy"); }
@@ -206,7 +216,8 @@ TEST_F(SourceAsDestination, IsRefusedThroughALinkToItsFolder) {
 
 TEST_F(SourceAsDestination, AnotherFileIsTaken) {
   writeFile(scratch().file("backup/clip.mov.kdxcopy"), "old");
-  EXPECT_TRUE(OutputFile::createEmpty(scratch().file("backup/clip.mov.kdxcopy"), platform::identityOfFile(source())));
+  removeOld(scratch().file("backup/clip.mov.kdxcopy"));
+  EXPECT_TRUE(OutputFile::createEmpty(scratch().file("backup/clip.mov.kdxcopy")));
   EXPECT_EQ("", readFile(scratch().file("backup/clip.mov.kdxcopy")));
 }
 
@@ -292,7 +303,7 @@ class OnFullDevice : public OnFileSystem {};
 
 TEST_P(OnFullDevice, WritesAreShortAndThenFailAndTheFileHoldsWhatWasTaken) {
   const std::string path = volume().file("clip.mov.kdxcopy");
-  std::optional<OutputFile> file = OutputFile::createEmpty(path, std::nullopt);
+  std::optional<OutputFile> file = OutputFile::createEmpty(path);
   ASSERT_TRUE(file);
   const std::string bytes = mediaBytes(MiB);
   int64_t taken = 0;
@@ -318,7 +329,7 @@ TEST(OutputFile, OfAWriteThatDoesNotFitTheBytesThatWereTakenAreCounted) {
   std::string whyNot;
   const auto volume = MountedFileSystem::mount("tmpfs", MiB, whyNot);
   if (!volume) GTEST_SKIP() << whyNot;
-  std::optional<OutputFile> file = OutputFile::createEmpty(volume->file("clip.mov.kdxcopy"), std::nullopt);
+  std::optional<OutputFile> file = OutputFile::createEmpty(volume->file("clip.mov.kdxcopy"));
   ASSERT_TRUE(file);
   EXPECT_EQ(static_cast<int64_t>(MiB), writeBytes(*file, mediaBytes(MiB + 512 * KiB)));
   EXPECT_GT(0, writeBytes(*file, mediaBytes(4096)));
@@ -329,7 +340,7 @@ TEST(OutputFile, AWriteWhoseTailAloneDoesNotFitIsAFailedWrite) {
   std::string whyNot;
   const auto volume = MountedFileSystem::mount("tmpfs", MiB, whyNot);
   if (!volume) GTEST_SKIP() << whyNot;
-  std::optional<OutputFile> file = OutputFile::createEmpty(volume->file("clip.mov.kdxcopy"), std::nullopt);
+  std::optional<OutputFile> file = OutputFile::createEmpty(volume->file("clip.mov.kdxcopy"));
   ASSERT_TRUE(file);
   EXPECT_GT(0, writeBytes(*file, mediaBytes(MiB + 10)));
   EXPECT_EQ(ENOSPC, errno);

@@ -1,111 +1,85 @@
+// How many threads can run at the same time.
+
 #include <gtest/gtest.h>
 #include <sched.h>
 
-#include <chrono>
-#include <limits>
-#include <optional>
-#include <thread>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "platform/Processors.h"
+#include "tests/support/RowName.h"
+#include "tests/support/ScratchDirectory.h"
 
 namespace {
 
-using namespace std::chrono_literals;
-
-cpu_set_t allowed() {
-  cpu_set_t processors;
-  EXPECT_EQ(0, ::sched_getaffinity(0, sizeof processors, &processors));
-  return processors;
+std::size_t processorsOfThisThread() {
+  cpu_set_t all;
+  EXPECT_EQ(0, ::sched_getaffinity(0, sizeof all, &all));
+  return static_cast<std::size_t>(CPU_COUNT(&all));
 }
 
-bool areSame(const cpu_set_t& some, const cpu_set_t& others) {
-  return CPU_EQUAL(&some, &others) != 0;
+// A system without control groups.
+std::size_t withoutGroups() {
+  const ScratchDirectory empty;
+  return platform::usableProcessors(empty.path());
 }
 
-// A system may refuse it altogether.
-bool mayChoose() {
-  const cpu_set_t all = allowed();
-  return ::sched_setaffinity(0, sizeof all, &all) == 0;
-}
-
-constexpr const char* needsTwo = "needs two processors, and to be let choose them";
-
-TEST(Processors, UsableOnesAreThoseTheThreadMayRunOn) {
-  const cpu_set_t all = allowed();
-  EXPECT_EQ(CPU_COUNT(&all), static_cast<int>(platform::UsableProcessors().count()));
-}
-
-TEST(Processors, TheCurrentOneIsAUsableOne) {
-  const std::optional<std::size_t> processor = platform::currentProcessor();
-  ASSERT_TRUE(processor.has_value());
-  const cpu_set_t all = allowed();
-  EXPECT_TRUE(CPU_ISSET(*processor, &all));
-}
-
-TEST(Processors, AThreadKeptOffOneRunsOnAllOthersUntilItIsKeptOffNone) {
-  const platform::UsableProcessors usable;
-  if (usable.count() < 2 || !mayChoose()) GTEST_SKIP() << needsTwo;
-  const cpu_set_t all = allowed();
-  const std::size_t processor = platform::currentProcessor().value();
-
-  usable.keepThisThreadOff(processor);
-  cpu_set_t others = all;
-  CPU_CLR(processor, &others);
-  EXPECT_TRUE(areSame(others, allowed()));
-  EXPECT_NE(processor, platform::currentProcessor());
-
-  usable.keepThisThreadOff(std::nullopt);
-  EXPECT_TRUE(areSame(all, allowed()));
-}
-
-TEST(Processors, OtherThreadsStayAsTheyAre) {
-  const platform::UsableProcessors usable;
-  if (usable.count() < 2 || !mayChoose()) GTEST_SKIP() << needsTwo;
-  const cpu_set_t all = allowed();
-  std::thread([&] { usable.keepThisThreadOff(platform::currentProcessor()); }).join();
-  EXPECT_TRUE(areSame(all, allowed()));
-}
-
-TEST(Processors, AnotherThreadIsKeptOffOneUntilItIsKeptOffNone) {
-  const platform::UsableProcessors usable;
-  if (usable.count() < 2 || !mayChoose()) GTEST_SKIP() << needsTwo;
-  const cpu_set_t all = allowed();
-  const std::size_t processor = platform::currentProcessor().value();
-  cpu_set_t others = all;
-  CPU_CLR(processor, &others);
-  const platform::ThreadNumber thread = platform::numberOfThisThread();
-
-  std::thread([&] { EXPECT_TRUE(usable.keepThreadOff(thread, processor)); }).join();
-  EXPECT_TRUE(areSame(others, allowed()));
-  std::thread([&] { EXPECT_TRUE(usable.keepThreadOff(thread, std::nullopt)); }).join();
-  EXPECT_TRUE(areSame(all, allowed()));
-}
-
-TEST(Processors, AThreadThatIsNotThereIsNotKeptOffOne) {
-  EXPECT_FALSE(
-      platform::UsableProcessors().keepThreadOff(std::numeric_limits<platform::ThreadNumber>::max(), std::nullopt));
-}
-
-TEST(Processors, AThreadWithOneIsNotKeptOffIt) {
-  if (!mayChoose()) GTEST_SKIP() << "needs to be let choose processors";
+TEST(Processors, AreThoseThatTheProcessMayUse) {
+  EXPECT_EQ(processorsOfThisThread(), withoutGroups());
   cpu_set_t only;
   CPU_ZERO(&only);
-  CPU_SET(platform::currentProcessor().value(), &only);
+  CPU_SET(static_cast<std::size_t>(::sched_getcpu()), &only);
   ASSERT_EQ(0, ::sched_setaffinity(0, sizeof only, &only));
-  const platform::UsableProcessors usable;
-  EXPECT_EQ(1, usable.count());
-  usable.keepThisThreadOff(platform::currentProcessor());
-  EXPECT_FALSE(usable.keepThreadOff(platform::numberOfThisThread(), platform::currentProcessor()));
-  EXPECT_TRUE(areSame(only, allowed()));
+  EXPECT_EQ(1U, withoutGroups());
+  EXPECT_EQ(1U, platform::usableProcessors());
 }
 
-TEST(Processors, TimeIsThatOfTheCallingThreadAndNotOfItsWaiting) {
-  const auto before = platform::processorTimeOfThisThread();
-  std::thread([] {
-    while (platform::processorTimeOfThisThread() < 50ms) {
-    }
-  }).join();
-  EXPECT_LT(platform::processorTimeOfThisThread() - before, 50ms);
+struct GroupRow {
+  const char* name;
+  std::string groups;  // the process's
+  std::vector<std::pair<std::string, std::string>> files;
+  std::size_t processors;
+  friend void PrintTo(const GroupRow& row, std::ostream* out) { *out << row.name; }
+};
+
+class ControlGroups : public testing::TestWithParam<GroupRow> {};
+
+TEST_P(ControlGroups, LeaveTheProcessSoManyProcessors) {
+  if (processorsOfThisThread() < 2) GTEST_SKIP() << "needs two processors";
+  const ScratchDirectory root;
+  writeFile(root.file("proc/self/cgroup"), GetParam().groups);
+  for (const auto& [path, text] : GetParam().files) writeFile(root.file("sys/fs/cgroup/" + path), text);
+  const std::size_t expected = GetParam().processors == 0 ? processorsOfThisThread() : GetParam().processors;
+  EXPECT_EQ(expected, platform::usableProcessors(root.path()));
 }
+
+constexpr std::size_t all = 0;
+const std::string ofJob = "0::/system.slice/job\n";
+const std::string ofOldJob = "5:memory:/elsewhere\n4:cpu,cpuacct:/slurm/job\n0::/system.slice\n";
+
+INSTANTIATE_TEST_SUITE_P(
+    Processors, ControlGroups,
+    testing::Values(
+        GroupRow{"WithoutQuota", ofJob, {{"system.slice/job/cpu.max", "max 100000\n"}}, all},
+        GroupRow{"WithAQuota", ofJob, {{"system.slice/job/cpu.max", "100000 100000\n"}}, 1},
+        GroupRow{"WithPartOfAProcessor", ofJob, {{"system.slice/job/cpu.max", "20000 100000\n"}}, 1},
+        GroupRow{"WithMoreThanOne", ofJob, {{"system.slice/job/cpu.max", "110000 100000\n"}}, 2},
+        GroupRow{"WithMoreThanThereAre", ofJob, {{"system.slice/job/cpu.max", "99900000 100000\n"}}, all},
+        GroupRow{"WithAQuotaAbove", ofJob, {{"system.slice/cpu.max", "50000 50000\n"}}, 1},
+        GroupRow{"WithAQuotaAtTheTop", ofJob, {{"cpu.max", "50000 50000\n"}}, 1},
+        GroupRow{"AtTheTop", "0::/\n", {{"cpu.max", "50000 50000\n"}}, 1},
+        GroupRow{"WithAQuotaOfAnotherGroup", ofJob, {{"system.slice/other/cpu.max", "50000 50000\n"}}, all},
+        GroupRow{"OfTheFirstVersion",
+                 ofOldJob,
+                 {{"cpu/slurm/job/cpu.cfs_quota_us", "100000\n"}, {"cpu/slurm/job/cpu.cfs_period_us", "100000\n"}},
+                 1},
+        GroupRow{"OfTheFirstVersionWithoutQuota",
+                 ofOldJob,
+                 {{"cpu/slurm/job/cpu.cfs_quota_us", "-1\n"}, {"cpu/slurm/job/cpu.cfs_period_us", "100000\n"}},
+                 all},
+        GroupRow{"ThatMakeNoSense", "nonsense\n::\n0::\n0::relative\n", {{"cpu.max", "0 0\n"}}, all}),
+    rowName);
 
 }  // namespace

@@ -17,7 +17,6 @@
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
 #include "platform/OutputFile.h"
-#include "platform/Processors.h"
 #include "tests/FaultyFileSystem.h"
 #include "tests/support/PhaseRun.h"
 #include "tests/support/ScratchDirectory.h"
@@ -58,8 +57,7 @@ class SideBySide : public testing::Test {
 TEST_F(SideBySide, TheWritesOfABufferToEveryDestinationAndItsDigestAreUnderWayTogether) {
   std::vector<platform::OutputFile> destinations;
   for (const char* name : {"a.mov", "b.mov"}) {
-    std::optional<platform::OutputFile> file =
-        platform::OutputFile::createEmpty(server->path(name).string(), std::nullopt, {});
+    std::optional<platform::OutputFile> file = platform::OutputFile::createEmpty(server->path(name).string());
     ASSERT_TRUE(file.has_value());
     destinations.push_back(std::move(*file));
   }
@@ -71,16 +69,13 @@ TEST_F(SideBySide, TheWritesOfABufferToEveryDestinationAndItsDigestAreUnderWayTo
   std::promise<void> goOn;
   platform::ConcurrentQueue writeQueue("write");
 
-  const platform::ThreadNumber readingThread = platform::numberOfThisThread();
   std::thread writing([&] {
-    DestinationsWriter(writeQueue, false, readingThread)
-        .writeToAll(
-            destinations, std::as_bytes(std::span(bytes)),
-            [&] {
-              digesting.set_value();
-              goOn.get_future().wait();
-            },
-            [](std::size_t, int64_t) { FAIL() << "a write failed"; });
+    DestinationsWriter(writeQueue, ShortWrite::isFailure, [](std::size_t, int64_t) {
+      FAIL() << "a write failed";
+    }).writeToAll(destinations, std::as_bytes(std::span(bytes)), [&] {
+      digesting.set_value();
+      goOn.get_future().wait();
+    });
   });
   EXPECT_TRUE(server->waitUntilFired(firstWrite));
   EXPECT_TRUE(server->waitUntilFired(secondWrite));

@@ -364,19 +364,15 @@ INSTANTIATE_TEST_SUITE_P(
                           .names = OnDisk::offloaded}),
     rowName);
 
-// Who asks for no look at sizes gets none.
-TEST(ToolFailure, AShortWriteGoesUnseenWhereNothingIsReadBackAndSizesAreNotLookedAt) {
+// Without a read-back and a look at sizes nothing else would find it.
+TEST(ToolFailure, AShortWriteIsAFailedWriteWhereNothingIsReadBackAndSizesAreNotLookedAt) {
   if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
   const ClipOffload offload;
   const ToolRun run =
       runTool(ToolStart{.arguments = {"-k", "-nfs", "-a", "3145745", offload.source, offload.destination},
                         .wrapper = failing({"write:retval=1000"}, offload.destination + ".kdxcopy", "/dev/null")});
-  EXPECT_EQ(0, run.exitStatus);
-  EXPECT_EQ(offload.filled(text({started, hashed, "Copy completed successfully for destination file ({destination})\n",
-                                 moving, flushing, closing})),
-            run.output);
-  EXPECT_EQ(offloaded(), offload.names());
-  EXPECT_EQ("", readFile(offload.destination));
+  EXPECT_EQ(110, run.exitStatus);
+  EXPECT_EQ(offload.filled(text({started, "write failed: 1000"})), run.output);
 }
 
 // As Linux sees it a success of descriptor 0 would be one, but it proves nothing of the media.

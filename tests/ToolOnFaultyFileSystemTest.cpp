@@ -314,6 +314,22 @@ TEST_F(ToolOnFaultyFileSystem, ShortWritesFailTheReadBack) {
   expectNothingInPlace();
 }
 
+TEST_F(ToolOnFaultyFileSystem, ShortWritesThatNothingWouldFindEndTheRun) {
+  for (const char* proof : {"-k", "-n"}) {
+    server->whenOpening("*").bypassCache();
+    server->whenWriting("a/clip.mov.kdxcopy").times(1).limitTo(100'000);
+
+    const ToolRun run = offload({proof, "-nfs", "-a", std::to_string(clipSize)});
+
+    EXPECT_EQ(110, run.exitStatus) << proof;
+    EXPECT_THAT(run.output, EndsWith("write failed: 100000"));
+    expectNothingInPlace();
+    server->clear();
+    EXPECT_EQ(0, offload({proof, "-nfs", "-f", "-a", std::to_string(clipSize)}).exitStatus);
+    for (const char* copy : {"a/clip.mov", "b/clip.mov"}) std::filesystem::remove(server->path(copy));
+  }
+}
+
 TEST_F(ToolOnFaultyFileSystem, ADestinationThatCanNotBeCreatedEndsTheCopyWithoutAMessage) {
   server->whenCreating("b/clip.mov.kdxcopy").fail(EACCES);
 

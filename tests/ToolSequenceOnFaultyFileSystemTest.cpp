@@ -10,8 +10,10 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <ostream>
 
 #include "tests/FaultyFileSystem.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -296,6 +298,36 @@ TEST_F(ToolSequenceOnFaultyFileSystem, AShortWriteFailsTheReadBack) {
   expectProvedBut("a", run);
   expectNothingInPlace();
 }
+
+struct UnprovedSequence {
+  const char* name;
+  std::vector<std::string> options;
+  friend void PrintTo(const UnprovedSequence& row, std::ostream* out) { *out << row.name; }
+};
+
+class UnprovedSequenceOnFaultyFileSystem : public ToolSequenceOnFaultyFileSystem,
+                                           public testing::WithParamInterface<UnprovedSequence> {};
+
+TEST_P(UnprovedSequenceOnFaultyFileSystem, EndsWhenADestinationTakesLessThanItWasGiven) {
+  server->whenOpening("*").bypassCache();
+  server->whenWriting(temporary("a", 2)).times(1).limitTo(100'000);
+
+  const ToolRun run = offload(GetParam().options);
+
+  EXPECT_EQ(110, run.exitStatus);
+  EXPECT_THAT(run.output, EndsWith("ERROR: failed writing to " + path("a") + "\n"));
+  expectNothingInPlace();
+  server->clear();
+  EXPECT_EQ(0, offload(GetParam().options).exitStatus);
+  expectAllInPlace();
+}
+
+INSTANTIATE_TEST_SUITE_P(Options, UnprovedSequenceOnFaultyFileSystem,
+                         testing::Values(UnprovedSequence{"WithoutReadingBack", {"-ns"}},
+                                         UnprovedSequence{"WithoutReadingBackAndSizes", {"-ns", "-nfs"}},
+                                         UnprovedSequence{"WithSizesThatAreNotLookedAt", {"-k", "-nfs"}},
+                                         UnprovedSequence{"WithoutDigestsAndSizes", {"-n", "-nfs"}}),
+                         rowName);
 
 TEST_F(ToolSequenceOnFaultyFileSystem, AFrameThatCanNotBeCreatedEndsTheRunWithoutAMessage) {
   server->whenCreating(temporary("b", 2)).fail(EACCES);

@@ -12,19 +12,21 @@
 TemporaryFileMaker::TemporaryFileMaker(const platform::FileURL& source, const platform::FileIdentities& otherSources)
     : _sourceURL(source), _source(platform::PinnedFile::ofFile(source.path())), _otherSources(otherSources) {}
 
-platform::OutputFile TemporaryFileMaker::create(const platform::FileURL& temporaryURL) {
+void TemporaryFileMaker::removeOld(const platform::FileURL& temporaryURL) const {
   const std::optional<platform::FileIdentity> standing = platform::identityOfItem(temporaryURL.path());
-  if (standing && _otherSources.contains(*standing)) platform::endProcess(ExitStatus::temporaryFileNotCreated);
-  const std::optional<platform::FileStamp> source = _source.stamp();
-  std::optional<platform::OutputFile> destination = platform::OutputFile::createEmpty(
-      temporaryURL.path(), source ? std::optional(source->identity) : std::nullopt, _created);
+  if (!standing || standing == _source.identity() || _otherSources.contains(*standing)) return;
+  platform::removeRegularFile(temporaryURL.path());
+}
+
+platform::OutputFile TemporaryFileMaker::create(const platform::FileURL& temporaryURL) {
+  std::optional<platform::OutputFile> destination = platform::OutputFile::createEmpty(temporaryURL.path(), _created);
   if (!destination) platform::endProcess(ExitStatus::temporaryFileNotCreated);
-  _created.insert(destination->stamp().identity);
+  _created.insert(destination->identity());
   return std::move(*destination);
 }
 
 void TemporaryFileMaker::endIfSourceWasCreated() const {
-  if (_source.stamp() || !platform::identityOfFile(_sourceURL.path())) return;
+  if (_source.identity() || !platform::identityOfFile(_sourceURL.path())) return;
   endForUnreadableFile(_sourceURL.path());
 }
 

@@ -26,8 +26,12 @@ class TemporaryFileMaker {
   // `otherSources` are files that must not be touched either; they are sealed and must outlive the maker.
   TemporaryFileMaker(const platform::FileURL& source, const platform::FileIdentities& otherSources);
 
-  // A new, empty file; for a destination given twice the file of the first time. Where it can't be had the process ends with
-  // status 107 and without a message.
+  // Removes an old temporary file, unless it is one that must not be touched. To be called for all destinations before the
+  // first is created: names that differ may stand for one file.
+  void removeOld(const platform::FileURL& temporaryURL) const;
+
+  // A new, empty file; for a destination given twice the file of the first time. Where that can't be, also because something
+  // still stands there, the process ends with status 107 and without a message.
   platform::OutputFile create(const platform::FileURL& temporaryURL);
 
   // A source that was not there before, and is now, is one of the files just created: there is nothing to copy. The process

@@ -16,7 +16,6 @@
 #include "platform/DispatchGroup.h"
 #include "platform/Log.h"
 #include "platform/Process.h"
-#include "platform/Processors.h"
 
 using platform::OutputFile;
 
@@ -112,6 +111,7 @@ void KDXDispatchCopy::setupHash() {
 std::vector<OutputFile> KDXDispatchCopy::createTemporaryDestinations() {
   const platform::FileIdentities noOtherSources;
   TemporaryFileMaker maker(*_sourceURL, noOtherSources);
+  for (const FileURL& temporaryURL : _destinationURLs) maker.removeOld(temporaryURL);
   std::vector<OutputFile> destinations;
   for (const FileURL& temporaryURL : _destinationURLs) {
     destinations.push_back(maker.create(temporaryURL));
@@ -125,16 +125,15 @@ uint64_t KDXDispatchCopy::streamSourceInto(std::vector<OutputFile>& destinations
                                            ProgressClock::Clock::time_point start) {
   uint64_t bytesCopied = 0;  // changed on _readQ alone until done
   ProgressClock progress(progressInterval, start);
-  DestinationsWriter writer(_destinationsQ, hasTwoDigests(), platform::numberOfThisThread());
+  const DestinationsWriter writer(_destinationsQ, becomesOfShortWrite(),
+                                  [this](std::size_t index, int64_t result) { endForFailedWrite(index, result); });
   platform::DispatchGroup done;
   done.enter();
   KDXReadFile(_sourceURL->path(), _readQ, [&](bool isLast, const std::byte* bytes, int64_t length, int32_t error) {
     if (error != 0) platform::endProcess(ExitStatus::sourceReadFailed);
     if (length != 0) {
       const std::span data(bytes, static_cast<std::size_t>(length));
-      writer.writeToAll(
-          destinations, data, [&] { updateHash(data); },
-          [this](std::size_t index, int64_t result) { endForFailedWrite(index, result); });
+      writer.writeToAll(destinations, data, [&] { updateHash(data); });
       bytesCopied += data.size();
       if (_verbose && progress.isDue()) {
         platform::queueLine("INFO: copied {} of {} bytes\n", bytesCopied, _sourceFileSize);
@@ -144,6 +143,18 @@ uint64_t KDXDispatchCopy::streamSourceInto(std::vector<OutputFile>& destinations
   });
   done.wait();
   return bytesCopied;
+}
+
+ShortWrite KDXDispatchCopy::becomesOfShortWrite() const {
+  return readsDestinationsBack() || checksSizesOnDisk() ? ShortWrite::isFoundLater : ShortWrite::isFailure;
+}
+
+bool KDXDispatchCopy::readsDestinationsBack() const {
+  return hasOption(KDXVerificationOptionVerifyDestinations);
+}
+
+bool KDXDispatchCopy::checksSizesOnDisk() const {
+  return skipVerification() && !hasOption(KDXVerificationOptionSkipFileSizeCheck);
 }
 
 void KDXDispatchCopy::endForFailedWrite(std::size_t /*destination*/, int64_t result) const {

@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "KDXFileTools/kdxdispatchcopy/DestinationsWriter.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXVerificationOptions.h"
 #include "KDXFileTools/kdxdispatchcopy/ProgressClock.h"
 #include "digest/KDXDigestContext.h"
@@ -122,7 +123,10 @@ class KDXDispatchCopy : public std::enable_shared_from_this<KDXDispatchCopy> {
 
   [[nodiscard]] bool hasOption(int32_t option) const { return (_verificationOptions & option) != 0; }
 
-  [[nodiscard]] bool hasTwoDigests() const { return _sourceDigestContext && _externalDigestContext; }
+  // Whether a destination that took less than it was given is found out after the copy.
+  [[nodiscard]] ShortWrite becomesOfShortWrite() const;
+  [[nodiscard]] virtual bool readsDestinationsBack() const;
+  [[nodiscard]] bool checksSizesOnDisk() const;
 
   // Prints the line for a destination (its position) whose write failed and returned `result`, and ends the process.
   [[noreturn]] virtual void endForFailedWrite(std::size_t destination, int64_t result) const;

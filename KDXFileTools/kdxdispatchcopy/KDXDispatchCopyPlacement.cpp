@@ -50,7 +50,7 @@ bool KDXDispatchCopy::move(const FileURL& temporaryURL, ErrorPlace error) {
 
 bool KDXDispatchCopy::movePinned(const platform::PinnedFile& item, const FileURL& temporaryURL, ErrorPlace error) {
   // With nothing to put in its place nothing is removed.
-  if (!item.standsAt(temporaryURL.path())) return false;
+  if (item.standsAt(temporaryURL.path()) != true) return false;
   const FileURL finalURL = temporaryURL.deletingPathExtension();
   if (_forceOverwrite && !removeReplacedFile(finalURL, error)) {
     // No newline: managing applications know this line.

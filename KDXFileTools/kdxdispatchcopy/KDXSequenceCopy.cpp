@@ -5,14 +5,12 @@
 #include <utility>
 
 #include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
-#include "KDXFileTools/kdxdispatchcopy/DestinationsWriter.h"
 #include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXReadFile.h"
 #include "digest/DigestStrings.h"
 #include "extensions/filesizeCFI.h"
 #include "platform/Log.h"
 #include "platform/Process.h"
-#include "platform/Processors.h"
 
 using platform::OutputFile;
 
@@ -63,6 +61,9 @@ class KDXSequenceCopy::FrameStream {
     TemporaryFileMaker maker(source, _job._sourceIdentities);
     for (FileList& files : _job._destinationSequencePaths) {
       files.grow();
+      maker.removeOld(files.back());
+    }
+    for (const FileList& files : _job._destinationSequencePaths) {
       _destinations.push_back(maker.create(files.back()));
     }
     maker.endIfSourceWasCreated();
@@ -72,8 +73,7 @@ class KDXSequenceCopy::FrameStream {
     if (length < 0) endForUnreadableFrame(length);
     if (length != 0) {
       const std::span data(bytes, static_cast<std::size_t>(length));
-      _writer.writeToAll(
-          _destinations, data, [&] { digest(data); }, failedWrite());
+      _writer.writeToAll(_destinations, data, [&] { digest(data); });
       _bytesCopied += data.size();
     }
     if (_job.verbose() && _progress.isDue()) {
@@ -134,7 +134,7 @@ class KDXSequenceCopy::FrameStream {
   KDXSequenceCopy& _job;
   const ProgressClock::Clock::time_point _start = ProgressClock::Clock::now();
   ProgressClock _progress{progressInterval, _start};
-  DestinationsWriter _writer{_job._destinationsQ, _job.hasTwoDigests(), platform::numberOfThisThread()};
+  const DestinationsWriter _writer{_job._destinationsQ, _job.becomesOfShortWrite(), failedWrite()};
   uint64_t _bytesCopied = 0;
   std::string _digestList;
   std::string _externalDigestList;
@@ -187,8 +187,13 @@ bool KDXSequenceCopy::listSourceFiles() {
     _sourcePaths.grow();
   }
   _sourceIdentities.seal();
+  for (std::vector<platform::FileStamp>& created : _createdFiles) created.reserve(_sourcePaths.size());
   _totalFileCount = _sourcePaths.size();
   return true;
+}
+
+bool KDXSequenceCopy::readsDestinationsBack() const {
+  return hasOption(KDXVerificationOptionVerifySource);
 }
 
 void KDXSequenceCopy::endForFailedWrite(std::size_t destination, int64_t /*result*/) const {

@@ -54,6 +54,7 @@ class KDXSequenceCopy final : public KDXDispatchCopy {
   [[nodiscard]] uint64_t totalBytesExpectedToCopy() const { return _totalBytesExpectedToCopy; }
 
  protected:
+  [[nodiscard]] bool readsDestinationsBack() const override;
   void makeTemporaryFilesPermanent() override;
   [[noreturn]] void endForFailedWrite(std::size_t destination, int64_t result) const override;
   void collectNeededFiles(platform::FileIdentities& files) const override;
