@@ -26,6 +26,7 @@
 #include "KDXFileTools/kdxdispatchcopy/DestinationsWriter.h"
 #include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
+#include "tests/support/ToolRun.h"
 
 namespace {
 
@@ -211,12 +212,15 @@ TEST_F(DestinationsWriterWork, OfBytesNotWorthAThreadIsDigestedFirstOnTheCalling
   copy.expectAllWritten();
 }
 
+constexpr const char* emulatorHasThreads = "an emulator has threads of its own, with the name of the program's first";
+
 // Three writes and a digest on two processors.
 class DestinationsWriterProcessors : public DestinationsWriterWork {
  protected:
   void SetUp() override {
     DestinationsWriterWork::SetUp();
     if (IsSkipped()) return;
+    if (isEmulated()) GTEST_SKIP() << emulatorHasThreads;
     if (!useProcessors(2)) GTEST_SKIP() << "needs two processors, and to be let choose them";
     all = processorsOfThreads("kdxtests");
     ASSERT_EQ(1, all.size());
@@ -273,6 +277,7 @@ class DestinationsWriterLeavesWrites : public testing::TestWithParam<Undivided> 
 
 TEST_P(DestinationsWriterLeavesWrites, OnAllProcessors) {
   if (!hasRoomInMemory()) GTEST_SKIP() << "needs 128 MiB in /dev/shm";
+  if (isEmulated()) GTEST_SKIP() << emulatorHasThreads;
   if (!useProcessors(GetParam().processors)) GTEST_SKIP() << "needs two processors, and to be let choose them";
   Copy copy(GetParam().destinations, GetParam().hasTwoDigests);
   const std::set<std::string> all = processorsOfThreads("kdxtests");

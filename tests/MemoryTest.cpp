@@ -37,6 +37,7 @@ TEST(Memory, ThatFillsHugePagesStartsOnOne) {
 
 TEST(MemoryDeathTest, MoreThanThereIsEndsTheProcessWithAMessage) {
   if (isSanitized()) GTEST_SKIP() << "the allocator of the sanitizers ends the process by itself";
+  if (isEmulated()) GTEST_SKIP() << noSecondStart;
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   constexpr std::size_t tooMuch = std::numeric_limits<std::ptrdiff_t>::max() - 4096;
   EXPECT_EXIT(allocatePages(tooMuch), testing::ExitedWithCode(1),
