@@ -9,6 +9,7 @@
 #include <tuple>
 
 #include "platform/Error.h"
+#include "platform/Memory.h"
 
 namespace platform {
 
@@ -24,8 +25,9 @@ bool pushPages(int descriptor, int64_t offset, int64_t length) {
 }
 
 int64_t directAlignment(int descriptor) {
-  // A page is what nearly every device is content with, and what the buffers are aligned to.
-  constexpr int64_t page = 4096;
+  // A page is what nearly every device is content with, as large as the blocks of most file systems get, and what the
+  // buffers are aligned to.
+  const auto page = static_cast<int64_t>(pageSize());
   struct statx facts = {};
   const bool told = ::statx(descriptor, "", AT_EMPTY_PATH, STATX_DIOALIGN, &facts) == 0;
   if (!told || (facts.stx_mask & STATX_DIOALIGN) == 0) return page;

@@ -45,7 +45,7 @@ void printTextAndWait(const std::string& text) {
 void systemLog(const std::string& message) {
   std::string line = "kdxdispatchcopy: " + message;
   std::ranges::replace_if(
-      line, [](char c) { return (c >= '\0' && c < ' ') || c == '\x7f'; }, '?');
+      line, [](unsigned char c) { return c < ' ' || c == '\x7f'; }, '?');
   line += '\n';
   logQueue().sync([&] { writeText(STDERR_FILENO, line); });
 }

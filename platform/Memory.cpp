@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <malloc.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -12,16 +13,20 @@
 
 namespace platform {
 
+std::size_t pageSize() {
+  constexpr long smallest = 4096;
+  return static_cast<std::size_t>(std::max(smallest, ::sysconf(_SC_PAGESIZE)));
+}
+
 void FreeMemory::operator()(std::byte* memory) const noexcept {
   std::free(memory);
 }
 
 PageAlignedMemory allocatePages(std::size_t size, std::size_t used) {
-  constexpr std::size_t pageSize = 4096;
   constexpr std::size_t hugePageSize = std::size_t{2} << 20;
   const bool fillsHugePages = std::min(size, used) >= hugePageSize;
   void* memory = nullptr;
-  if (::posix_memalign(&memory, fillsHugePages ? hugePageSize : pageSize, size) != 0) {
+  if (::posix_memalign(&memory, fillsHugePages ? hugePageSize : pageSize(), size) != 0) {
     endProcessForLackOf(fmt::format("{} bytes of memory", size));
   }
   // A device takes a transfer past the cache in pieces that lie together in memory: of small pages it may need so many

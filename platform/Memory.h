@@ -5,11 +5,15 @@
 
 namespace platform {
 
+// Bytes of a page of memory, a power of two. At least 4096, with which nearly every device is content; there are systems with
+// 16 KiB and 64 KiB.
+std::size_t pageSize();
+
 struct FreeMemory {
   void operator()(std::byte* memory) const noexcept;
 };
 
-// Memory that starts on a page (4096 bytes), as transfers past the file cache need it.
+// Memory that starts on a page, as transfers past the file cache need it.
 using PageAlignedMemory = std::unique_ptr<std::byte, FreeMemory>;
 
 // `size` bytes, not initialised, of which `used` will be touched: as many as fill huge pages are put into such, where the

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -13,11 +14,15 @@ using platform::PageAlignedMemory;
 
 namespace {
 
+TEST(Memory, APageIsThatOfTheSystem) {
+  EXPECT_EQ(static_cast<std::size_t>(::sysconf(_SC_PAGESIZE)), platform::pageSize());
+}
+
 TEST(Memory, StartsOnAPageAndCanBeWrittenToItsEnd) {
   for (const std::size_t size :
        {std::size_t{1}, std::size_t{4095}, std::size_t{4096}, std::size_t{1'048'577}, std::size_t{5'242'880}}) {
     const PageAlignedMemory memory = allocatePages(size);
-    EXPECT_EQ(0U, reinterpret_cast<std::uintptr_t>(memory.get()) % 4096) << size;
+    EXPECT_EQ(0U, reinterpret_cast<std::uintptr_t>(memory.get()) % platform::pageSize()) << size;
     std::fill_n(memory.get(), size, std::byte{7});
     EXPECT_EQ(static_cast<std::ptrdiff_t>(size), std::count(memory.get(), memory.get() + size, std::byte{7}));
   }
@@ -32,6 +37,7 @@ TEST(Memory, ThatFillsHugePagesStartsOnOne) {
 
 TEST(MemoryDeathTest, MoreThanThereIsEndsTheProcessWithAMessage) {
   if (isSanitized()) GTEST_SKIP() << "the allocator of the sanitizers ends the process by itself";
+  if (isEmulated()) GTEST_SKIP() << noSecondStart;
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   constexpr std::size_t tooMuch = std::numeric_limits<std::ptrdiff_t>::max() - 4096;
   EXPECT_EXIT(allocatePages(tooMuch), testing::ExitedWithCode(1),

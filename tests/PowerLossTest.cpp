@@ -23,8 +23,8 @@ namespace fs = std::filesystem;
 namespace {
 
 // Every call after which something else is permanent, or has another name.
-const std::set<long> syncsAndRenames{SYS_fsync,     SYS_fdatasync, SYS_syncfs, SYS_rename,
-                                     SYS_renameat2, SYS_link,      SYS_unlink};
+const std::set<long> syncsAndRenames{SYS_fsync,     SYS_fdatasync, SYS_syncfs,     callThatRenames,
+                                     SYS_renameat2, callThatLinks, callThatRemoves};
 
 struct Row {
   const char* name;

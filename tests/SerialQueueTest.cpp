@@ -14,6 +14,7 @@
 
 #include "platform/SerialQueue.h"
 #include "tests/support/ThreadWatch.h"
+#include "tests/support/ToolRun.h"
 
 using platform::SerialQueue;
 using testing::ElementsAre;
@@ -196,6 +197,7 @@ TEST(SerialQueue, KnowsItsOwnTasksFromThoseOfOthers) {
 }
 
 TEST(SerialQueueDeathTest, SyncFromItsOwnTaskIsAFailedAssertion) {
+  if (isEmulated()) GTEST_SKIP() << noSecondStart;
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
@@ -206,6 +208,7 @@ TEST(SerialQueueDeathTest, SyncFromItsOwnTaskIsAFailedAssertion) {
 }
 
 TEST(SerialQueueDeathTest, ABarrierFromItsOwnTaskIsAFailedAssertion) {
+  if (isEmulated()) GTEST_SKIP() << noSecondStart;
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {

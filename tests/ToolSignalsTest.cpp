@@ -27,10 +27,11 @@ namespace fs = std::filesystem;
 namespace {
 
 // Every call that changes what is on disk or makes it permanent. Reads are as good a moment as any other.
-const std::set<long> steps{SYS_openat, SYS_read,   SYS_write,  SYS_sync_file_range, SYS_close,     SYS_fdatasync,
-                           SYS_fsync,  SYS_syncfs, SYS_unlink, SYS_renameat2,       SYS_exit_group};
+const std::set<long> steps{SYS_openat, SYS_read,   SYS_write,       SYS_sync_file_range, SYS_close,     SYS_fdatasync,
+                           SYS_fsync,  SYS_syncfs, callThatRemoves, SYS_renameat2,       SYS_exit_group};
 // Those at which runs differ most in what they leave.
-const std::set<long> turningPoints{SYS_fdatasync, SYS_fsync, SYS_syncfs, SYS_unlink, SYS_renameat2, SYS_exit_group};
+const std::set<long> turningPoints{SYS_fdatasync,   SYS_fsync,     SYS_syncfs,
+                                   callThatRemoves, SYS_renameat2, SYS_exit_group};
 
 struct Row {
   const char* name;

@@ -14,6 +14,8 @@
 #include <fstream>
 #include <vector>
 
+#include "tests/support/ToolRun.h"
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -40,6 +42,10 @@ std::unique_ptr<MountedFileSystem> MountedFileSystem::makeMountPoint() {
 
 std::unique_ptr<MountedFileSystem> MountedFileSystem::mount(const std::string& type, std::size_t size,
                                                             std::string& whyNot, const std::string& deviceOptions) {
+  if (isEmulated()) {
+    whyNot = "an emulated program can't be told which of the kernel's pages are cached";
+    return nullptr;
+  }
   if (::geteuid() != 0) {
     whyNot = "mounting " + type + " needs root";
     return nullptr;

@@ -89,8 +89,12 @@ bool isSanitized() {
 #endif
 }
 
+bool isEmulated() {
+  return KDX_IS_EMULATED != 0;
+}
+
 bool canInjectFaults() {
-  return !isSanitized() && haveProgram("strace");
+  return !isSanitized() && !isEmulated() && haveProgram("strace");
 }
 
 std::vector<std::string> injecting(const std::string& inject) {

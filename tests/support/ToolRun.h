@@ -50,6 +50,10 @@ ToolRun endedTool(int status, const ScratchDirectory& scratch);
 bool haveProgram(const std::string& name);
 // True when this build runs under AddressSanitizer or ThreadSanitizer, whose memory and limits are their own.
 bool isSanitized();
+// True when an emulator runs this build: the names of threads, the memory and the traced calls are the emulator's.
+bool isEmulated();
+// For the visible skip of a test that starts the test program anew.
+inline constexpr const char* noSecondStart = "an emulated program can't start itself";
 // True when this build's program can be traced (sanitizers do not run under strace).
 bool canInjectFaults();
 // For the visible skip where it can't.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/syscall.h>
+
 #include <cstdint>
 #include <functional>
 #include <set>
@@ -12,6 +14,17 @@ struct StoppedCall {
   uint64_t occurrence;  // counted from 1 over all calls of this number, in the order in which they began
   bool isOver;          // the system has done it
 };
+
+// By which calls files are renamed, linked and removed. Processors that came later have only those that take a folder too.
+#ifdef SYS_rename
+inline constexpr long callThatRenames = SYS_rename;
+inline constexpr long callThatLinks = SYS_link;
+inline constexpr long callThatRemoves = SYS_unlink;
+#else
+inline constexpr long callThatRenames = SYS_renameat;
+inline constexpr long callThatLinks = SYS_linkat;
+inline constexpr long callThatRemoves = SYS_unlinkat;
+#endif
 
 // Does what it has to do while the calling thread of the tool stands still; its other threads go on. Returns the signal
 // with which the tool goes on, 0 for none.
