@@ -3,13 +3,14 @@
 #include <array>
 
 #include "digest/SharedMD5.h"
+#include "platform/WorkerThreads.h"
 
 void KDXDigestContextMD5::reset() {
   MD5_Init(&_context);
 }
 
 void KDXDigestContextMD5::update(const void* bytes, uint64_t length) {
-  if (length < SharedMD5::smallestShared) {
+  if (length < platform::notWorthAThread) {
     MD5_Update(&_context, bytes, length);
   } else {
     SharedMD5::shared().update(_context, bytes, length);

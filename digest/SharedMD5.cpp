@@ -6,6 +6,7 @@
 
 #include "digest/MD5EightStreams.h"
 #include "platform/Processors.h"
+#include "platform/WorkerThreads.h"
 
 namespace {
 
@@ -52,16 +53,18 @@ SharedMD5& SharedMD5::shared() {
 SharedMD5::SharedMD5(std::size_t cores) : _cores(cores) {}
 
 SharedMD5::~SharedMD5() {
+  std::vector<std::thread> workers;
   {
-    const std::lock_guard lock(_mutex);
+    const platform::MutexLock lock(_mutex);
     _isEnding = true;
+    workers = std::move(_workers);
   }
   _feedsToShare.notify_all();
-  for (std::thread& worker : _workers) worker.join();
+  for (std::thread& worker : workers) worker.join();
 }
 
 void SharedMD5::update(MD5_CTX& digest, const void* bytes, std::size_t length) {
-  if (length < smallestShared || eightStreams() == nullptr) {
+  if (length < platform::notWorthAThread || eightStreams() == nullptr) {
     MD5_Update(&digest, bytes, length);
     return;
   }
@@ -75,7 +78,7 @@ void SharedMD5::update(MD5_CTX& digest, const void* bytes, std::size_t length) {
 }
 
 void SharedMD5::digestBlocks(Feed& own) {
-  std::unique_lock lock(_mutex);
+  platform::MutexLock lock(_mutex);
   _unfinished.push_back(&own);
   if (_unfinished.size() > _cores) {
     _slicesToShare = slicesToGoOnSharing;
@@ -84,7 +87,7 @@ void SharedMD5::digestBlocks(Feed& own) {
   while (own.isTaken || own.blocks > 0) {
     if (isSharing()) _feedsToShare.notify_one();
     if (own.isTaken || isSharing()) {
-      own.changed.wait(lock);
+      lock.wait(own.changed);
       continue;
     }
     const Feeds alone{&own};
@@ -114,11 +117,11 @@ void SharedMD5::startWorkers() {
 }
 
 void SharedMD5::work() {
-  std::unique_lock lock(_mutex);
+  platform::MutexLock lock(_mutex);
   while (!_isEnding) {
     const Feeds feeds = isSharing() && _busyWorkers < workersNeeded() ? take() : Feeds();
     if (feeds.empty()) {
-      _feedsToShare.wait(lock);
+      lock.wait(_feedsToShare);
       continue;
     }
     countSlice();

@@ -5,9 +5,10 @@
 
 #include <condition_variable>
 #include <cstddef>
-#include <mutex>
 #include <thread>
 #include <vector>
+
+#include "platform/Mutex.h"
 
 // Feeds MD5 digests of several threads. As long as there is a core for each of them, each thread digests by itself with the
 // library, which is the fastest for one stream. When there are more, up to eight share a core: a thread of this object digests
@@ -15,9 +16,6 @@
 // slower than alone, but the core does the work of four or five.
 class SharedMD5 {
  public:
-  // Shorter feeds are over before another thread could take them up: they go to the library at once.
-  static constexpr std::size_t smallestShared = std::size_t{64} << 10;
-
   // For the cores that this process may use, once for the process and never destroyed.
   static SharedMD5& shared();
 
@@ -37,25 +35,24 @@ class SharedMD5 {
   using Feeds = std::vector<Feed*>;
 
   void digestBlocks(Feed& own);
-  [[nodiscard]] bool isSharing() const;
-  [[nodiscard]] std::size_t workersNeeded() const;
-  void startWorkers();
+  [[nodiscard]] bool isSharing() const KDX_REQUIRES(_mutex);
+  [[nodiscard]] std::size_t workersNeeded() const KDX_REQUIRES(_mutex);
+  void startWorkers() KDX_REQUIRES(_mutex);
   void work();
-  void countSlice();
-  Feeds take();
-  void giveBack(const Feeds& feeds);
+  void countSlice() KDX_REQUIRES(_mutex);
+  Feeds take() KDX_REQUIRES(_mutex);
+  void giveBack(const Feeds& feeds) KDX_REQUIRES(_mutex);
   static void digestSlice(const Feeds& feeds);
   static void digestTogether(const Feeds& feeds, std::size_t blocks);
 
   const std::size_t _cores;
-  std::mutex _mutex;
-  std::condition_variable _feedsToShare;  // there may be some for a worker, or it is to end
-  // All guarded by _mutex.
-  Feeds _unfinished;               // with blocks left, in the order of their calls
-  std::size_t _slicesToShare = 0;  // digested together even if there is a core for each feed
-  std::size_t _busyWorkers = 0;    // that digest a slice at the moment
-  bool _isEnding = false;
+  platform::Mutex _mutex;
+  std::condition_variable _feedsToShare;                  // there may be some for a worker, or it is to end
+  Feeds _unfinished KDX_GUARDED_BY(_mutex);               // with blocks left, in the order of their calls
+  std::size_t _slicesToShare KDX_GUARDED_BY(_mutex) = 0;  // digested together even if there is a core for each feed
+  std::size_t _busyWorkers KDX_GUARDED_BY(_mutex) = 0;    // that digest a slice at the moment
+  bool _isEnding KDX_GUARDED_BY(_mutex) = false;
   // They digest what is shared and nothing else: a thread that came with bytes of its own would leave the others' to rest
   // when it is through with them, until another has woken. Started when there is something to share for the first time.
-  std::vector<std::thread> _workers;
+  std::vector<std::thread> _workers KDX_GUARDED_BY(_mutex);
 };

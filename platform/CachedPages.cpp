@@ -17,11 +17,11 @@ void dropPages(int descriptor, int64_t offset, int64_t length) {
   std::ignore = ::posix_fadvise(descriptor, offset, length, POSIX_FADV_DONTNEED);
 }
 
-bool pushPages(int descriptor, int64_t offset, int64_t length) {
+int pushPages(int descriptor, int64_t offset, int64_t length) {
   constexpr unsigned wait = SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
-  if (::sync_file_range(descriptor, offset, length, wait) == 0) return true;
-  if (!isRefused(errno)) return false;
-  return ::fdatasync(descriptor) == 0;
+  if (::sync_file_range(descriptor, offset, length, wait) == 0) return 0;
+  if (!isRefused(errno)) return errno;
+  return ::fdatasync(descriptor) == 0 ? 0 : errno;
 }
 
 int64_t directAlignment(int descriptor) {

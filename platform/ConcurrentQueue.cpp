@@ -7,7 +7,7 @@
 namespace platform {
 
 void ConcurrentQueue::async(Task task) {
-  const std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   if (_barrier) {
     _behindBarrier.push_back(std::move(task));
   } else {
@@ -28,7 +28,7 @@ void ConcurrentQueue::start(Task task) {
 }
 
 void ConcurrentQueue::taskEnded() {
-  std::unique_lock lock(_mutex);
+  MutexLock lock(_mutex);
   const bool isLast = --_unfinished == 0;
   lock.unlock();
   // Without the lock, which the woken thread takes first. The queue stays until its threads have ended.
@@ -36,10 +36,10 @@ void ConcurrentQueue::taskEnded() {
 }
 
 void ConcurrentQueue::barrierSync(const Task& task) {
-  std::unique_lock lock(_mutex);
-  _changed.wait(lock, [this] { return !_barrier; });
+  MutexLock lock(_mutex);
+  while (_barrier) lock.wait(_changed);
   _barrier = true;
-  _changed.wait(lock, [this] { return _unfinished == 0; });
+  while (_unfinished != 0) lock.wait(_changed);
   lock.unlock();
   task();
   lock.lock();

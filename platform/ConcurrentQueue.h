@@ -3,11 +3,11 @@
 #include <condition_variable>
 #include <cstddef>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "platform/DispatchQueue.h"
+#include "platform/Mutex.h"
 
 namespace platform {
 
@@ -28,15 +28,15 @@ class ConcurrentQueue final : public DispatchQueue {
   void apply(std::size_t iterations, const std::function<void(std::size_t)>& task);
 
  private:
-  void start(Task task);  // with _mutex held
+  void start(Task task) KDX_REQUIRES(_mutex);
   void taskEnded();
 
-  std::mutex _mutex;
+  Mutex _mutex;
   std::condition_variable _changed;
-  std::size_t _unfinished = 0;       // tasks queued and not ended; guarded by _mutex
-  std::size_t _threads = 0;          // guarded by _mutex
-  bool _barrier = false;             // a barrier waits or runs; guarded by _mutex
-  std::vector<Task> _behindBarrier;  // queued since then; guarded by _mutex
+  std::size_t _unfinished KDX_GUARDED_BY(_mutex) = 0;  // tasks queued and not ended
+  std::size_t _threads KDX_GUARDED_BY(_mutex) = 0;
+  bool _barrier KDX_GUARDED_BY(_mutex) = false;             // a barrier waits or runs
+  std::vector<Task> _behindBarrier KDX_GUARDED_BY(_mutex);  // queued since then
   WorkerThreads _workers;
 };
 

@@ -3,22 +3,22 @@
 namespace platform {
 
 void DispatchGroup::enter() {
-  const std::lock_guard lock(_state->mutex);
+  const MutexLock lock(_state->mutex);
   ++_state->entered;
 }
 
 void DispatchGroup::leave() {
   // The waiter may destroy the group as soon as the count is 0. It is woken without the lock, which it takes first.
   const std::shared_ptr<State> state = _state;
-  std::unique_lock lock(state->mutex);
+  MutexLock lock(state->mutex);
   const bool isEmpty = --state->entered == 0;
   lock.unlock();
   if (isEmpty) state->empty.notify_all();
 }
 
 void DispatchGroup::wait() {
-  std::unique_lock lock(_state->mutex);
-  _state->empty.wait(lock, [this] { return _state->entered == 0; });
+  MutexLock lock(_state->mutex);
+  while (_state->entered != 0) lock.wait(_state->empty);
 }
 
 }  // namespace platform

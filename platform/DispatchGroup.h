@@ -3,7 +3,8 @@
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
+
+#include "platform/Mutex.h"
 
 namespace platform {
 
@@ -19,9 +20,9 @@ class DispatchGroup {
 
  private:
   struct State {
-    std::mutex mutex;
+    Mutex mutex;
     std::condition_variable empty;
-    uint64_t entered = 0;  // guarded by mutex
+    uint64_t entered KDX_GUARDED_BY(mutex) = 0;
   };
   std::shared_ptr<State> _state = std::make_shared<State>();
 };

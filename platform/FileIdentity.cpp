@@ -14,7 +14,7 @@ namespace {
 
 constexpr uint64_t nanosecondsPerSecond = 1'000'000'000;
 
-std::optional<FileIdentity> identity(int result, const struct stat& facts) {
+std::optional<FileIdentity> identityIn(int result, const struct stat& facts) {
   if (result != 0) return std::nullopt;
   return FileIdentity{.device = facts.st_dev, .inode = facts.st_ino};
 }
@@ -24,7 +24,9 @@ uint64_t nanoseconds(int64_t seconds, int64_t fraction) {
 }
 
 FileStamp stampOfContent(uint64_t inode, uint64_t modified, uint64_t size) {
-  return {.number = inode, .modified = static_cast<uint32_t>(modified), .size = static_cast<uint32_t>(size)};
+  return {.number = inode,
+          .modified = static_cast<uint32_t>(modified),
+          .size = static_cast<uint32_t>(size & (FileStamp::ofCreation >> 1))};
 }
 
 std::optional<FileStamp> stampWithoutCreation(int directory, const char* path, int flags) {
@@ -61,19 +63,19 @@ bool FileIdentities::contains(const FileIdentity& identity) const {
 std::optional<FileIdentity> identityOfFile(const std::string& path) {
   struct stat facts = {};
   const int result = ::stat(path.c_str(), &facts);
-  return identity(result, facts);
+  return identityIn(result, facts);
 }
 
 std::optional<FileIdentity> identityOfOpenFile(int descriptor) {
   struct stat facts = {};
   const int result = ::fstat(descriptor, &facts);
-  return identity(result, facts);
+  return identityIn(result, facts);
 }
 
 std::optional<FileIdentity> identityOfItem(const std::string& path) {
   struct stat facts = {};
   const int result = ::lstat(path.c_str(), &facts);
-  return identity(result, facts);
+  return identityIn(result, facts);
 }
 
 bool FileStamp::isOf(const FileStamp& found) const {
@@ -114,11 +116,20 @@ std::optional<FileStamp> PinnedFile::stamp() const {
   return _file.isOpen() ? stampOfFile(_file.get()) : std::nullopt;
 }
 
+bool PinnedFile::mayBeItem(const std::string& path) const {
+  struct stat own = {};
+  struct stat found = {};
+  if (!_file.isOpen() || ::fstat(_file.get(), &own) != 0 || ::lstat(path.c_str(), &found) != 0) return false;
+  const bool isUnchanged = own.st_mtim.tv_sec == found.st_mtim.tv_sec && own.st_mtim.tv_nsec == found.st_mtim.tv_nsec;
+  return identityIn(0, own) == identityIn(0, found) || (own.st_size == found.st_size && isUnchanged);
+}
+
 std::optional<bool> PinnedFile::standsAt(const std::string& path) const {
   const std::optional<FileStamp> found = stampOfItem(path);
   if (!found) return errno == ENOENT ? std::optional(false) : std::nullopt;
   const std::optional<FileStamp> now = stamp();
-  return now ? std::optional(now->isOf(*found)) : std::nullopt;
+  // Looked at in the same moment one file has one number.
+  return now ? std::optional(now->number == found->number && now->size == found->size) : std::nullopt;
 }
 
 }  // namespace platform

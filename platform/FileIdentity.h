@@ -48,7 +48,7 @@ struct FileStamp {
 
   uint64_t number = 0;    // the time of creation in nanoseconds since 1970 or, where that is not kept, the inode
   uint32_t modified = 0;  // nanoseconds since 1970; like the next the lowest bits, which is enough to see a difference
-  uint32_t size = 0;      // bytes, or ofCreation
+  uint32_t size = 0;      // bytes, the lowest 31 bits; or ofCreation
 
   [[nodiscard]] bool hasTimeOfCreation() const { return size == ofCreation; }
 
@@ -72,6 +72,9 @@ class PinnedFile {
   [[nodiscard]] std::optional<FileIdentity> identity() const;
   // As it is now; none when nothing was there, or when the file has lost its name where only names are known.
   [[nodiscard]] std::optional<FileStamp> stamp() const;
+  // True when what stands at the path itself may be this file: it is, or it has the same size and the same time of its last
+  // change, as a file has that is reached under another name or through another mount, where it has another number.
+  [[nodiscard]] bool mayBeItem(const std::string& path) const;
   // Whether the file stands at the path itself now; none when that can't be told.
   [[nodiscard]] std::optional<bool> standsAt(const std::string& path) const;
 

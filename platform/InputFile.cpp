@@ -15,14 +15,15 @@ namespace platform {
 
 namespace {
 
-// One call of the system moves no more than this, a multiple of every alignment.
-constexpr std::size_t largestTransfer = std::size_t{1} << 30;
-
 // Size of a regular file, none of anything else.
 std::optional<int64_t> sizeOfRegularFile(int descriptor) {
   struct stat facts = {};
   if (::fstat(descriptor, &facts) != 0 || !S_ISREG(facts.st_mode)) return std::nullopt;
   return facts.st_size;
+}
+
+ReadResult failedRead(int code) {
+  return {.length = -1, .error = code};
 }
 
 }  // namespace
@@ -51,9 +52,8 @@ InputFile::InputFile(FileDescriptor file) : _file(std::move(file)), _alignment(d
 
 // The system tells only once that the device did not take what was written: what is in memory now is not what the device
 // holds, and must not be read as if it were.
-void InputFile::keepDeviceError(bool pushed) {
-  const bool isOfTheDevice = errno == EIO || errno == ENOSPC || errno == EDQUOT;
-  if (!pushed && isOfTheDevice) _deviceError = errno;
+void InputFile::keepDeviceError(int code) {
+  if (code == EIO || code == ENOSPC || code == EDQUOT) _deviceError = code;
 }
 
 InputFile::~InputFile() {
@@ -64,7 +64,7 @@ void InputFile::startCachedRoad() {
   _direct = false;
   std::ignore = setDirect(_file.get(), false);
   // Dirty pages can't be dropped.
-  keepDeviceError(::fdatasync(_file.get()) == 0);
+  keepDeviceError(::fdatasync(_file.get()) == 0 ? 0 : errno);
   dropPages(_file.get(), 0, 0);
   _dropped = _position;
 }
@@ -72,13 +72,13 @@ void InputFile::startCachedRoad() {
 ReadResult InputFile::read(std::byte* buffer, std::size_t size) {
   std::size_t filled = 0;
   while (filled < size) {
-    const int64_t length = readSome(buffer + filled, std::min({size - filled, largestTransfer, untilExpectedEnd()}));
-    if (length < 0) return ReadResult{.length = -1, .error = errno};
-    if (length == 0) {
-      if (_position < _leastSize) return ReadResult{.length = -1, .error = EIO};
+    const ReadResult some = readSome(buffer + filled, std::min({size - filled, largestTransfer, untilExpectedEnd()}));
+    if (some.failed()) return some;
+    if (some.length == 0) {
+      if (_position < _leastSize) return failedRead(EIO);
       break;
     }
-    filled += static_cast<std::size_t>(length);
+    filled += static_cast<std::size_t>(some.length);
   }
   if (!_direct) dropBehind();
   return ReadResult{.length = static_cast<int64_t>(filled)};
@@ -92,38 +92,36 @@ std::size_t InputFile::untilExpectedEnd() const {
   return static_cast<std::size_t>((left + _alignment - 1) / _alignment * _alignment);
 }
 
-int64_t InputFile::readSome(std::byte* buffer, std::size_t size) {
+ReadResult InputFile::readSome(std::byte* buffer, std::size_t size) {
   if (_direct && _position % _alignment != 0) return readToAlignment(buffer, size);
-  const int64_t length = readAtPosition(buffer, size);
-  if (length >= 0 || !_direct || !isRefused(errno)) return length;
+  const ReadResult result = readAtPosition(buffer, size);
+  if (!_direct || !isRefused(result.error)) return result;
   startCachedRoad();
   return readAtPosition(buffer, size);
 }
 
 // Behind a short read: the end of the file, or a file system that gives less than it was asked for. Only the cache can
 // tell, since transfers past it have to start on a boundary; they go on from the next one.
-int64_t InputFile::readToAlignment(std::byte* buffer, std::size_t size) {
+ReadResult InputFile::readToAlignment(std::byte* buffer, std::size_t size) {
   const auto gap = static_cast<std::size_t>(_alignment - _position % _alignment);
   if (gap > size || !setDirect(_file.get(), false)) {
     startCachedRoad();
     return readAtPosition(buffer, size);
   }
-  const int64_t length = readAtPosition(buffer, gap);
-  if (length > 0 && !setDirect(_file.get(), true)) startCachedRoad();
-  return length;
+  const ReadResult result = readAtPosition(buffer, gap);
+  if (result.length > 0 && !setDirect(_file.get(), true)) startCachedRoad();
+  return result;
 }
 
-int64_t InputFile::readAtPosition(std::byte* buffer, std::size_t size) {
-  if (_deviceError != 0) {
-    errno = _deviceError;
-    return -1;
-  }
+ReadResult InputFile::readAtPosition(std::byte* buffer, std::size_t size) {
+  if (_deviceError != 0) return failedRead(_deviceError);
   int64_t length = 0;
   do {
     length = ::read(_file.get(), buffer, size);
   } while (length < 0 && errno == EINTR);
-  if (length > 0) _position += length;
-  return length;
+  if (length < 0) return failedRead(errno);
+  _position += length;
+  return ReadResult{.length = length};
 }
 
 void InputFile::dropBehind() {

@@ -13,7 +13,8 @@ namespace platform {
 // What one read of a file gave.
 struct ReadResult {
   int64_t length = 0;  // bytes, or -1 when the read failed
-  int error = 0;       // errno of the failure, else 0
+  int error = 0;       // errno value of the failure, else 0
+  [[nodiscard]] bool failed() const { return error != 0; }
 };
 
 // A file that is read from start to end from the device, past the file cache, whatever of it was cached before; nothing
@@ -23,7 +24,7 @@ struct ReadResult {
 // read through the cache, but all its pages are dropped before the first read and those behind every 8 MiB.
 class InputFile {
  public:
-  // None when the file cannot be opened for reading; errno then tells why.
+  // None when the file cannot be opened for reading.
   static std::optional<InputFile> open(const std::string& path);
 
   InputFile(InputFile&&) = default;
@@ -40,15 +41,15 @@ class InputFile {
   // before the size it had when it was opened, or whose dirty pages the device did not take, is EIO or the device's error.
   //   buffer   page-aligned, `size` bytes, the caller's. A size that is no whole number of blocks is right too, but what is
   //            read behind it may take the road through the cache.
-  ReadResult read(std::byte* buffer, std::size_t size);
+  [[nodiscard]] ReadResult read(std::byte* buffer, std::size_t size);
 
  private:
   explicit InputFile(FileDescriptor file);
-  void keepDeviceError(bool pushed);
+  void keepDeviceError(int code);
   [[nodiscard]] std::size_t untilExpectedEnd() const;
-  int64_t readSome(std::byte* buffer, std::size_t size);
-  int64_t readToAlignment(std::byte* buffer, std::size_t size);
-  int64_t readAtPosition(std::byte* buffer, std::size_t size);
+  ReadResult readSome(std::byte* buffer, std::size_t size);
+  ReadResult readToAlignment(std::byte* buffer, std::size_t size);
+  ReadResult readAtPosition(std::byte* buffer, std::size_t size);
   void startCachedRoad();
   void dropBehind();
 

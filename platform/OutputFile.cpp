@@ -15,9 +15,6 @@ namespace platform {
 
 namespace {
 
-// One call of the system moves no more than this, a multiple of every alignment.
-constexpr std::size_t largestTransfer = std::size_t{1} << 30;
-
 // Calls write until `length` bytes are taken, in pieces that the system accepts; the first short piece is the last.
 int64_t writePieces(int descriptor, const std::byte* bytes, std::size_t length) {
   std::size_t taken = 0;
@@ -88,7 +85,7 @@ int64_t OutputFile::writeThroughCache(const std::byte* bytes, std::size_t length
 }
 
 bool OutputFile::pushAndDrop(int64_t offset, int64_t length) {
-  if (!pushPages(_file.get(), offset, length)) return false;
+  if (pushPages(_file.get(), offset, length) != 0) return false;
   if (offset + length - _dropped >= smallestDrop) {
     dropPages(_file.get(), _dropped, offset + length - _dropped);
     _dropped = offset + length;
@@ -98,7 +95,7 @@ bool OutputFile::pushAndDrop(int64_t offset, int64_t length) {
 
 bool OutputFile::close() {
   // Some file systems take the flag and use the cache all the same: pushing costs nothing where nothing is dirty.
-  const bool reachedDevice = _cachedRoad ? ::fdatasync(_file.get()) == 0 : pushPages(_file.get(), 0, 0);
+  const bool reachedDevice = _cachedRoad ? ::fdatasync(_file.get()) == 0 : pushPages(_file.get(), 0, 0) == 0;
   dropPages(_file.get(), 0, 0);
   if (!_stamp.hasTimeOfCreation()) _stamp = stampOfFile(_file.get()).value_or(_stamp);
   return _file.close() == 0 && reachedDevice;

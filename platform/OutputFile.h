@@ -29,7 +29,7 @@ class OutputFile {
 
   // Writes the bytes behind those written before, with one call of the system for what goes past the cache and one for
   // the rest. Returns the number of bytes that the file took, which is short on a full device and is not made up for,
-  // or a negative value when a call failed; errno then tells why. That loudest result also stands for a last piece that
+  // or a negative value when a call failed. That loudest result also stands for a last piece that
   // failed behind a first one that was taken.
   //   bytes   page-aligned, `length` bytes, the caller's
   int64_t write(const std::byte* bytes, std::size_t length);

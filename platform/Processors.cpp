@@ -7,6 +7,7 @@
 #include <fstream>
 #include <limits>
 #include <sstream>
+#include <thread>
 
 namespace platform {
 
@@ -14,9 +15,10 @@ namespace {
 
 constexpr double unlimited = std::numeric_limits<double>::infinity();
 
+// All that there are where the system does not tell which of them may be used, as where there are more than a set holds.
 double processorsOfAffinity() {
   cpu_set_t all;
-  return ::sched_getaffinity(0, sizeof all, &all) == 0 ? CPU_COUNT(&all) : 1;
+  return ::sched_getaffinity(0, sizeof all, &all) == 0 ? CPU_COUNT(&all) : std::thread::hardware_concurrency();
 }
 
 // "QUOTA PERIOD" in microseconds; a quota that is no number, or negative, is none.

@@ -5,8 +5,9 @@
 
 namespace platform {
 
-// How many threads of this process can run at the same time: the processors that it may use, less what the quotas of its
-// control group and of those above it leave of them, rounded up. At least 1. As it is now.
+// How many threads of this process can run at the same time: as many as there are processors that it may use, or fewer where
+// the quota of its control group, or of one above it, is smaller. A part of a processor counts as one. At least 1. As it is
+// now.
 std::size_t usableProcessors();
 
 // The same for the control groups of a system whose files are below `root`.

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/Mutex.h"
 #include "platform/Process.h"
 
 namespace platform {
@@ -24,8 +25,8 @@ struct WorkerThreads::State {
   asio::executor_work_guard<asio::io_context::executor_type> work = asio::make_work_guard(context);
   std::once_flag start;
   std::atomic<bool> hasStarted = false;
-  std::mutex mutex;
-  std::vector<std::thread> threads;  // guarded by mutex
+  Mutex mutex;
+  std::vector<std::thread> threads KDX_GUARDED_BY(mutex);
 };
 
 namespace {
@@ -39,13 +40,10 @@ WorkerThreads::WorkerThreads(std::string label) : _state(std::make_shared<State>
 WorkerThreads::~WorkerThreads() {
   _state->work.reset();
   // Who posted the last task may still be adding the thread that ran it.
-  std::unique_lock lock(_state->mutex);
-  if (isCurrentThread()) {
-    for (std::thread& thread : _state->threads) thread.detach();
-    return;
-  }
+  MutexLock lock(_state->mutex);
+  std::vector<std::thread> threads = std::move(_state->threads);
   lock.unlock();
-  for (std::thread& thread : _state->threads) thread.join();
+  for (std::thread& thread : threads) isCurrentThread() ? thread.detach() : thread.join();
 }
 
 void WorkerThreads::addThread() {
@@ -53,7 +51,7 @@ void WorkerThreads::addThread() {
 }
 
 void WorkerThreads::addThread(const std::shared_ptr<State>& state) {
-  const std::lock_guard lock(state->mutex);
+  const MutexLock lock(state->mutex);
   try {
     // The thread shares the state, which thus outlives a queue that is destroyed by its own last task.
     state->threads.emplace_back([state] {

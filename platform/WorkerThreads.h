@@ -9,6 +9,9 @@ namespace platform {
 
 using Task = std::function<void()>;
 
+// Up to so many bytes are worked on, digested for example, in less time than another thread takes to wake and answer.
+inline constexpr std::size_t notWorthAThread = std::size_t{64} << 10;
+
 // The threads under one queue: tasks are started in the order in which they were posted, each on the first thread that
 // is free. The threads belong to this object alone, so a task that blocks holds up nobody else's. They carry the label
 // as their name (its first 15 bytes, which is what the system keeps). No thread exists before addThread. When a thread

@@ -8,7 +8,6 @@
 #include <thread>
 #include <vector>
 
-#include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
 #include "KDXFileTools/kdxdispatchcopy/DestinationsWriter.h"
 #include "tests/support/FileSizeLimit.h"
 #include "tests/support/ScratchDirectory.h"
@@ -58,7 +57,7 @@ TEST_F(Writer, DigestsOnTheCallingThreadAndWritesToAll) {
 }
 
 TEST_F(Writer, DigestsBytesNotWorthAThreadBeforeItWritesThem) {
-  const std::string bytes = mediaBytes(notWorthAThread);
+  const std::string bytes = mediaBytes(platform::notWorthAThread);
   EXPECT_EQ(std::this_thread::get_id(), write(bytes));
   EXPECT_EQ(0U, bytesWhileDigesting);
   EXPECT_EQ(bytes, written("a"));

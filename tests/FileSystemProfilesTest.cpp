@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
+#include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
 #include "tests/FaultyFileSystem.h"
 #include "tests/support/FileSystemProfiles.h"
@@ -165,7 +166,7 @@ TEST_P(FileSystemProfiles, KeepsWhatAppearsAtTheFinalNameBeforeTheMove) {
   EXPECT_FALSE(job->moveFilesInPlace(&error));
 
   ASSERT_TRUE(error);
-  EXPECT_EQ(static_cast<int>(CopyErrorCode::finalNameTaken), error->code);
+  EXPECT_EQ(static_cast<int>(ExitStatus::finalNameTaken), error->code);
   EXPECT_EQ(olderTake, readFile(there("clip.mov")));
   EXPECT_EQ(media.files.at("clip.mov"), readFile(there("clip.mov.kdxcopy")));
 }

@@ -11,7 +11,6 @@
 #include <utility>
 #include <vector>
 
-#include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
 #include "KDXFileTools/kdxdispatchcopy/FrontEnd.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
 #include "platform/Process.h"
@@ -546,10 +545,10 @@ TEST(FrontEndRun, AFileNotWorthAThreadIsOffloadedOnOneProcessorAndALargerOneIsNo
   if (!canInjectFaults()) GTEST_SKIP() << "needs strace and a build without sanitizers";
   const ScratchDirectory scratch;
   const std::string source = scratch.file("clip.mov");
-  writeFile(source, mediaBytes(notWorthAThread));
+  writeFile(source, mediaBytes(platform::notWorthAThread));
   EXPECT_THAT(bindingsWhile({.arguments = {source, scratch.file("a/clip.mov")}}, scratch),
               HasSubstr("sched_setaffinity(0, "));
-  writeFile(source, mediaBytes(notWorthAThread + 1));
+  writeFile(source, mediaBytes(platform::notWorthAThread + 1));
   EXPECT_EQ("", bindingsWhile({.arguments = {source, scratch.file("b/clip.mov")}}, scratch));
 }
 

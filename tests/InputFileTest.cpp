@@ -67,19 +67,15 @@ void syncFile(const std::string& path) {
 
 // Opening
 
-TEST(InputFile, AMissingFileCannotBeOpenedAndTheReasonIsTold) {
+TEST(InputFile, AMissingFileCannotBeOpened) {
   const ScratchDirectory scratch;
-  errno = 0;
   EXPECT_FALSE(InputFile::open(scratch.file("missing.mov")));
-  EXPECT_EQ(ENOENT, errno);
 }
 
-TEST(InputFile, AFileCannotBeOpenedAsAFolderAndTheReasonIsTold) {
+TEST(InputFile, AFileCannotBeOpenedAsAFolder) {
   const ScratchDirectory scratch;
   writeFile(scratch.file("clip.mov"), "content");
-  errno = 0;
   EXPECT_FALSE(InputFile::open(scratch.file("clip.mov") + "/take.mov"));
-  EXPECT_EQ(ENOTDIR, errno);
 }
 
 TEST(InputFile, ASymbolicLinkReadsAsWhatItLeadsTo) {

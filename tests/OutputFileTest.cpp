@@ -16,7 +16,8 @@
 #include <string_view>
 #include <vector>
 
-#include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
+#include "KDXFileTools/kdxdispatchcopy/TemporaryFiles.h"
+#include "platform/FileManager.h"
 #include "platform/Memory.h"
 #include "platform/OutputFile.h"
 #include "tests/support/MountedFileSystem.h"

@@ -4,6 +4,7 @@
 
 #include <chrono>
 
+#include "KDXFileTools/kdxdispatchcopy/CopyLines.h"
 #include "KDXFileTools/kdxdispatchcopy/ProgressClock.h"
 #include "tests/support/Captured.h"
 

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
+#include "KDXFileTools/kdxdispatchcopy/CopyDigests.h"
 #include "KDXFileTools/kdxdispatchcopy/DestinationsWriter.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
@@ -110,7 +110,7 @@ TEST(SideBySideDigests, OfABufferAreMadeTogether) {
   MeetingDigest externalDigest;
   digest.meet(externalDigest);
   externalDigest.meet(digest);
-  const std::string bytes = mediaBytes(notWorthAThread + 1);
+  const std::string bytes = mediaBytes(platform::notWorthAThread + 1);
   platform::ConcurrentQueue queue("write");
 
   updateBoth(queue, &digest, &externalDigest, std::as_bytes(std::span(bytes)));
@@ -128,7 +128,8 @@ TEST(SideBySideDigests, OfShortAndLongBuffersAreRightWithOneOfThemOrBoth) {
   const std::string md5OfNothing = digestByProgram("md5sum", file);
   const std::string sha1OfNothing = digestByProgram("sha1sum", file);
   platform::ConcurrentQueue queue("write");
-  for (const std::size_t size : {std::size_t{0}, notWorthAThread, notWorthAThread + 1, 3 * MiB + 17}) {
+  for (const std::size_t size :
+       {std::size_t{0}, platform::notWorthAThread, platform::notWorthAThread + 1, 3 * MiB + 17}) {
     SCOPED_TRACE(size);
     const std::string bytes = mediaBytes(size);
     writeFile(file, bytes);

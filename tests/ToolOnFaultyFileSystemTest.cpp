@@ -340,6 +340,16 @@ TEST_F(ToolOnFaultyFileSystem, ADestinationThatCanNotBeCreatedEndsTheCopyWithout
   expectNothingInPlace();
 }
 
+TEST_F(ToolOnFaultyFileSystem, ASourceThatIsTheTemporaryFileThroughAnotherMountIsKept) {
+  writeFile(server->stored("card/take.mov.kdxcopy"), mediaBytes(clipSize));
+
+  const ToolRun run = runTool({server->stored("card/take.mov.kdxcopy"), path("card/take.mov")});
+
+  EXPECT_EQ(107, run.exitStatus) << run.output;
+  EXPECT_TRUE(mediaBytes(clipSize) == readFile(server->stored("card/take.mov.kdxcopy")));
+  EXPECT_FALSE(std::filesystem::exists(server->stored("card/take.mov")));
+}
+
 TEST_F(ToolOnFaultyFileSystem, WithoutDirectTransfersBothDestinationsAreProvedAndInPlace) {
   server->whenReading("*").refuseDirect();
   server->whenWriting("*").refuseDirect();

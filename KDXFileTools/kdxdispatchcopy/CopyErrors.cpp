@@ -4,6 +4,8 @@
 
 #include <utility>
 
+#include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
+
 platform::Error copyError(int64_t code, std::optional<std::string> description, std::optional<std::string> path) {
   return platform::Error{.domain = std::string(KDXCopyErrorDomain),
                          .code = code,
@@ -12,13 +14,10 @@ platform::Error copyError(int64_t code, std::optional<std::string> description, 
 }
 
 platform::Error wrongNumberOfBytesCopied(uint64_t expected, uint64_t copied) {
-  return copyError(CopyErrorCode::sizeDiffers,
-                   fmt::format("the expected filesize ({}) is not the number of bytes copied ({})", expected, copied));
+  return copyError(ExitStatus::sizeDiffers, fmt::format(ErrorText::bytesCopiedDiffer, expected, copied));
 }
 
 platform::Error wrongSizeOnDisk(const std::string& temporaryPath, uint64_t expected, uint64_t copied) {
-  return copyError(CopyErrorCode::sizeDiffers,
-                   fmt::format("the expected filesize ({}) is not the number of bytes for file {} ({})", expected,
-                               temporaryPath, copied),
+  return copyError(ExitStatus::sizeDiffers, fmt::format(ErrorText::sizeOnDiskDiffers, expected, temporaryPath, copied),
                    temporaryPath);
 }

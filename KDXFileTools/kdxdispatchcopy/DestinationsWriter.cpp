@@ -1,11 +1,9 @@
 #include "KDXFileTools/kdxdispatchcopy/DestinationsWriter.h"
 
-#include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
-
 void DestinationsWriter::writeToAll(std::vector<platform::OutputFile>& destinations, std::span<const std::byte> bytes,
                                     const std::function<void()>& digest) const {
   const std::size_t writes = destinations.size();
-  if (bytes.size() <= notWorthAThread) {
+  if (bytes.size() <= platform::notWorthAThread) {
     digest();
     _queue.apply(writes, [&](std::size_t index) { write(destinations, index, bytes); });
     return;

@@ -21,7 +21,7 @@ class DestinationsWriter {
   // return.
   using FailedWrite = std::function<void(std::size_t, int64_t)>;
 
-  // The queue must outlive the writer, and its threads do nothing else meanwhile.
+  // The queue must outlive the writer. Meanwhile its threads do nothing else but what `digest` gives them.
   DestinationsWriter(platform::ConcurrentQueue& queue, ShortWrite shortWrite, FailedWrite endForFailedWrite)
       : _queue(queue), _shortWrite(shortWrite), _endForFailedWrite(std::move(endForFailedWrite)) {}
 

@@ -1,10 +1,21 @@
 #include "KDXFileTools/kdxdispatchcopy/ExternalHash.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <string>
 
-#include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
 #include "digest/KDXDigestContext.h"
+
+namespace {
+
+// Digest texts have no other letters than those of ASCII.
+std::string lowerCased(std::string text) {
+  std::ranges::transform(text, text.begin(),
+                         [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+  return text;
+}
+
+}  // namespace
 
 ExternalHash ExternalHash::fromText(std::string_view text) {
   const std::size_t colon = text.find(':');

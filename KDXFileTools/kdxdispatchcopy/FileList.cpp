@@ -15,3 +15,9 @@ std::vector<platform::FileURL> FileList::files() const {
   for (std::size_t position = 0; position < _size; ++position) files.push_back(_fileAt(position));
   return files;
 }
+
+void addIdentities(const FileList& files, platform::FileIdentities& identities) {
+  for (std::size_t position = 0; position < files.size(); ++position) {
+    if (const auto identity = platform::identityOfItem(files[position].path())) identities.insert(*identity);
+  }
+}

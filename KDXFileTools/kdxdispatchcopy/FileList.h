@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/FileIdentity.h"
 #include "platform/FileURL.h"
 
 // An ordered list of files that may have hundreds of thousands of them: each URL is made when it is asked for, so a list
@@ -38,3 +39,6 @@ class FileList {
   FileAt _fileAt;
   std::size_t _size = 0;
 };
+
+// Adds the identities of the files that are there, links as such.
+void addIdentities(const FileList& files, platform::FileIdentities& identities);

@@ -2,12 +2,12 @@
 
 #include <array>
 
-#include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
 #include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
 #include "extensions/filesizeCFI.h"
 #include "platform/Log.h"
 #include "platform/Process.h"
+#include "platform/WorkerThreads.h"
 
 namespace {
 
@@ -52,7 +52,7 @@ std::shared_ptr<KDXDispatchCopy> makeJobForSource(const CommandLine& line) {
 bool isNotWorthAThread(const CommandLine& line) {
   if (!line.source || line.isSequence) return false;
   const uint64_t size = filesizeCFI(*line.source).value_or(0);
-  return size != 0 && size <= notWorthAThread;
+  return size != 0 && size <= platform::notWorthAThread;
 }
 
 }  // namespace

@@ -6,12 +6,13 @@
 #include <tuple>
 #include <utility>
 
+#include "KDXFileTools/kdxdispatchcopy/CopyDigests.h"
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
-#include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
-#include "KDXFileTools/kdxdispatchcopy/DestinationsWriter.h"
+#include "KDXFileTools/kdxdispatchcopy/CopyLines.h"
 #include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
 #include "KDXFileTools/kdxdispatchcopy/ExternalHash.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXReadFile.h"
+#include "KDXFileTools/kdxdispatchcopy/TemporaryFiles.h"
 #include "extensions/filesizeCFI.h"
 #include "platform/DispatchGroup.h"
 #include "platform/Log.h"
@@ -89,7 +90,8 @@ bool KDXDispatchCopy::finalNamesAreFree(ErrorPlace error) const {
   for (const FileURL& temporaryURL : _destinationURLs) {
     const std::string finalPath = temporaryURL.deletingPathExtension().path();
     if (!platform::fileExistsAtPath(finalPath)) continue;
-    return platform::fail(error, copyError(CopyErrorCode::finalNameTaken, finalPath + " already exists", finalPath));
+    return platform::fail(
+        error, copyError(ExitStatus::finalNameTaken, fmt::format(ErrorText::finalNameTaken, finalPath), finalPath));
   }
   return true;
 }
@@ -112,6 +114,7 @@ std::vector<OutputFile> KDXDispatchCopy::createTemporaryDestinations() {
   const platform::FileIdentities noOtherSources;
   TemporaryFileMaker maker(*_sourceURL, noOtherSources);
   for (const FileURL& temporaryURL : _destinationURLs) maker.removeOld(temporaryURL);
+  _pinnedFiles.clear();
   std::vector<OutputFile> destinations;
   for (const FileURL& temporaryURL : _destinationURLs) {
     destinations.push_back(maker.create(temporaryURL));

@@ -3,9 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
-#include <set>
 #include <span>
 #include <string>
 #include <utility>
@@ -19,6 +17,7 @@
 #include "platform/Error.h"
 #include "platform/FileManager.h"
 #include "platform/FileURL.h"
+#include "platform/Mutex.h"
 #include "platform/OutputFile.h"
 #include "platform/SerialQueue.h"
 
@@ -134,8 +133,9 @@ class KDXDispatchCopy : public std::enable_shared_from_this<KDXDispatchCopy> {
   // Queues the line that tells in which folder the source is: that is what people recognise a card by.
   void queueStartLine(std::string sourceDirectory);
 
-  // As move, of the very file that is pinned: what another run put in its place meanwhile is not moved.
-  bool movePinned(const platform::PinnedFile& item, const FileURL& temporaryURL, ErrorPlace error);
+  // As move, of the very file that the job created and that is pinned: what another run put in its place is not moved.
+  bool moveCreated(const platform::FileStamp& created, const platform::PinnedFile& item, const FileURL& temporaryURL,
+                   ErrorPlace error);
 
   // Runs one check of startVerification: prints the failure's description and hands it to the caller.
   bool runCheck(bool (KDXDispatchCopy::*check)(ErrorPlace), ErrorPlace error);
@@ -174,11 +174,12 @@ class KDXDispatchCopy : public std::enable_shared_from_this<KDXDispatchCopy> {
   void readSourceBack(ErrorPlace error);
   void readDestinationBack(const FileURL& temporaryURL, std::size_t index);
 
-  bool moveCreated(std::size_t index, ErrorPlace error);
+  bool movePinned(const platform::PinnedFile& item, const FileURL& temporaryURL, ErrorPlace error);
   bool removeReplacedFile(const FileURL& finalURL, ErrorPlace error);
 
-  std::optional<platform::Error> _verificationError;  // guarded by _lock; set once: the first failure is reported
-  mutable std::recursive_mutex _lock;
+  platform::RecursiveMutex _lock;
+  // Set once: the first failure is reported.
+  std::optional<platform::Error> _verificationError KDX_GUARDED_BY(_lock);
   bool _verbose = false;
   bool _skipFlush = false;
   bool _forceOverwrite = false;
@@ -189,6 +190,6 @@ class KDXDispatchCopy : public std::enable_shared_from_this<KDXDispatchCopy> {
   std::optional<FileURL> _sourceURL;
   std::vector<FileURL> _destinationURLs;
   std::vector<platform::FileStamp> _createdFiles;        // what the copy created, in the order of _destinationURLs
-  std::vector<platform::PinnedFile> _pinnedFiles;        // the same, until they are moved
+  std::vector<platform::PinnedFile> _pinnedFiles;        // the same: their numbers stay what they are
   std::optional<platform::FileIdentities> _neededFiles;  // gathered when the first existing file is in the way
 };

@@ -1,11 +1,11 @@
 // How a copy job moves its destinations to their final names and makes them permanent.
 
 #include <cerrno>
-#include <tuple>
 
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
-#include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
+#include "KDXFileTools/kdxdispatchcopy/CopyLines.h"
 #include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
+#include "KDXFileTools/kdxdispatchcopy/FileList.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
 #include "platform/Log.h"
 #include "platform/Process.h"
@@ -14,7 +14,11 @@ bool KDXDispatchCopy::moveFilesInPlace(ErrorPlace error) {
   startMoving();
   for (std::size_t index = 0; index < _destinationURLs.size(); ++index) {
     const FileURL& temporaryURL = _destinationURLs[index];
-    if (moveCreated(index, error)) continue;
+    // A job that did not copy has created nothing, and moves what is there.
+    const bool isMoved = index < _createdFiles.size()
+                             ? moveCreated(_createdFiles[index], _pinnedFiles[index], temporaryURL, error)
+                             : move(temporaryURL, error);
+    if (isMoved) continue;
     platform::printAndWait("failed to move {}\n", temporaryURL.path());
     return false;
   }
@@ -36,12 +40,10 @@ void KDXDispatchCopy::makeTemporaryFilesPermanent() {
   }
 }
 
-// A job that did not copy has created nothing, and moves what is there.
-bool KDXDispatchCopy::moveCreated(std::size_t index, ErrorPlace error) {
-  const FileURL& temporaryURL = _destinationURLs[index];
-  if (index >= _createdFiles.size()) return move(temporaryURL, error);
-  const std::optional<platform::FileStamp> pinned = _pinnedFiles[index].stamp();
-  return pinned && _createdFiles[index].isOf(*pinned) && movePinned(_pinnedFiles[index], temporaryURL, error);
+bool KDXDispatchCopy::moveCreated(const platform::FileStamp& created, const platform::PinnedFile& item,
+                                  const FileURL& temporaryURL, ErrorPlace error) {
+  const std::optional<platform::FileStamp> pinned = item.stamp();
+  return pinned && created.isOf(*pinned) && movePinned(item, temporaryURL, error);
 }
 
 bool KDXDispatchCopy::move(const FileURL& temporaryURL, ErrorPlace error) {
@@ -61,7 +63,7 @@ bool KDXDispatchCopy::movePinned(const platform::PinnedFile& item, const FileURL
   if (platform::moveItem(item, temporaryURL.path(), finalURL.path(), &failure)) return true;
   // Only a taken name is reported; other reasons leave the caller's place as it was, and the run ends with status 1.
   if (failure && failure->code == EEXIST) {
-    platform::fail(error, copyError(CopyErrorCode::finalNameTaken, std::nullopt, temporaryURL.path()));
+    platform::fail(error, copyError(ExitStatus::finalNameTaken, std::nullopt, temporaryURL.path()));
   }
   return false;
 }
@@ -111,7 +113,7 @@ bool KDXDispatchCopy::flush(const FileURL& finalURL, ErrorPlace /*error*/) {
 }
 
 void KDXDispatchCopy::endForFailedSync(const std::string& path, int result) const {
-  platform::printAndWait("Error: couldn't sync the file system of file {} (error code {})\n", path, result);
+  platform::printAndWait(ErrorText::notSynced, path, result);
   platform::endProcess(ExitStatus::flushFailed);
 }
 

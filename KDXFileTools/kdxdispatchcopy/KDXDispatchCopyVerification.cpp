@@ -3,10 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <tuple>
 
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
-#include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
+#include "KDXFileTools/kdxdispatchcopy/CopyLines.h"
+#include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
 #include "KDXFileTools/kdxdispatchcopy/ExternalHash.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchVerify.h"
@@ -31,15 +31,15 @@ bool KDXDispatchCopy::startVerification(ErrorPlace error) {
   if (!runCheck(&KDXDispatchCopy::performExternalHashVerification, error)) return false;
   _verificationStartTime = ProgressClock::Clock::now();
   const auto self = shared_from_this();
+  auto& readBacks = KDXFileSystemOperationQueueManager::sharedOperationQueueManager();
   if (hasOption(KDXVerificationOptionVerifySource)) {
-    const bool queued = queueReadBack(*_sourceURL, [self, error] { self->readSourceBack(error); });
-    if (!queued) return false;
+    readBacks.addOperationForURL(*_sourceURL, [self, error] { self->readSourceBack(error); });
   }
   if (hasOption(KDXVerificationOptionVerifyDestinations)) {
     for (std::size_t index = 0; index < _destinationURLs.size(); ++index) {
       const FileURL& temporaryURL = _destinationURLs[index];
-      std::ignore =
-          queueReadBack(temporaryURL, [self, temporaryURL, index] { self->readDestinationBack(temporaryURL, index); });
+      readBacks.addOperationForURL(temporaryURL,
+                                   [self, temporaryURL, index] { self->readDestinationBack(temporaryURL, index); });
     }
   }
   return true;
@@ -64,9 +64,9 @@ void KDXDispatchCopy::readSourceBack(ErrorPlace error) {
   }
   printDescription(failure);
   int64_t code = failure ? failure->code : 0;
-  if (code == CopyErrorCode::destinationDigestDiffers) {
+  if (code == ExitStatus::destinationDigestDiffers) {
     platform::printAndWait("ERROR: verify of source file #{} ({}) failed, wrong hash.\n", number, _sourceURL->path());
-    code = CopyErrorCode::verificationFailed;
+    code = ExitStatus::verificationFailed;
   }
   markAsVerificationFailed(*_sourceURL, code);
   if (error != nullptr) *error = failure;
@@ -82,7 +82,7 @@ void KDXDispatchCopy::readDestinationBack(const FileURL& temporaryURL, std::size
   }
   printDescription(failure);
   const int64_t code = failure ? failure->code : 0;
-  if (code == CopyErrorCode::destinationDigestDiffers) {
+  if (code == ExitStatus::destinationDigestDiffers) {
     // The temporary name: that is where the damaged file can be looked at.
     platform::printAndWait("ERROR: verify of destination file #{} ({}) failed, wrong hash.\n", index + 1,
                            temporaryURL.path());
@@ -103,8 +103,8 @@ bool KDXDispatchCopy::verifyURL(const FileURL& file, ErrorPlace error) {
   platform::queueLine("INFO: verifying {}\n", directory);
   const std::shared_ptr<KDXDigestContext> digest = verifier->calculateDigest(nullptr);
   if (digest && !verifier->readFailed() && digest->isEqual(_sourceDigestContext.get())) return true;
-  return platform::fail(error, copyError(CopyErrorCode::destinationDigestDiffers,
-                                         fmt::format("INFO: expected hash: {} but got hash: {}.",
+  return platform::fail(error, copyError(ExitStatus::destinationDigestDiffers,
+                                         fmt::format(ErrorText::destinationDigestDiffers,
                                                      bareHexText(_sourceDigestContext), bareHexText(digest)),
                                          file.path()));
 }
@@ -114,10 +114,10 @@ bool KDXDispatchCopy::performExternalHashVerification(ErrorPlace error) {
   const auto& context = _externalDigestContext ? _externalDigestContext : _sourceDigestContext;
   const std::string digest = context ? context->digestString() : "(null)";
   if (isSameHash(*_externalHash, digest)) return true;
-  const std::string description = fmt::format("INFO: external hash: {} but got hash: {}.", *_externalHash, digest);
+  const std::string description = fmt::format(ErrorText::externalHashDiffers, *_externalHash, digest);
   // The caller prints the description once more; managing applications expect the line twice.
   platform::printAndWait("{}\n", description);
-  return platform::fail(error, copyError(CopyErrorCode::externalHashDiffers, description));
+  return platform::fail(error, copyError(ExitStatus::externalHashDiffers, description));
 }
 
 bool KDXDispatchCopy::performFileSizeCheck(ErrorPlace error) {
@@ -141,16 +141,16 @@ bool KDXDispatchCopy::destinationHasSize(const FileURL& temporaryURL, uint64_t e
 }
 
 void KDXDispatchCopy::markAsVerificationFailed(const FileURL& file, int64_t errorCode) {
-  const std::lock_guard lock(_lock);
+  const platform::MutexLock lock(_lock);
   if (_verificationError) return;
-  _verificationError = copyError(errorCode == 0 ? CopyErrorCode::verificationFailed : errorCode,
-                                 "verification failed: " + file.path(), file.path());
+  _verificationError = copyError(errorCode == 0 ? ExitStatus::verificationFailed : errorCode,
+                                 fmt::format(ErrorText::verificationFailed, file.path()), file.path());
 }
 
 bool KDXDispatchCopy::finishVerification(ErrorPlace error) {
   KDXFileSystemOperationQueueManager::sharedOperationQueueManager().waitUntilAllOperationQueuesAreFinished();
   {
-    const std::lock_guard lock(_lock);
+    const platform::MutexLock lock(_lock);
     if (_verificationError) return platform::fail(error, *_verificationError);
   }
   // The size of the source once, however many files were read back.

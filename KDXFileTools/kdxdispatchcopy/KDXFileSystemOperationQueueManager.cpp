@@ -1,5 +1,7 @@
 #include "KDXFileTools/kdxdispatchcopy/KDXFileSystemOperationQueueManager.h"
 
+#include <utility>
+
 KDXFileSystemOperationQueueManager& KDXFileSystemOperationQueueManager::sharedOperationQueueManager() {
   // Never destroyed: operations may still run while the process ends.
   static auto* const manager = new KDXFileSystemOperationQueueManager;
@@ -8,7 +10,7 @@ KDXFileSystemOperationQueueManager& KDXFileSystemOperationQueueManager::sharedOp
 
 std::shared_ptr<platform::OperationQueue> KDXFileSystemOperationQueueManager::operationQueueForURL(
     const platform::FileURL& file) {
-  const std::lock_guard lock(_lock);
+  const platform::MutexLock lock(_lock);
   std::shared_ptr<platform::OperationQueue>& queue = _operationQueues[file];
   if (!queue) {
     queue = std::make_shared<platform::OperationQueue>("read-back");
@@ -17,7 +19,11 @@ std::shared_ptr<platform::OperationQueue> KDXFileSystemOperationQueueManager::op
   return queue;
 }
 
+void KDXFileSystemOperationQueueManager::addOperationForURL(const platform::FileURL& file, platform::Task operation) {
+  operationQueueForURL(file)->addOperationWithBlock(std::move(operation));
+}
+
 void KDXFileSystemOperationQueueManager::waitUntilAllOperationQueuesAreFinished() {
-  const std::lock_guard lock(_lock);
+  const platform::MutexLock lock(_lock);
   for (const auto& [file, queue] : _operationQueues) queue->waitUntilAllOperationsAreFinished();
 }

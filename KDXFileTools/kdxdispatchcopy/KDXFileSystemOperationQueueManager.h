@@ -2,9 +2,9 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
 
 #include "platform/FileURL.h"
+#include "platform/Mutex.h"
 #include "platform/OperationQueue.h"
 
 // Hands out one serial operation queue per file, so that what is read back of one file comes one after the other while
@@ -23,6 +23,9 @@ class KDXFileSystemOperationQueueManager {
   // The queue for the URL, made at the first request. It lives as long as the process.
   std::shared_ptr<platform::OperationQueue> operationQueueForURL(const platform::FileURL& file);
 
+  // Queues the operation on the queue for the URL and returns; see OperationQueue.
+  void addOperationForURL(const platform::FileURL& file, platform::Task operation);
+
   // Returns when no queue has an operation left.
   void waitUntilAllOperationQueuesAreFinished();
 
@@ -31,6 +34,6 @@ class KDXFileSystemOperationQueueManager {
 
   // Guards _operationQueues and, the exception to the rule, is held while waiting: an operation must not ask for a
   // queue.
-  std::recursive_mutex _lock;
-  std::map<platform::FileURL, std::shared_ptr<platform::OperationQueue>> _operationQueues;
+  platform::RecursiveMutex _lock;
+  std::map<platform::FileURL, std::shared_ptr<platform::OperationQueue>> _operationQueues KDX_GUARDED_BY(_lock);
 };

@@ -85,7 +85,7 @@ class BufferedReader {
 }  // namespace
 
 void endForUnreadableFile(const std::string& path) {
-  platform::printAndWait("ERROR: could not open file at path: {}\n", path);
+  platform::printAndWait(ErrorText::fileNotReadable, path);
   platform::endProcess(ExitStatus::fileNotReadable);
 }
 

@@ -1,12 +1,15 @@
 #include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
 
 #include <functional>
+#include <set>
 #include <span>
 #include <utility>
 
-#include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
+#include "KDXFileTools/kdxdispatchcopy/CopyDigests.h"
+#include "KDXFileTools/kdxdispatchcopy/CopyLines.h"
 #include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXReadFile.h"
+#include "KDXFileTools/kdxdispatchcopy/TemporaryFiles.h"
 #include "digest/DigestStrings.h"
 #include "extensions/filesizeCFI.h"
 #include "platform/Log.h"
@@ -218,9 +221,7 @@ bool KDXSequenceCopy::moveFilesInPlace(ErrorPlace error) {
     for (std::size_t index = 0; index < _destinationSequencePaths[list].size(); ++index) {
       const FileURL temporaryURL = _destinationSequencePaths[list][index];
       const auto item = platform::PinnedFile::ofItem(temporaryURL.path());
-      const std::optional<platform::FileStamp> pinned = item.stamp();
-      const bool isProved = pinned && _createdFiles[list][index].isOf(*pinned);
-      if (!isProved || !movePinned(item, temporaryURL, error)) return false;
+      if (!moveCreated(_createdFiles[list][index], item, temporaryURL, error)) return false;
     }
   }
   return true;

@@ -4,14 +4,15 @@
 
 #include <cstdlib>
 #include <string_view>
-#include <tuple>
 
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
-#include "KDXFileTools/kdxdispatchcopy/CopySteps.h"
+#include "KDXFileTools/kdxdispatchcopy/CopyLines.h"
 #include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
 #include "KDXFileTools/kdxdispatchcopy/ExternalHash.h"
+#include "KDXFileTools/kdxdispatchcopy/KDXFileSystemOperationQueueManager.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXReadFile.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXSequenceCopy.h"
+#include "KDXFileTools/kdxdispatchcopy/TemporaryFiles.h"
 #include "extensions/filesizeCFI.h"
 #include "platform/Log.h"
 #include "platform/Process.h"
@@ -66,10 +67,11 @@ bool KDXSequenceCopy::startVerification(ErrorPlace error) {
   if (!hasOption(KDXVerificationOptionVerifySource) || _sourcePaths.empty()) return true;
   const auto self = std::static_pointer_cast<KDXSequenceCopy>(shared_from_this());
   const auto sourceIndex = ~static_cast<int64_t>(_destinationSequencePaths.size());
-  std::ignore = queueReadBack(
+  auto& readBacks = KDXFileSystemOperationQueueManager::sharedOperationQueueManager();
+  readBacks.addOperationForURL(
       _sourcePaths.front(), [self, sourceIndex, error] { self->verifyFiles(self->_sourcePaths, sourceIndex, error); });
   for (std::size_t index = 0; index < _destinationSequencePaths.size(); ++index) {
-    std::ignore = queueReadBack(_destinationSequencePaths[index].front(), [self, index, error] {
+    readBacks.addOperationForURL(_destinationSequencePaths[index].front(), [self, index, error] {
       self->verifyFiles(self->_destinationSequencePaths[index], static_cast<int64_t>(index) + 1, error);
     });
   }
@@ -84,7 +86,7 @@ class KDXSequenceCopy::ListVerification {
   ListVerification(KDXSequenceCopy& job, int64_t loggingIndex)
       : _job(job),
         _kind(loggingIndex < 0 ? "source" : "destination"),
-        _errorCode(loggingIndex < 0 ? CopyErrorCode::verificationFailed : CopyErrorCode::destinationDigestDiffers),
+        _errorCode(loggingIndex < 0 ? ExitStatus::verificationFailed : ExitStatus::destinationDigestDiffers),
         _sequenceNumber(std::abs(loggingIndex)) {}
 
   void startFile(const FileURL& file) {

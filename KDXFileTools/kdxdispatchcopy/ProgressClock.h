@@ -1,8 +1,6 @@
 #pragma once
 
 #include <chrono>
-#include <cstdint>
-#include <string_view>
 
 // Decides when the next progress line is due: when more than the interval has passed since the last one, or since the
 // clock was made. Reports that come earlier are dropped, not put off. Used by one thread or queue at a time.
@@ -23,6 +21,3 @@ class ProgressClock {
 
 // The least time between two progress lines, in seconds.
 inline constexpr double progressInterval = 0.5;
-
-// Queues "INFO: <what> speed ..." for the bytes handled since the start, in decimal megabytes.
-void queueSpeedLine(std::string_view what, uint64_t bytes, ProgressClock::Clock::time_point start);

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <condition_variable>
 #include <list>
-#include <mutex>
 #include <utility>
 
 #include "platform/Memory.h"
+#include "platform/Mutex.h"
 
 namespace {
 
@@ -20,13 +20,12 @@ struct IdleBuffer {
 };
 
 struct SharedMemory {
-  std::mutex mutex;
-  std::condition_variable changed;  // for calls that wait for the memory of others
-  // All guarded by mutex.
-  std::size_t calls = 0;         // reading calls under way
-  std::size_t callsWithout = 0;  // those of them that hold no buffer at the moment
-  std::size_t buffersInUse = 0;
-  std::list<IdleBuffer> idle;
+  platform::Mutex mutex;
+  std::condition_variable changed;                     // for calls that wait for the memory of others
+  std::size_t calls KDX_GUARDED_BY(mutex) = 0;         // reading calls under way
+  std::size_t callsWithout KDX_GUARDED_BY(mutex) = 0;  // those of them that hold no buffer at the moment
+  std::size_t buffersInUse KDX_GUARDED_BY(mutex) = 0;
+  std::list<IdleBuffer> idle KDX_GUARDED_BY(mutex);
 };
 
 SharedMemory& shared() {
@@ -35,14 +34,24 @@ SharedMemory& shared() {
   return *memory;
 }
 
-// With the lock held. Only memory of the size now asked for is kept: sizes hardly ever mix.
-platform::PageAlignedMemory takeIdleOrAllocate(std::size_t size, std::size_t largestRead) {
-  std::list<IdleBuffer>& idle = shared().idle;
+// Only memory of the size now asked for is kept: sizes hardly ever mix.
+platform::PageAlignedMemory takeIdleOrAllocate(SharedMemory& shared, std::size_t size, std::size_t largestRead)
+    KDX_REQUIRES(shared.mutex) {
+  std::list<IdleBuffer>& idle = shared.idle;
   idle.remove_if([size](const IdleBuffer& buffer) { return buffer.size != size; });
   if (idle.empty()) return platform::allocatePages(size, largestRead);
   platform::PageAlignedMemory memory = std::move(idle.front().memory);
   idle.pop_front();
   return memory;
+}
+
+// Whether a call that holds so many buffers of this size may take another.
+bool mayTakeAnother(const SharedMemory& shared, std::size_t held, std::size_t size) KDX_REQUIRES(shared.mutex) {
+  if (held == buffersPerCall) return false;
+  const std::size_t most = std::max({leastSharedBuffers, sharedBytes / size, shared.calls});
+  // A second buffer must leave one for every call that has none.
+  const std::size_t claimed = held == 0 ? 0 : shared.callsWithout;
+  return shared.buffersInUse + claimed < most;
 }
 
 }  // namespace
@@ -53,38 +62,31 @@ std::shared_ptr<ReadBuffers> ReadBuffers::make(std::size_t bufferSize, std::size
 
 ReadBuffers::ReadBuffers(std::size_t bufferSize, std::size_t largestRead)
     : _bufferSize(bufferSize), _largestRead(largestRead) {
-  const std::lock_guard lock(shared().mutex);
-  ++shared().calls;
-  ++shared().callsWithout;
+  SharedMemory& memory = shared();
+  const platform::MutexLock lock(memory.mutex);
+  ++memory.calls;
+  ++memory.callsWithout;
 }
 
 ReadBuffers::~ReadBuffers() {
-  const std::lock_guard lock(shared().mutex);
-  --shared().calls;
-  --shared().callsWithout;
-  shared().changed.notify_all();
-}
-
-bool ReadBuffers::mayTakeAnother() const {
-  if (_held == buffersPerCall) return false;
-  const SharedMemory& memory = shared();
-  const std::size_t most = std::max({leastSharedBuffers, sharedBytes / _bufferSize, memory.calls});
-  // A second buffer must leave one for every call that has none.
-  const std::size_t claimed = _held == 0 ? 0 : memory.callsWithout;
-  return memory.buffersInUse + claimed < most;
+  SharedMemory& memory = shared();
+  const platform::MutexLock lock(memory.mutex);
+  --memory.calls;
+  --memory.callsWithout;
+  memory.changed.notify_all();
 }
 
 std::shared_ptr<std::byte> ReadBuffers::next() {
   SharedMemory& memory = shared();
-  std::unique_lock lock(memory.mutex);
-  while (!mayTakeAnother()) (_held == buffersPerCall ? _givenBack : memory.changed).wait(lock);
+  platform::MutexLock lock(memory.mutex);
+  while (!mayTakeAnother(memory, _held, _bufferSize)) lock.wait(_held == buffersPerCall ? _givenBack : memory.changed);
   if (_held++ == 0) --memory.callsWithout;
   ++memory.buffersInUse;
-  std::byte* const buffer = takeIdleOrAllocate(_bufferSize, _largestRead).release();
+  std::byte* const buffer = takeIdleOrAllocate(memory, _bufferSize, _largestRead).release();
   lock.unlock();
   return {buffer, [self = shared_from_this()](std::byte* bytes) {
             SharedMemory& owner = shared();
-            std::unique_lock giveBack(owner.mutex);
+            platform::MutexLock giveBack(owner.mutex);
             owner.idle.push_back({.size = self->_bufferSize, .memory = platform::PageAlignedMemory(bytes)});
             --owner.buffersInUse;
             if (--self->_held == 0) ++owner.callsWithout;

@@ -26,7 +26,6 @@ class ReadBuffers : public std::enable_shared_from_this<ReadBuffers> {
   static constexpr std::size_t unknown = std::numeric_limits<std::size_t>::max();
 
   ReadBuffers(std::size_t bufferSize, std::size_t largestRead);
-  [[nodiscard]] bool mayTakeAnother() const;
 
   const std::size_t _bufferSize;
   const std::size_t _largestRead;
