@@ -106,7 +106,7 @@ def record_of(row, scale: float, measurement: measure.Measurement) -> dict:
         "digest": row.digest,
         "starts": row.starts,
         "scale": scale,
-        "cores": machine.cores(),
+        "cores": measurement.cores,
         "fileSystem": measurement.medium.file_system,
         "lacks": measurement.lacks(),
         "rounds": [],

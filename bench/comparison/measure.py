@@ -165,9 +165,14 @@ class Measurement:
         self.medium = medium
         self.row = row
         self._programs = programs
+        self._cpus = machine.cores()[: row.cores or None]
         self._source = medium.source(row)
         self._rounds_run = 0
         self._work = Path(tempfile.mkdtemp(prefix="work-", dir=medium.folder))
+
+    @property
+    def cores(self) -> int:
+        return len(self._cpus)
 
     def peers(self) -> list:
         return [peer for peer in commands.PEERS if self.row.digest in peer.digests]
@@ -306,10 +311,12 @@ class Measurement:
         with tempfile.TemporaryDirectory() as folder:
             result, log = Path(folder) / "result", Path(folder) / "log"
             with open(log, "w", encoding="utf-8") as output:
-                words = [str(word) for word in [self._programs.stopwatch, result, times, *command]]
+                cpus = ",".join(map(str, self._cpus))
+                words = ["taskset", "--cpu-list", cpus, self._programs.stopwatch, result, times, *command]
+                words = [str(word) for word in words]
                 ended = subprocess.run(words, stdin=subprocess.DEVNULL, stdout=output, stderr=output, check=False)
             if ended.returncode != 0:
                 tail = log.read_text(encoding="utf-8", errors="replace")[-2000:]
-                raise RuntimeError(f"status {ended.returncode} of:\n{' '.join(words[3:])}\n{tail}")
+                raise RuntimeError(f"status {ended.returncode} of:\n{' '.join(words[6:])}\n{tail}")
             wall, user, system, peak = map(float, result.read_text(encoding="ascii").split())
         return {"wall": wall, "cpu": user + system, "peakKiB": int(peak)}
