@@ -3,6 +3,9 @@
 Every round runs every command of a row once, beginning with another one each time. The figures go into a JSON file, row by
 row (a row that is measured again replaces the earlier one), and from there into an SVG chart and the tables of a page.
 Nothing of what is measured stays behind. Caches are dropped as a whole when this runs as root, else those of the source.
+
+With --against, two programs alone are measured, before and after a change: A B, B A, A B, ... The medians of their wall and
+processor times and the ratios A / B are printed, and no file is written.
 """
 
 import argparse
@@ -14,6 +17,8 @@ import subprocess
 import sys
 import time
 from pathlib import Path
+from statistics import median
+from typing import Optional
 
 from . import chart, machine, measure, results as records, tables
 from .rows import ROWS
@@ -32,7 +37,9 @@ def parse_arguments() -> argparse.Namespace:
     parser.add_argument("--media", nargs="+", choices=records.MEDIA, default=list(records.MEDIA), help="where to measure")
     parser.add_argument("--disk", default=str(ROOT / "build"), metavar="DIR", help="a folder on a disk (default: build)")
     parser.add_argument("--tmpfs", default="/dev/shm", metavar="DIR", help="a folder in memory (default: %(default)s)")
-    parser.add_argument("--rounds", type=int, metavar="N", help="(default: 3, 1 with --quick)")
+    parser.add_argument("--tool", type=program, metavar="A", help="the program to measure (default: the one of this tree)")
+    parser.add_argument("--against", type=program, metavar="B", help="another one, and nothing else")
+    parser.add_argument("--rounds", type=int, metavar="N", help="(default: 3, 4 with --against, 1 with --quick)")
     parser.add_argument("--append", action="store_true", help="add the rounds to those of the rows measured before")
     parser.add_argument("--no-peers", action="store_true", help="measure the tool and the floor alone; only with --append")
     parser.add_argument("--size-scale", type=float, default=1, metavar="X", help="sizes and counts times X")
@@ -41,39 +48,50 @@ def parse_arguments() -> argparse.Namespace:
     parser.add_argument("--draw", action="store_true", help="measure nothing, draw chart and tables from the figures")
     arguments = parser.parse_args()
     if arguments.rounds is None:
-        arguments.rounds = 1 if arguments.quick else 3
+        arguments.rounds = 1 if arguments.quick else 4 if arguments.against else 3
     if arguments.quick:
         arguments.size_scale = min(arguments.size_scale, QUICK_SCALE)
     if arguments.rounds < 1 or not 0 < arguments.size_scale <= 1:
         parser.error("--rounds must be at least 1, --size-scale above 0 and at most 1")
     if arguments.no_peers and not arguments.append:
         parser.error("--no-peers adds to rounds with them: give --append too")
-    # What is measured at smaller sizes must not stand where figures are published.
-    trial = arguments.size_scale != 1
+    if arguments.against and (arguments.append or arguments.draw or arguments.results):
+        parser.error("--against writes no file: no --append, --draw or --results")
+    # What is measured at smaller sizes, or of another program, must not stand where figures are published.
+    trial = arguments.size_scale != 1 or arguments.tool is not None
     arguments.results = Path(arguments.results or ROOT / ("build/benchmarks" if trial else "docs")).resolve()
     if trial and arguments.results == ROOT / "docs":
-        parser.error("smaller sizes are not for docs: give another --results")
+        parser.error("smaller sizes and other programs are not for docs: give another --results")
     return arguments
 
 
-def build() -> measure.Programs:
-    install = '. "$0/scripts/packages" && install_missing "${build_packages[@]}" "${bench_packages[@]}" "${peer_packages[@]}"'
-    subprocess.run(["bash", "-c", install, ROOT], check=True)
-    subprocess.run([ROOT / "scripts/offload", "-j", "/dev/null"], stdout=subprocess.DEVNULL, check=True)
+def program(path: str) -> Path:
+    if not (os.path.isfile(path) and os.access(path, os.X_OK)):
+        raise argparse.ArgumentTypeError(f"{path} is no program")
+    return Path(path).resolve()
+
+
+def build(tool: Optional[Path], against: Optional[Path]) -> measure.Programs:
+    packages = ["build", "bench", "compare"] + ([] if against else ["peer"])
+    names = " ".join(f'"${{{kind}_packages[@]}}"' for kind in packages)
+    subprocess.run(["bash", "-c", f'. "$0/scripts/packages" && install_missing {names}', ROOT], check=True)
+    if not tool:
+        subprocess.run([ROOT / "scripts/offload", "-j", "/dev/null"], stdout=subprocess.DEVNULL, check=True)
     subprocess.run([ROOT / "bench/build", "stopwatch", "raw-io", "start-floor"], check=True)
     built = ROOT / "build/bench"
     return measure.Programs(
-        _installed(ROOT / "build/tool/kdxdispatchcopy"),
+        _installed("tool", tool or ROOT / "build/tool/kdxdispatchcopy"),
+        against and _installed("against", against),
         built / "stopwatch",
         built / "raw-io",
-        _installed(built / "start-floor"),
+        _installed("floor", built / "start-floor"),
     )
 
 
-def _installed(program: Path) -> Path:
+def _installed(name: str, program: Path) -> Path:
     """A copy, as from a package, which the peers are from: what a linker writes is in the system's cache in single pages, which
     take longer to map."""
-    copy = ROOT / "build/bench/installed" / program.name
+    copy = ROOT / "build/bench/installed" / name / program.name
     subprocess.run(["install", "-D", program, copy], check=True)
     return copy
 
@@ -88,7 +106,7 @@ def record_of(row, scale: float, measurement: measure.Measurement) -> dict:
         "digest": row.digest,
         "starts": row.starts,
         "scale": scale,
-        "cores": machine.cores(),
+        "cores": measurement.cores,
         "fileSystem": measurement.medium.file_system,
         "lacks": measurement.lacks(),
         "rounds": [],
@@ -117,11 +135,14 @@ def measure_medium(arguments, name: str, programs: measure.Programs, results: di
                 raise SystemExit(f"{name} {row.name} was not measured with peers before")
             for number in range(arguments.rounds):
                 started = time.monotonic()
-                peers = [] if arguments.no_peers else measurement.peers()
+                peers = [] if arguments.no_peers or arguments.against else measurement.peers()
                 record["rounds"].append(measurement.run_round(len(record["rounds"]), peers))
                 took = time.monotonic() - started
                 print(f"{name} {row.name}: round {number + 1} of {arguments.rounds} took {took:.0f} s", flush=True)
             measurement.close()
+            if arguments.against:
+                print_pair(record["rounds"])
+                continue
             records.put_row(results, name, row.name, record)
             records.save(arguments.results / FIGURES, results)
             print_row(records.table(name, row.name, record))
@@ -133,6 +154,13 @@ def print_row(table: records.Table):
     print(f"  {'floor':24} {tables.seconds(table.floor):>10}  tool / floor {table.over_floor:.2f}")
     for line in table.lines:
         print(f"  {line.name:24} {tables.seconds(line.wall):>10}  {line.ratio:6.2f}", flush=True)
+
+
+def print_pair(rounds: list):
+    print(f"  {'':10} {'tool':>10} {'against':>10}  tool / against")
+    for title, key in [("wall", "wall"), ("processor", "cpu")]:
+        tool, against = (median(each["commands"][name][key] for each in rounds) for name in (records.TOOL, records.AGAINST))
+        print(f"  {title:10} {tables.seconds(tool):>10} {tables.seconds(against):>10}  {tool / against:.3f}", flush=True)
 
 
 def be_the_only_one():
@@ -155,11 +183,13 @@ def main():
     be_the_only_one()
     results = records.load(figures)
     if not arguments.draw:
-        programs = build()
-        results["machine"] = machine.describe()
+        programs = build(arguments.tool, arguments.against)
+        if not arguments.against:
+            results["machine"] = machine.describe()
         for name in arguments.media:
             measure_medium(arguments, name, programs, results)
-    draw(arguments.results, results)
+    if not arguments.against:
+        draw(arguments.results, results)
 
 
 if __name__ == "__main__":

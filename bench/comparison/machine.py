@@ -22,7 +22,7 @@ def _version(program: str) -> str:
 def describe() -> dict:
     return {
         "cpu": _first_match("/proc/cpuinfo", r"^model name\s*:\s*(.*)$"),
-        "cores": cores(),
+        "cores": len(cores()),
         "memoryGiB": round(int(_first_match("/proc/meminfo", r"^MemTotal:\s*(\d+)")) / (1 << 20)),
         "kernel": platform.release().split("-")[0],
         "system": _first_match("/etc/os-release", r'^PRETTY_NAME="(.*)"$'),
@@ -37,8 +37,9 @@ def available_memory() -> int:
     return int(_first_match("/proc/meminfo", r"^MemAvailable:\s*(\d+)")) * 1024
 
 
-def cores() -> int:
-    return len(os.sched_getaffinity(0))
+def cores() -> list:
+    """The numbers of those that this process may use."""
+    return sorted(os.sched_getaffinity(0))
 
 
 def file_system(directory: str) -> str:

@@ -7,9 +7,10 @@ import subprocess
 import tempfile
 from dataclasses import dataclass
 from pathlib import Path
+from typing import Optional
 
 from . import commands, machine
-from .results import START_FLOOR, TOOL
+from .results import AGAINST, START_FLOOR, TOOL
 from .rows import BLOCK, MIB, Job, Row, frame_name
 
 START_BLOCKS = 20  # the starts of a round are run in so many turns, so that a busy moment meets all commands alike
@@ -17,12 +18,16 @@ START_BLOCKS = 20  # the starts of a round are run in so many turns, so that a b
 
 @dataclass(frozen=True)
 class Programs:
-    """What was built for the comparison; the tool and the floor of a start are copies of it."""
+    """What was built for the comparison; the tools and the floor of a start are copies of it."""
 
     tool: Path
+    against: Optional[Path]  # measured in turn with the tool; then neither peers nor floors are
     stopwatch: Path
     raw_io: Path
     start_floor: Path
+
+    def tools(self) -> dict:
+        return {TOOL: self.tool} | ({AGAINST: self.against} if self.against else {})
 
 
 class WarmMemory:
@@ -160,9 +165,14 @@ class Measurement:
         self.medium = medium
         self.row = row
         self._programs = programs
+        self._cpus = machine.cores()[: row.cores or None]
         self._source = medium.source(row)
         self._rounds_run = 0
         self._work = Path(tempfile.mkdtemp(prefix="work-", dir=medium.folder))
+
+    @property
+    def cores(self) -> int:
+        return len(self._cpus)
 
     def peers(self) -> list:
         return [peer for peer in commands.PEERS if self.row.digest in peer.digests]
@@ -185,17 +195,19 @@ class Measurement:
     # One file or one sequence.
 
     def _copy_round(self, first: int, peers: list) -> dict:
-        runs = {TOOL: lambda: self._copy(lambda job: commands.tool_command(self._programs.tool, job), ())}
+        runs = {}
+        for name, tool in self._programs.tools().items():
+            runs[name] = lambda tool=tool: self._copy(lambda job: commands.tool_command(tool, job), (tool,))
         for peer in peers:
             runs[peer.shown_name(self._job())] = lambda peer=peer: self._copy(
                 lambda job: ["bash", "-c", peer.script(job)], peer.programs
             )
-        results = {}
+        results, limits = {}, {}
         for name in self._in_turn(list(runs), first):
             results[name] = runs[name]()
             print(f"  {name}: {results[name]['wall']:.2f} s", flush=True)
             # What else a shared machine does changes from minute to minute, and must not stand between the two.
-            if name == TOOL:
+            if name == TOOL and AGAINST not in runs:
                 limits = self._limits()
         return {"limits": limits, "commands": {name: results[name] for name in runs}}
 
@@ -237,8 +249,8 @@ class Measurement:
 
     def _warm_up(self, programs):
         """A program's own pages, which were dropped with all others, are no part of what is measured."""
-        for command in [[program, "--version"] for program in programs] + [[self._programs.tool]]:
-            subprocess.run(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=False)
+        for program in programs:
+            subprocess.run([program, "--version"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=False)
 
     def _check(self, job: Job):
         for destination in job.destinations:
@@ -268,10 +280,10 @@ class Measurement:
     def _start_round(self, first: int, peers: list) -> dict:
         job = Job(self.row, self._source, [self._work / "copy{}"], flush=False, direct=False)
         paths = [job.source, *job.destinations]
-        runs = {
-            TOOL: ([[self._programs.tool, "-k", "-nf", *paths]], self.row.starts),
-            START_FLOOR: ([[self._programs.start_floor, *paths]], self.row.starts),
-        }
+        tools = self._programs.tools().items()
+        runs = {name: ([[tool, "-k", "-nf", *paths]], self.row.starts) for name, tool in tools}
+        if AGAINST not in runs:
+            runs[START_FLOOR] = ([[self._programs.start_floor, *paths]], self.row.starts)
         for peer in peers:
             runs[peer.shown_name(job)] = (peer.start(job), max(1, int(self.row.starts * peer.start_share)))
         totals = {name: {"wall": 0.0, "cpu": 0.0, "peakKiB": 0} for name in runs}
@@ -299,10 +311,12 @@ class Measurement:
         with tempfile.TemporaryDirectory() as folder:
             result, log = Path(folder) / "result", Path(folder) / "log"
             with open(log, "w", encoding="utf-8") as output:
-                words = [str(word) for word in [self._programs.stopwatch, result, times, *command]]
+                cpus = ",".join(map(str, self._cpus))
+                words = ["taskset", "--cpu-list", cpus, self._programs.stopwatch, result, times, *command]
+                words = [str(word) for word in words]
                 ended = subprocess.run(words, stdin=subprocess.DEVNULL, stdout=output, stderr=output, check=False)
             if ended.returncode != 0:
                 tail = log.read_text(encoding="utf-8", errors="replace")[-2000:]
-                raise RuntimeError(f"status {ended.returncode} of:\n{' '.join(words[3:])}\n{tail}")
+                raise RuntimeError(f"status {ended.returncode} of:\n{' '.join(words[6:])}\n{tail}")
             wall, user, system, peak = map(float, result.read_text(encoding="ascii").split())
         return {"wall": wall, "cpu": user + system, "peakKiB": int(peak)}

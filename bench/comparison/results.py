@@ -9,6 +9,7 @@ from statistics import median
 from .rows import CACHED_READ_BACK, ROWS
 
 TOOL = "kdxdispatchcopy"
+AGAINST = "against"
 START_FLOOR = "start-floor"
 MEDIA = ("disk", "tmpfs")
 

@@ -22,6 +22,7 @@ class Row:
     read_back: bool = True
     digest: str = "md5"
     starts: int = 0  # other than 0: so many runs in a row, reported for one
+    cores: int = 0  # other than 0: no command has more
 
     @property
     def bytes(self) -> int:
@@ -44,6 +45,7 @@ ROWS = [
     Row("sha1", "one file to 1 destination, read back, SHA1", 2 * GIB, digest="sha1"),
     Row("xxhash64be", "one file to 1 destination, read back, XXHash64", 2 * GIB, digest="xxhash64be"),
     Row("big-3", "one file to 3 destinations, read back", 2 * GIB, destinations=3),
+    Row("big-3-core", "one file to 3 destinations, read back, on one core", 2 * GIB, destinations=3, cores=1),
     Row("big-3-k", "one file to 3 destinations", 2 * GIB, destinations=3, read_back=False),
     Row("frames-1m", "frames of 1 MiB to 2 destinations, read back", MIB, frames=1000, destinations=2),
     Row("frames-12m", "frames of 12 MiB to 2 destinations, read back", 12 * MIB, frames=200, destinations=2),
