@@ -17,8 +17,9 @@ namespace platform {
 class ChildProcess {
  public:
   // Starts this program once more with the arguments (argument 0 is its name). The child reads its standard input from
-  // nowhere, and `orders` and writes `results` as descriptors 3 and 4. It inherits no other descriptor but those in
-  // `inherited`, under their own numbers. It is in a process group of its own, so that Ctrl-C reaches the parent alone.
+  // nowhere, and `orders` and writes `results` as descriptors 3 and 4. It inherits no other descriptor but copies
+  // of those in `inherited`, under other numbers. It is in a process group of its own, so that Ctrl-C reaches the parent alone. It ends when
+  // the calling thread does.
   static std::optional<ChildProcess> start(const std::vector<std::string>& arguments, const std::vector<int>& inherited,
                                            ErrorPlace error);
 
@@ -48,8 +49,5 @@ class ChildProcess {
   pid_t _id = -1;
   std::optional<int> _exitStatus;
 };
-
-// To be called by a child first of all: ends it when the parent is gone, even if that has happened already.
-void endWithParent(pid_t parent);
 
 }  // namespace platform

@@ -17,6 +17,8 @@
 #include <tuple>
 #include <vector>
 
+#include "platform/FileURL.h"
+
 namespace platform {
 
 namespace {
@@ -167,6 +169,13 @@ std::optional<Folder> Folder::makeFolders(std::string_view path, ErrorPlace erro
   return Folder(std::move(current));
 }
 
+bool Folder::makeFolder(const std::string& name, ErrorPlace error) const {
+  if (::mkdirat(_folder.get(), name.c_str(), modeOfNewFolders) == 0) return true;
+  const int code = errno;
+  const std::optional<ItemFacts> there = factsOf(name, nullptr);
+  return (there && there->kind == ItemKind::folder) || fail(error, posixError("mkdir", name, code));
+}
+
 FileDescriptor Folder::openFile(const std::string& name, ErrorPlace error) const {
   FileDescriptor file(::openat(_folder.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!file.isOpen()) {
@@ -252,6 +261,12 @@ bool Folder::lock(ErrorPlace error) const {
 
 std::string Folder::path() const {
   return pathOfDescriptor(_folder.get());
+}
+
+bool makeOneFolder(const std::string& path, ErrorPlace error) {
+  if (::mkdir(path.c_str(), modeOfNewFolders) != 0) return fail(error, posixError("mkdir", path, errno));
+  const std::optional<Folder> above = Folder::open(FileURL(path).deletingLastPathComponent().path(), error);
+  return above && above->sync(error);
 }
 
 bool setModeAndTime(int file, uint32_t mode, int64_t modified, ErrorPlace error) {

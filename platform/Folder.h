@@ -35,6 +35,8 @@ class Folder {
   [[nodiscard]] std::optional<Folder> openFolder(std::string_view path, ErrorPlace error) const;
   // Makes those folders on the way that are missing, with mode 0777 less the umask.
   [[nodiscard]] std::optional<Folder> makeFolders(std::string_view path, ErrorPlace error) const;
+  // Makes the one folder, unless it is there already.
+  bool makeFolder(const std::string& name, ErrorPlace error) const;
   // A regular file, for reading; not waited for when it is a pipe.
   [[nodiscard]] FileDescriptor openFile(const std::string& name, ErrorPlace error) const;
 
@@ -73,6 +75,9 @@ class Folder {
   explicit Folder(FileDescriptor folder) : _folder(std::move(folder)) {}
   FileDescriptor _folder;
 };
+
+// Makes the folder at the path, and its name permanent; the one above must be there. One that is there already is an error.
+bool makeOneFolder(const std::string& path, ErrorPlace error);
 
 // Of an open file or folder: sets mode and time of change. Not permanent before a sync.
 bool setModeAndTime(int file, uint32_t mode, int64_t modified, ErrorPlace error);

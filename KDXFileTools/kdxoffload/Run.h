@@ -26,10 +26,18 @@ struct RunSettings {
   double stallSeconds = 300;
   std::vector<int> inherited{};                 // see WorkerPool
   std::vector<std::string> destinationPaths{};  // as given, for displays
+  std::string cardPath{};                       // the same
+  // Digests of what was proved before, one for each entry of the card; none where there is none.
+  std::vector<FileDigest> knownDigests{};
+  // For every entry of the card: at which destinations this folder does not have its mode and time yet.
+  std::vector<DestinationSet> foldersToKeep{};
 };
 
-// Carries a plan out: folders, then files, then what failed once more, then links, then times and modes of the folders, and
-// last what is to be removed. Owns the workers and the clock. A failed job never ends it.
+// Carries a plan out: folders, then files, then what failed once more, then links, then what is to be removed, and last times
+// and modes of the folders. Owns the workers and the clock. A failed job never ends it.
+//
+// A file is reported as proved, and recorded, only after its job has ended with 0 and its data and names are permanent. Small
+// files share a flush: those of a batch wait for one sync of every destination.
 class Run {
  public:
   // References must live as long as the run.

@@ -47,7 +47,8 @@ class WorkerPool {
   void give(const JobOrder& order, Done done);
   [[nodiscard]] std::size_t running() const;
 
-  // Ends the workers; every order under way ends with the status of its process. Temporary files are left.
+  // Ends the workers that copy or compare; each of their orders ends with the status of its process. Temporary files are left.
+  // What else is under way goes on, and new orders may be given.
   void stop();
   // Lets the workers end by themselves; only while none is running.
   void close();
