@@ -20,7 +20,6 @@ namespace platform {
 namespace {
 
 constexpr int firstFreeDescriptor = 5;
-constexpr const char* thisProgram = "/proc/self/exe";
 
 struct Pipe {
   FileDescriptor read;
@@ -46,7 +45,8 @@ void makeNonblocking(const FileDescriptor& descriptor) {
 
 // What the child does between its birth and the program's start. Only calls that are allowed there.
 [[noreturn]] void becomeProgram(const std::array<int, firstFreeDescriptor>& descriptors,
-                                const std::vector<int>& inherited, char* const* arguments, pid_t parent) {
+                                const std::vector<int>& inherited, const char* program,
+                                char* const* arguments, pid_t parent) {
   ::setpgid(0, 0);
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (::getppid() != parent) ::_exit(EXIT_FAILURE);
@@ -58,7 +58,7 @@ void makeNonblocking(const FileDescriptor& descriptor) {
   sigset_t none;
   ::sigemptyset(&none);
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
-  ::execv(thisProgram, arguments);
+  ::execv(program, arguments);
   ::_exit(EXIT_FAILURE);
 }
 
@@ -80,7 +80,7 @@ FileDescriptor watchProcess(pid_t process) {
 
 }  // namespace
 
-std::optional<ChildProcess> ChildProcess::start(const std::vector<std::string>& arguments,
+std::optional<ChildProcess> ChildProcess::start(const std::string& program, const std::vector<std::string>& arguments,
                                                 const std::vector<int>& inherited, ErrorPlace error) {
   std::optional<Pipe> orders = makePipe();
   std::optional<Pipe> results = makePipe();
@@ -97,7 +97,7 @@ std::optional<ChildProcess> ChildProcess::start(const std::vector<std::string>& 
   const std::vector<char*> pointers = argumentsOf(words);
   const pid_t parent = ::getpid();
   const pid_t child = ::fork();
-  if (child == 0) becomeProgram(descriptors, inherited, pointers.data(), parent);
+  if (child == 0) becomeProgram(descriptors, inherited, program.c_str(), pointers.data(), parent);
   if (child < 0) {
     fail(error, posixError("fork", "", errno));
     return std::nullopt;

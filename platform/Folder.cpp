@@ -1,5 +1,6 @@
 #include "platform/Folder.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <linux/magic.h>
@@ -14,6 +15,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <memory>
 #include <tuple>
 #include <vector>
 
@@ -138,6 +140,24 @@ FileDescriptor openWay(int folder, std::string_view path) {
   return current;
 }
 
+struct CloseStream {
+  void operator()(DIR* stream) const { ::closedir(stream); }
+};
+using Stream = std::unique_ptr<DIR, CloseStream>;
+
+// On a descriptor of its own, which shares its position with the folder's.
+Stream openStream(int folder) {
+  FileDescriptor own(::fcntl(folder, F_DUPFD_CLOEXEC, 0));
+  if (!own.isOpen()) return nullptr;
+  Stream stream(::fdopendir(own.get()));
+  if (stream) own.release();
+  return stream;
+}
+
+bool isOwnName(std::string_view name) {
+  return name == "." || name == "..";
+}
+
 }  // namespace
 
 std::optional<Folder> Folder::open(const std::string& path, ErrorPlace error) {
@@ -150,6 +170,12 @@ std::optional<Folder> Folder::openFolder(std::string_view path, ErrorPlace error
   if (leadsUp(path)) return none<Folder>(error, posixError("open", path, EXDEV));
   FileDescriptor folder = openWay(_folder.get(), path);
   if (!folder.isOpen()) return none<Folder>(error, posixError("open", path, errno));
+  return Folder(std::move(folder));
+}
+
+std::optional<Folder> Folder::openParent(ErrorPlace error) const {
+  FileDescriptor folder(::openat(_folder.get(), "..", openFolderFlags));
+  if (!folder.isOpen()) return none<Folder>(error, posixError("open", "..", errno));
   return Folder(std::move(folder));
 }
 
@@ -186,6 +212,21 @@ FileDescriptor Folder::openFile(const std::string& name, ErrorPlace error) const
   if (found && found->kind == ItemKind::file) return file;
   fail(error, posixError("open", name, EISDIR));
   return {};
+}
+
+std::optional<std::vector<std::string>> Folder::names(ErrorPlace error) const {
+  using Names = std::vector<std::string>;
+  const Stream stream = openStream(_folder.get());
+  if (!stream) return none<Names>(error, posixError("opendir", "", errno));
+  ::rewinddir(stream.get());
+  Names found;
+  errno = 0;
+  while (const dirent* item = ::readdir(stream.get())) {
+    if (!isOwnName(item->d_name)) found.emplace_back(item->d_name);
+    errno = 0;
+  }
+  if (errno != 0) return none<Names>(error, posixError("readdir", "", errno));
+  return found;
 }
 
 std::optional<ItemFacts> Folder::factsOf(const std::string& name, ErrorPlace error) const {

@@ -77,6 +77,7 @@ struct FileEnded {
   std::string reason{};  // of a failure
   double jobSeconds = 0;
   double seconds = 0;
+  std::optional<uint64_t> sequenceJob{};  // of a frame that ended with its whole sequence: the number of that job
 };
 
 // About every quarter of a second while jobs run, and when somebody asks (`isAsked`). The state of everything.

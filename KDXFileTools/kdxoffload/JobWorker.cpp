@@ -9,7 +9,6 @@
 
 #include "KDXFileTools/kdxdispatchcopy/FrontEnd.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchVerify.h"
-#include "KDXFileTools/kdxoffload/Lister.h"
 #include "platform/Process.h"
 
 namespace kdxoffload {
@@ -369,8 +368,8 @@ void JobWorker::clean(const JobOrder& order, JobResult& /*result*/) {
     }
     const std::optional<Folder> aliases = place.root->openFolder(_setup.privateFolder, nullptr);
     if (_setup.privateFolder.empty() || !aliases) continue;
-    for (const Entry& entry : listTree(*aliases, {}, [] { return false; }).entries) {
-      if (entry.parent == Entry::root) std::ignore = aliases->removeItem(entry.name, nullptr);
+    for (const std::string& name : aliases->names(nullptr).value_or(std::vector<std::string>())) {
+      std::ignore = aliases->removeItem(name, nullptr);
     }
     std::ignore = place.root->removeFolder(_setup.privateFolder, nullptr);
   }

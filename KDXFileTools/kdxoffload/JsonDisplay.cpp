@@ -1,14 +1,218 @@
 #include "KDXFileTools/kdxoffload/JsonDisplay.h"
 
+#include <fmt/format.h>
+#include <openssl/evp.h>
+
+#include <nlohmann/json.hpp>
+#include <string_view>
+
+#include "KDXFileTools/kdxoffload/StateLines.h"
+#include "platform/Text.h"
+
 namespace kdxoffload {
 
+namespace {
+
+using nlohmann::ordered_json;
+
+constexpr double secondsBetweenStatuses = 1;
+
+std::string base64(std::string_view bytes) {
+  constexpr std::size_t group = 3;    // bytes that become
+  constexpr std::size_t letters = 4;  // so many
+  std::string text((bytes.size() + group - 1) / group * letters + 1, '\0');
+  const auto* from = reinterpret_cast<const unsigned char*>(bytes.data());
+  const int length =
+      EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), from, static_cast<int>(bytes.size()));
+  text.resize(static_cast<std::size_t>(length));
+  return text;
+}
+
+std::string asLine(const ordered_json& object) {
+  constexpr int onOneLine = -1;
+  constexpr bool asciiAlone = true;
+  return object.dump(onOneLine, ' ', asciiAlone, ordered_json::error_handler_t::replace) + "\n";
+}
+
+void addPath(ordered_json& object, const std::string& path) {
+  object["path"] = path;
+  if (!platform::isUTF8(path)) object["path_base64"] = base64(path);
+}
+
+// Null where there is nothing to say.
+ordered_json textOrNull(const std::string& text) {
+  return text.empty() ? ordered_json(nullptr) : ordered_json(text);
+}
+
+std::string_view nameOf(JobPhase phase) {
+  switch (phase) {
+    case JobPhase::copying:
+      return "copying";
+    case JobPhase::readingBack:
+      return "reading-back";
+    case JobPhase::flushing:
+      return "flushing";
+  }
+  return "";
+}
+
+std::string_view nameOf(FileOutcome outcome) {
+  switch (outcome) {
+    case FileOutcome::proved:
+      return "proved";
+    case FileOutcome::alreadyProved:
+      return "already-proved";
+    case FileOutcome::adopted:
+      return "adopted";
+    case FileOutcome::failed:
+      return "failed";
+    case FileOutcome::excluded:
+      return "excluded";
+  }
+  return "";
+}
+
+std::string_view nameOf(platform::ReadBack readBack) {
+  switch (readBack) {
+    case platform::ReadBack::device:
+      return "device";
+    case platform::ReadBack::clientCacheBypassed:
+      return "client-cache-bypassed";
+    case platform::ReadBack::unknown:
+      break;
+  }
+  return "unknown";
+}
+
+ordered_json objectOf(const Planned& planned) {
+  return {{"type", "plan"},
+          {"files", planned.files},
+          {"folders", planned.folders},
+          {"links", planned.links},
+          {"bytes", planned.bytes},
+          {"sequences", planned.sequences},
+          {"done_before", planned.filesDoneBefore}};
+}
+
+ordered_json objectOf(const FileEnded& file) {
+  ordered_json object{{"type", "file"}};
+  addPath(object, file.path);
+  object["size"] = file.size;
+  object["digest"] = textOrNull(file.digest.text());
+  object["outcome"] = nameOf(file.outcome);
+  object["status"] = file.status;
+  object["reason"] = textOrNull(file.reason);
+  object["seconds"] = file.jobSeconds;
+  return object;
+}
+
+ordered_json objectOfText(std::string_view type, const std::string& text, const std::optional<std::string>& path) {
+  ordered_json object{{"type", type}, {"text", text}};
+  if (path) addPath(object, *path);
+  return object;
+}
+
+ordered_json objectOf(const RunningJob& job) {
+  ordered_json object = ordered_json::object();
+  addPath(object, job.path);
+  object["phase"] = nameOf(job.phase);
+  return object;
+}
+
+ordered_json objectOf(const Progress& progress, const RunningJobs& running) {
+  ordered_json object{{"type", "status"},
+                      {"seconds", progress.seconds},
+                      {"seconds_left", nullptr},
+                      {"bytes_done", progress.bytesDone},
+                      {"bytes", progress.bytes},
+                      {"files_done", progress.filesDone},
+                      {"files", progress.files},
+                      {"failures", progress.failures},
+                      {"running", ordered_json::array()}};
+  if (progress.secondsLeft) object["seconds_left"] = *progress.secondsLeft;
+  for (const auto& [number, job] : running.all()) object["running"].push_back(objectOf(job));
+  return object;
+}
+
+ordered_json objectOf(const Finished::Destination& destination) {
+  ordered_json object = ordered_json::object();
+  addPath(object, destination.path);
+  object["file_system"] = destination.fileSystem;
+  object["read_back"] = nameOf(destination.readBack);
+  return object;
+}
+
+ordered_json objectOf(const NotProved& file) {
+  ordered_json object = ordered_json::object();
+  addPath(object, file.path);
+  object["status"] = file.status;
+  object["reason"] = textOrNull(file.reason);
+  return object;
+}
+
+ordered_json objectOf(const Finished& finished) {
+  const Verdict& verdict = finished.verdict;
+  ordered_json object{{"type", "summary"},
+                      {"verdict", verdict.isSafe ? "safe" : "not-safe"},
+                      {"exit_status", verdict.exitStatus},
+                      {"files", verdict.files},
+                      {"proved", verdict.proved},
+                      {"bytes", verdict.bytes},
+                      {"seconds", finished.seconds},
+                      {"destinations", ordered_json::array()},
+                      {"not_proved", ordered_json::array()}};
+  for (const Finished::Destination& destination : finished.destinations) {
+    object["destinations"].push_back(objectOf(destination));
+  }
+  for (const NotProved& file : verdict.notProved) object["not_proved"].push_back(objectOf(file));
+  return object;
+}
+
+ordered_json warningOf(const std::string& text) {
+  return objectOfText("warning", text, std::nullopt);
+}
+
+}  // namespace
+
 JsonDisplay::JsonDisplay(OutputStream& results) : _results(results) {}
+JsonDisplay::JsonDisplay(OutputStream& results, OutputStream& messages) : _results(results), _messages(&messages) {}
 
 void JsonDisplay::take(const Event& event) {
-  if (const auto* finished = std::get_if<Finished>(&event)) {
-    _results.write(finished->verdict.isSafe ? "{\"type\":\"summary\",\"verdict\":\"safe\"}\n"
-                                            : "{\"type\":\"summary\",\"verdict\":\"not-safe\"}\n");
+  if (_isFinished) return;
+  _running.take(event);
+  if (const auto* planned = std::get_if<Planned>(&event)) _results.write(asLine(objectOf(*planned)));
+  if (const auto* progress = std::get_if<Progress>(&event)) takeState(*progress);
+  if (const auto* file = std::get_if<FileEnded>(&event)) _results.write(asLine(objectOf(*file)));
+  if (const auto* warned = std::get_if<Warned>(&event)) {
+    _warned.insert(warned->text);
+    _results.write(asLine(objectOfText("warning", warned->text, warned->path)));
   }
+  if (const auto* error = std::get_if<ErrorReported>(&event)) {
+    _results.write(asLine(objectOfText("error", error->text, error->path)));
+  }
+  if (const auto* finished = std::get_if<Finished>(&event)) takeEnd(*finished);
+}
+
+void JsonDisplay::takeState(const Progress& progress) {
+  if (progress.isAsked && _messages != nullptr) _messages->write(stateReport(progress, _running));
+  if (!progress.isAsked && progress.seconds < _nextStatus) return;
+  _nextStatus = progress.seconds + secondsBetweenStatuses;
+  _results.writeUnlessWaiting(asLine(objectOf(progress, _running)));
+}
+
+void JsonDisplay::takeEnd(const Finished& finished) {
+  _isFinished = true;
+  std::string lines;
+  for (const auto* texts : {&finished.verdict.changes, &finished.verdict.remarks}) {
+    for (const std::string& text : *texts) {
+      // Warnings are said again beside the verdict, for people; a program has read them.
+      if (_warned.insert(text).second) lines += asLine(warningOf(text));
+    }
+  }
+  if (const uint64_t dropped = _results.dropped(); dropped != 0) {
+    lines += asLine(warningOf(fmt::format("{} lines were left out, since nobody read them", dropped)));
+  }
+  _results.writeAlways(lines + asLine(objectOf(finished)));
 }
 
 }  // namespace kdxoffload

@@ -96,7 +96,7 @@ struct Run::State : std::enable_shared_from_this<Run::State> {
   // What is told.
   void postPlan();
   void postPlannedOutcomes();
-  void postFile(EntryIndex entry, double jobSeconds);
+  void postFile(EntryIndex entry, double jobSeconds, std::optional<uint64_t> sequenceJob = std::nullopt);
   void postRest();
   void tellState(bool isAsked);
   void watch();
@@ -399,7 +399,9 @@ void Run::State::settle(Batch& batch, const JobResult& synced) {
   if (synced.status != 0) return;
   for (const Batch::Finished& finished : batch.finished) {
     const double seconds = finished.report.output.secondsCopying() + finished.report.output.secondsReadingBack();
-    for (const EntryIndex file : plan.filesOf(finished.job)) postFile(file, seconds);
+    const bool isSequence = finished.job.sequence != Job::noSequence;
+    const auto sequence = isSequence ? std::optional(finished.report.result.number) : std::nullopt;
+    for (const EntryIndex file : plan.filesOf(finished.job)) postFile(file, seconds, sequence);
   }
 }
 
@@ -575,7 +577,7 @@ void Run::State::postPlannedOutcomes() {
 }
 
 // Tells of the file as soon as it is proved everywhere.
-void Run::State::postFile(EntryIndex entry, double jobSeconds) {
+void Run::State::postFile(EntryIndex entry, double jobSeconds, std::optional<uint64_t> sequenceJob) {
   if (isReported[entry] || !results.isProvedEverywhere(entry)) return;
   isReported[entry] = true;
   ++filesProved;
@@ -591,7 +593,8 @@ void Run::State::postFile(EntryIndex entry, double jobSeconds) {
                  .digest = results.digests[entry],
                  .outcome = outcome,
                  .jobSeconds = jobSeconds,
-                 .seconds = now()});
+                 .seconds = now(),
+                 .sequenceJob = sequenceJob});
 }
 
 // The files that are not proved.

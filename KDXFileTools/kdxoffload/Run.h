@@ -12,6 +12,7 @@
 #include "KDXFileTools/kdxoffload/JobOrder.h"
 #include "KDXFileTools/kdxoffload/Plan.h"
 #include "KDXFileTools/kdxoffload/Results.h"
+#include "platform/ChildProcess.h"
 
 namespace asio {
 class io_context;
@@ -22,7 +23,8 @@ namespace kdxoffload {
 // How a plan is carried out.
 struct RunSettings {
   WorkerSetup setup{};
-  std::optional<std::size_t> jobs{};  // at once; none: as many as pays
+  std::string program{platform::thisProgram};  // that the workers run
+  std::optional<std::size_t> jobs{};           // at once; none: as many as pays
   double stallSeconds = 300;
   std::vector<int> inherited{};                 // see WorkerPool
   std::vector<std::string> destinationPaths{};  // as given, for displays

@@ -42,7 +42,7 @@ struct Verdict {
   std::vector<NotProved> notProved{};  // in the order of the card
   std::vector<std::string> changes{};  // what came, went or changed meanwhile, one sentence each
   std::vector<std::string>
-      remarks;          // what is said beside the verdict: warnings, what is not kept, what a read-back proves
+      remarks{};        // what is said beside the verdict: warnings, what is not kept, what a read-back proves
   uint64_t files = 0;   // of the card, without what was excluded
   uint64_t proved = 0;  // at every destination
   uint64_t bytes = 0;   // of the card's files

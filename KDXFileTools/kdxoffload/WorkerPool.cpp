@@ -8,7 +8,6 @@
 
 #include "KDXFileTools/kdxoffload/Worker.h"
 #include "KDXFileTools/kdxoffload/WorkerProtocol.h"
-#include "platform/ChildProcess.h"
 
 namespace kdxoffload {
 
@@ -233,7 +232,7 @@ struct WorkerPool::State : std::enable_shared_from_this<WorkerPool::State> {
         std::ranges::find_if(workers, [](const std::shared_ptr<Worker>& worker) { return worker->isIdle(); });
     if (idle != workers.end()) return *idle;
     std::optional<platform::ChildProcess> process =
-        platform::ChildProcess::start({"kdxoffload", workerArgument}, settings.inherited, error);
+        platform::ChildProcess::start(settings.program, {"kdxoffload", workerArgument}, settings.inherited, error);
     if (!process) return nullptr;
     workers.push_back(std::make_shared<Worker>(context, std::move(*process), *this));
     workers.back()->begin(settings.setup);

@@ -8,6 +8,7 @@
 
 #include "KDXFileTools/kdxoffload/JobOrder.h"
 #include "KDXFileTools/kdxoffload/WorkerOutput.h"
+#include "platform/ChildProcess.h"
 
 namespace asio {
 class io_context;
@@ -28,6 +29,7 @@ class WorkerPool {
  public:
   struct Settings {
     WorkerSetup setup{};
+    std::string program{platform::thisProgram};  // that the workers run
     std::size_t ordersOfAWorker = 64;  // then it is replaced: what jobs leave behind in a process does not pile up
     double stallSeconds = 300;         // without any input or output an order is ended
     std::vector<int> inherited{};      // descriptors that live as long as the workers: the destinations' locks
