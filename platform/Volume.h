@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/NameFolding.h"
+
 namespace platform {
 
 // How a read-back past the file cache is served by a file system: by the device, by a server whose own cache can't be told
@@ -20,6 +22,8 @@ struct Volume {
   uint64_t blockSize = 0;   // bytes that files are rounded up to
   uint64_t freeBytes = 0;   // for this user
   uint64_t freeInodes = 0;  // UINT64_MAX where the file system has no such limit
+  int64_t timeGrain = 1;    // nanoseconds: times of change are kept in multiples of it
+  NameFolding names = NameFolding::unknown;
   bool isReadOnly = false;
   ReadBack readBack = ReadBack::unknown;
 };

@@ -21,4 +21,10 @@ std::string Listing::folderOf(EntryIndex entry) const {
   return parent == Entry::root ? "" : pathOf(parent);
 }
 
+EntryIndex Listing::endOfFolder(EntryIndex entry) const {
+  const EntryIndex parent = entries[entry].parent;
+  while (entry < entries.size() && entries[entry].parent == parent) ++entry;
+  return entry;
+}
+
 }  // namespace kdxoffload

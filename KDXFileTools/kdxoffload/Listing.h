@@ -30,8 +30,8 @@ struct Unlisted {
   bool isFolder = false;
 };
 
-// All that is on the card, at one moment. Folders come before what is in them, names of a folder in the order of their
-// bytes, so that listings of the same tree are equal. The card's own folder is no entry. A plain value; paths are put
+// All that is on the card, at one moment. Folders come before what is in them, entries of one folder stand together, names of
+// a folder in the order of their bytes, so that listings of the same tree are equal. The card's own folder is no entry. A plain value; paths are put
 // together when asked for, since ten thousand folders one in another would have paths of hundreds of megabytes.
 struct Listing {
   std::vector<Entry> entries{};
@@ -43,6 +43,8 @@ struct Listing {
   [[nodiscard]] std::string pathOf(EntryIndex entry) const;
   // Of the folder that the entry is in; "" for the card itself.
   [[nodiscard]] std::string folderOf(EntryIndex entry) const;
+  // Position behind the last entry that is in the same folder.
+  [[nodiscard]] EntryIndex endOfFolder(EntryIndex entry) const;
 };
 
 // What stands at one destination under the names of the card: for each entry of a listing, at the same position, its facts

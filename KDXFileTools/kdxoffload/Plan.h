@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <span>
 #include <string>
 #include <vector>
@@ -23,7 +24,7 @@ struct Job {
   static constexpr uint32_t noSequence = UINT32_MAX;
 
   JobKind kind = JobKind::copy;
-  bool replaces = false;           // a regular file at the final name makes room
+  bool replaces = false;           // a regular file at the final name makes room; of a comparison: when it differs
   bool usesAlias = false;          // the job gets another name than the card's (see needsAlias)
   uint32_t first = 0;              // its files: positions in Plan::files
   uint32_t count = 1;              // more than one for a sequence
@@ -74,13 +75,14 @@ struct PlanWishes {
   bool readBack = true;  // what was only copied counts as proved without it
   bool recheck = false;
   bool replace = false;
-  uint32_t algorithm = 0;
+  uint32_t algorithm = 0;  // a proof with another one is made again; 0: any will do
 };
 
-// One destination as the plan sees it. `records` has one for each entry of the card.
+// One destination as the plan sees it. `records` has one for each entry of the card, or none at all.
 struct PlannedDestination {
   DestinationListing listing{};
   std::vector<FileRecord> records{};
+  std::map<EntryIndex, std::string> linkTargets{};  // of links that stand there; without, a job looks at the link
   platform::Volume volume{};
 };
 
