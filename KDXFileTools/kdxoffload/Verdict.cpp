@@ -11,7 +11,7 @@
 #include "KDXFileTools/kdxoffload/Changes.h"
 #include "KDXFileTools/kdxoffload/ExitStatus.h"
 #include "KDXFileTools/kdxoffload/JobOrder.h"
-#include "KDXFileTools/kdxoffload/TimeGrain.h"
+#include "KDXFileTools/kdxoffload/SameTime.h"
 
 namespace kdxoffload {
 
@@ -55,6 +55,9 @@ class Judgement {
   [[nodiscard]] std::string_view fileSystemOf(std::size_t destination) const {
     return destination < _facts.volumes.size() ? std::string_view(_facts.volumes[destination].fileSystem) : "";
   }
+  [[nodiscard]] int64_t timeGrainOf(std::size_t destination) const {
+    return destination < _facts.volumes.size() ? _facts.volumes[destination].timeGrain : 1;
+  }
   // Every part is about the same entries and destinations.
   [[nodiscard]] static bool fitTogether(const VerdictFacts& facts) {
     const std::size_t entries = facts.before.entries.size();
@@ -80,7 +83,7 @@ class Judgement {
     const ItemFacts& found = _facts.destinations[destination][index];
     if (seen.kind == ItemKind::absent) return true;
     return seen.kind == found.kind && seen.size == found.size &&
-           isSameTime(seen.modified, found.modified, fileSystemOf(destination));
+           isSameTime(seen.modified, found.modified, timeGrainOf(destination));
   }
 
   [[nodiscard]] Place placeOf(EntryIndex index, std::size_t destination) const {

@@ -353,7 +353,7 @@ TEST(Verdict, ATimeThatTheFileSystemKeepsCoarselyIsNoChange) {
   Offload offload;
   offload.destinations[shuttle][clip].modified += 1'000'000'000;
   EXPECT_FALSE(offload.verdict().isSafe);
-  offload.volumes[shuttle].fileSystem = "vfat";
+  offload.volumes[shuttle].timeGrain = 2'000'000'000;
   EXPECT_TRUE(offload.verdict().isSafe);
 }
 
