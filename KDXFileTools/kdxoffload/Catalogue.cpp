@@ -38,6 +38,8 @@ constexpr std::array<std::string_view, 6> schema{
     "PRAGMA user_version = 1"};
 static_assert(applicationID == 1262770255 && version == 1);
 
+constexpr std::string_view noPlace = "there is no home folder to keep a catalogue in";
+
 using Paths = std::vector<std::string>;
 
 // Why what is in the database is not to be used; none for a catalogue, and for a database without anything in it.
@@ -182,7 +184,7 @@ struct Catalogue::State {
   }
 
   void giveUp(std::string_view why) {
-    problem = fmt::format("the catalogue {} can't be used: {}", path, why);
+    problem = path.empty() ? std::string(why) : fmt::format("the catalogue {} can't be used: {}", path, why);
     database.reset();
   }
 
@@ -252,6 +254,10 @@ Catalogue::~Catalogue() = default;
 Catalogue Catalogue::open(const std::string& path, std::chrono::milliseconds patience) {
   Catalogue catalogue(std::make_unique<State>());
   State& state = *catalogue._state;
+  if (path.empty()) {
+    state.giveUp(noPlace);
+    return catalogue;
+  }
   const platform::FileURL url(path);
   state.path = url.path();
   std::optional<platform::Error> error;
@@ -276,6 +282,10 @@ Catalogue Catalogue::open(const std::string& path, std::chrono::milliseconds pat
 Catalogue Catalogue::openForReading(const std::string& path, std::chrono::milliseconds patience) {
   Catalogue catalogue(std::make_unique<State>());
   State& state = *catalogue._state;
+  if (path.empty()) {
+    state.giveUp(noPlace);
+    return catalogue;
+  }
   state.path = platform::FileURL(path).path();
   if (const auto objection = objectionToPath(state.path)) {
     state.giveUp(*objection);

@@ -62,7 +62,8 @@ class Catalogue {
   // A sync on a busy disk takes seconds, and the other program holds its lock until then.
   static constexpr std::chrono::milliseconds usualPatience{15'000};
 
-  // The one at the path; it and its folder are made when missing. A file that is not a catalogue is left as it is.
+  // The one at the path; it and its folder are made when missing. A file that is not a catalogue is left as it is. No path is
+  // a problem too.
   //   patience  how long another program's lock is waited for, each time
   static Catalogue open(const std::string& path, std::chrono::milliseconds patience = usualPatience);
   // As `open`, but nothing is made or changed: for looking things up. A missing one is empty.

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "KDXFileTools/kdxoffload/NameClashes.h"
+#include "KDXFileTools/kdxoffload/SameTime.h"
 #include "KDXFileTools/kdxoffload/SequenceFinder.h"
 #include "platform/Text.h"
 
@@ -66,12 +67,6 @@ Decision decideLink(const ItemFacts& there, const std::string* target, const std
   if (there.kind != ItemKind::link) return obstacle(obstacleOf(there));
   if (target == nullptr || targetThere == nullptr) return {.step = Step::makeLink};
   return *target == *targetThere ? Decision{.step = Step::proved} : obstacle(Obstacle::differentLink);
-}
-
-bool isSameTime(int64_t one, int64_t other, int64_t grain) {
-  const auto apart = one > other ? static_cast<uint64_t>(one) - static_cast<uint64_t>(other)
-                                 : static_cast<uint64_t>(other) - static_cast<uint64_t>(one);
-  return apart < static_cast<uint64_t>(std::max<int64_t>(grain, 1));
 }
 
 bool isAsOnCard(const FileRecord& record, const ItemFacts& onCard) {

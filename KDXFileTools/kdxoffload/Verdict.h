@@ -5,8 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "KDXFileTools/kdxoffload/Amounts.h"
 #include "KDXFileTools/kdxoffload/Listing.h"
 #include "KDXFileTools/kdxoffload/Plan.h"
+#include "KDXFileTools/kdxoffload/Reasons.h"
 #include "KDXFileTools/kdxoffload/Results.h"
 
 namespace kdxoffload {
@@ -25,12 +27,12 @@ struct VerdictFacts {
   std::optional<int> signal{};  // that ended the run
 };
 
-// A file, folder or link that is not proved, or can't be.
+// An entry of the card that is not proved, or can't be.
 struct NotProved {
-  std::string path{};  // relative to the card
-  int status = 0;      // of the job; 0 where none ran
-  std::string reason{};
-  std::string advice{};  // what to do about it, by the status; may be empty
+  std::string path{};    // relative to the card
+  int status = 0;        // of the job; 0 where none ran
+  std::string reason{};  // a clause that follows the path
+  std::string advice{};  // what to do about it, a sentence; may be empty
 };
 
 // What a person and a program get to know at the end. A plain value; names in it are as they are on disk.
@@ -47,17 +49,8 @@ struct Verdict {
   std::string line{};   // "SAFE TO ERASE: ...", without a newline
 };
 
+// Safe is said only where nothing at all speaks against it: what does not fit together (a listing of another card, a
+// destination without one) is not proved.
 Verdict verdictOf(const VerdictFacts& facts);
-
-// "1.02 TB", "900 bytes": decimal units, three digits.
-std::string shownBytes(uint64_t bytes);
-// "12,940".
-std::string shownCount(uint64_t count);
-
-// Why a job with this status failed and what to do about it, one sentence each.
-std::string reasonForStatus(int status);
-std::string adviceForStatus(int status);
-// The same of an obstacle.
-std::string reasonForObstacle(Obstacle obstacle);
 
 }  // namespace kdxoffload

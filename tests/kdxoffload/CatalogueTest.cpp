@@ -324,6 +324,11 @@ TEST_F(CatalogueTest, StandsInTheStateFolder) {
   EXPECT_FALSE(Catalogue::defaultPath());
 }
 
+TEST_F(CatalogueTest, WithoutAPathNothingIsRemembered) {
+  expectUseless(Catalogue::open("", noPatience), "no home folder");
+  expectUseless(Catalogue::openForReading("", noPatience), "no home folder");
+}
+
 TEST_F(CatalogueTest, IsMadeWithTheFoldersAboveIt) {
   path = scratch.path() / "state" / "kdxoffload" / "catalogue.sqlite";
   proveClip();
