@@ -12,15 +12,19 @@
 
 namespace platform {
 
-// A process of this same program, and the pipes to it. It is killed when this process is gone, and when this object goes
+// The program that is running.
+inline constexpr const char* thisProgram = "/proc/self/exe";
+
+// Another process, and the pipes to it. It is killed when this process is gone, and when this object goes
 // before it has ended. Move only, used by one thread.
 class ChildProcess {
  public:
-  // Starts this program once more with the arguments (argument 0 is its name). The child reads its standard input from
-  // nowhere, and `orders` and writes `results` as descriptors 3 and 4. It inherits no other descriptor but those in
-  // `inherited`, under their own numbers. It is in a process group of its own, so that Ctrl-C reaches the parent alone.
-  static std::optional<ChildProcess> start(const std::vector<std::string>& arguments, const std::vector<int>& inherited,
-                                           ErrorPlace error);
+  // Starts the program with the arguments (argument 0 is its name). The child reads its standard input from
+  // nowhere, and `orders` and writes `results` as descriptors 3 and 4. It inherits no other descriptor but copies
+  // of those in `inherited`, under other numbers. It is in a process group of its own, so that Ctrl-C reaches the parent alone. It ends when
+  // the calling thread does.
+  static std::optional<ChildProcess> start(const std::string& program, const std::vector<std::string>& arguments,
+                                           const std::vector<int>& inherited, ErrorPlace error);
 
   ChildProcess(ChildProcess&& other) noexcept;
   ChildProcess& operator=(ChildProcess&& other) noexcept;
@@ -48,8 +52,5 @@ class ChildProcess {
   pid_t _id = -1;
   std::optional<int> _exitStatus;
 };
-
-// To be called by a child first of all: ends it when the parent is gone, even if that has happened already.
-void endWithParent(pid_t parent);
 
 }  // namespace platform

@@ -1,5 +1,6 @@
 #include "platform/Folder.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <linux/magic.h>
@@ -14,8 +15,11 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <memory>
 #include <tuple>
 #include <vector>
+
+#include "platform/FileURL.h"
 
 namespace platform {
 
@@ -136,6 +140,24 @@ FileDescriptor openWay(int folder, std::string_view path) {
   return current;
 }
 
+struct CloseStream {
+  void operator()(DIR* stream) const { ::closedir(stream); }
+};
+using Stream = std::unique_ptr<DIR, CloseStream>;
+
+// On a descriptor of its own, which shares its position with the folder's.
+Stream openStream(int folder) {
+  FileDescriptor own(::fcntl(folder, F_DUPFD_CLOEXEC, 0));
+  if (!own.isOpen()) return nullptr;
+  Stream stream(::fdopendir(own.get()));
+  if (stream) own.release();
+  return stream;
+}
+
+bool isOwnName(std::string_view name) {
+  return name == "." || name == "..";
+}
+
 }  // namespace
 
 std::optional<Folder> Folder::open(const std::string& path, ErrorPlace error) {
@@ -148,6 +170,12 @@ std::optional<Folder> Folder::openFolder(std::string_view path, ErrorPlace error
   if (leadsUp(path)) return none<Folder>(error, posixError("open", path, EXDEV));
   FileDescriptor folder = openWay(_folder.get(), path);
   if (!folder.isOpen()) return none<Folder>(error, posixError("open", path, errno));
+  return Folder(std::move(folder));
+}
+
+std::optional<Folder> Folder::openParent(ErrorPlace error) const {
+  FileDescriptor folder(::openat(_folder.get(), "..", openFolderFlags));
+  if (!folder.isOpen()) return none<Folder>(error, posixError("open", "..", errno));
   return Folder(std::move(folder));
 }
 
@@ -167,6 +195,13 @@ std::optional<Folder> Folder::makeFolders(std::string_view path, ErrorPlace erro
   return Folder(std::move(current));
 }
 
+bool Folder::makeFolder(const std::string& name, ErrorPlace error) const {
+  if (::mkdirat(_folder.get(), name.c_str(), modeOfNewFolders) == 0) return true;
+  const int code = errno;
+  const std::optional<ItemFacts> there = factsOf(name, nullptr);
+  return (there && there->kind == ItemKind::folder) || fail(error, posixError("mkdir", name, code));
+}
+
 FileDescriptor Folder::openFile(const std::string& name, ErrorPlace error) const {
   FileDescriptor file(::openat(_folder.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!file.isOpen()) {
@@ -177,6 +212,21 @@ FileDescriptor Folder::openFile(const std::string& name, ErrorPlace error) const
   if (found && found->kind == ItemKind::file) return file;
   fail(error, posixError("open", name, EISDIR));
   return {};
+}
+
+std::optional<std::vector<std::string>> Folder::names(ErrorPlace error) const {
+  using Names = std::vector<std::string>;
+  const Stream stream = openStream(_folder.get());
+  if (!stream) return none<Names>(error, posixError("opendir", "", errno));
+  ::rewinddir(stream.get());
+  Names found;
+  errno = 0;
+  while (const dirent* item = ::readdir(stream.get())) {
+    if (!isOwnName(item->d_name)) found.emplace_back(item->d_name);
+    errno = 0;
+  }
+  if (errno != 0) return none<Names>(error, posixError("readdir", "", errno));
+  return found;
 }
 
 std::optional<ItemFacts> Folder::factsOf(const std::string& name, ErrorPlace error) const {
@@ -252,6 +302,12 @@ bool Folder::lock(ErrorPlace error) const {
 
 std::string Folder::path() const {
   return pathOfDescriptor(_folder.get());
+}
+
+bool makeOneFolder(const std::string& path, ErrorPlace error) {
+  if (::mkdir(path.c_str(), modeOfNewFolders) != 0) return fail(error, posixError("mkdir", path, errno));
+  const std::optional<Folder> above = Folder::open(FileURL(path).deletingLastPathComponent().path(), error);
+  return above && above->sync(error);
 }
 
 bool setModeAndTime(int file, uint32_t mode, int64_t modified, ErrorPlace error) {

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/Error.h"
 #include "platform/FileDescriptor.h"
@@ -33,11 +34,17 @@ class Folder {
   static std::optional<Folder> open(const std::string& path, ErrorPlace error);
 
   [[nodiscard]] std::optional<Folder> openFolder(std::string_view path, ErrorPlace error) const;
+  // The folder that this one is in at the moment, wherever that is.
+  [[nodiscard]] std::optional<Folder> openParent(ErrorPlace error) const;
   // Makes those folders on the way that are missing, with mode 0777 less the umask.
   [[nodiscard]] std::optional<Folder> makeFolders(std::string_view path, ErrorPlace error) const;
+  // Makes the one folder, unless it is there already.
+  bool makeFolder(const std::string& name, ErrorPlace error) const;
   // A regular file, for reading; not waited for when it is a pipe.
   [[nodiscard]] FileDescriptor openFile(const std::string& name, ErrorPlace error) const;
 
+  // Of all that stands in it, in no order, without "." and "..". None when they can't be read to the end.
+  [[nodiscard]] std::optional<std::vector<std::string>> names(ErrorPlace error) const;
   // What stands there; absent when nothing does. None when that can't be told.
   [[nodiscard]] std::optional<ItemFacts> factsOf(const std::string& name, ErrorPlace error) const;
   [[nodiscard]] std::optional<ItemFacts> facts(ErrorPlace error) const;  // its own
@@ -73,6 +80,9 @@ class Folder {
   explicit Folder(FileDescriptor folder) : _folder(std::move(folder)) {}
   FileDescriptor _folder;
 };
+
+// Makes the folder at the path, and its name permanent; the one above must be there. One that is there already is an error.
+bool makeOneFolder(const std::string& path, ErrorPlace error);
 
 // Of an open file or folder: sets mode and time of change. Not permanent before a sync.
 bool setModeAndTime(int file, uint32_t mode, int64_t modified, ErrorPlace error);

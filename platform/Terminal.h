@@ -4,6 +4,9 @@
 
 namespace platform {
 
+inline constexpr int standardOutput = 1;
+inline constexpr int standardError = 2;
+
 // In characters.
 struct TerminalSize {
   std::size_t columns = 80;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -58,10 +59,14 @@ struct OffloadRecord {
 // `problem` then tells why, records are empty, and changes do nothing. That may happen in the middle of a run too.
 class Catalogue {
  public:
-  // The one at the path; it and its folder are made when missing.
-  static Catalogue open(const std::string& path);
+  // A sync on a busy disk takes seconds, and the other program holds its lock until then.
+  static constexpr std::chrono::milliseconds usualPatience{15'000};
+
+  // The one at the path; it and its folder are made when missing. A file that is not a catalogue is left as it is.
+  //   patience  how long another program's lock is waited for, each time
+  static Catalogue open(const std::string& path, std::chrono::milliseconds patience = usualPatience);
   // As `open`, but nothing is made or changed: for looking things up. A missing one is empty.
-  static Catalogue openForReading(const std::string& path);
+  static Catalogue openForReading(const std::string& path, std::chrono::milliseconds patience = usualPatience);
   // $XDG_STATE_HOME/kdxoffload/catalogue.sqlite, or below ~/.local/state. None without a home.
   static std::optional<std::string> defaultPath();
 
@@ -82,7 +87,7 @@ class Catalogue {
 
   // First step, before a job starts: these files are about to be written. A proof that there was is gone.
   void begin(std::span<const FileOfRecord> files);
-  // Second step: proved, with data and name permanent.
+  // Second step: proved, with data and name permanent. A record whose state is no proof is passed over.
   void prove(std::span<const FileOfRecord> files);
   // A job ended without a proof while somebody was there to see it: what stands there now is to be compared like somebody
   // else's.
@@ -94,9 +99,9 @@ class Catalogue {
   [[nodiscard]] std::vector<std::string> destinationsOf(const std::string& card) const;
 
  private:
-  struct Database;
-  explicit Catalogue(std::unique_ptr<Database> database);
-  std::unique_ptr<Database> _database;
+  struct State;
+  explicit Catalogue(std::unique_ptr<State> state);
+  std::unique_ptr<State> _state;
 };
 
 }  // namespace kdxoffload

@@ -48,7 +48,8 @@ struct JobOrder {
   Task task = Task::copy;
   bool replaces = false;
   bool usesAlias = false;
-  bool flushes = true;       // false: a sync order follows before anything counts as proved
+  // False: a sync order follows before anything counts as proved. What such an order does not reach is flushed all the same.
+  bool flushes = true;
   std::string folder{};      // relative to the card and to every destination, "" is the top
   std::string identifier{};  // of a sequence, without the folder
   DestinationSet destinations{};
@@ -68,7 +69,8 @@ struct ItemResult {
   }
 };
 
-// A worker's answer. One that ended its process instead has none; the coordinator makes one of the process's status then.
+// A worker's answer. A job of the first program that fails, or ends its process, has none: the coordinator makes one of the
+// process's status then.
 struct JobResult {
   uint64_t number = 0;
   int status = 0;                     // of the job: 0 alone says that all was done
@@ -81,13 +83,14 @@ struct JobResult {
 // Statuses that only this program's own work gives, beside those of the jobs; above 128 + every signal.
 namespace WorkStatus {
 
-inline constexpr int differs = 200;       // what stands at a destination is not what the card holds
-inline constexpr int inTheWay = 201;      // something else stands at the name
-inline constexpr int notKept = 202;       // mode or time could not be set or made permanent
-inline constexpr int notReachable = 203;  // a folder on the way is missing, or is a link
-inline constexpr int systemError = 204;   // any other call failed: the reason has it
-inline constexpr int stalled = 205;       // ended for want of any input or output
-inline constexpr int cardsOwnFile = 206;  // what stands at the destination is the card's file itself
+inline constexpr int differs = 200;        // what stands at a destination is not what the card holds
+inline constexpr int inTheWay = 201;       // something else stands at the name
+inline constexpr int notKept = 202;        // mode or time could not be set or made permanent
+inline constexpr int notReachable = 203;   // a folder on the way is missing, or is a link
+inline constexpr int systemError = 204;    // any other call failed: the reason has it
+inline constexpr int stalled = 205;        // ended for want of any input or output
+inline constexpr int sourceChanged = 207;  // the card's file is not the one that was listed
+inline constexpr int cardsOwnFile = 206;   // what stands at the destination is the card's file itself
 
 }  // namespace WorkStatus
 

@@ -46,7 +46,8 @@ struct Listing {
 };
 
 // What stands at one destination under the names of the card: for each entry of a listing, at the same position, its facts
-// there. Absent too where a folder on the way is missing; `other` where one is no folder, or a link.
+// there. Absent too where a folder on the way is missing; `other`, without an identity, where one is no folder, is a link or
+// can't be entered.
 using DestinationListing = std::vector<platform::ItemFacts>;
 
 }  // namespace kdxoffload

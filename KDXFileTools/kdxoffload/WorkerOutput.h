@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "KDXFileTools/kdxoffload/Events.h"
@@ -25,12 +26,13 @@ class WorkerOutput {
   [[nodiscard]] const std::vector<FileDigest>& digests() const { return _digests; }  // in frame order
   [[nodiscard]] double secondsCopying() const { return _secondsCopying; }
   [[nodiscard]] double secondsReadingBack() const { return _secondsReadingBack; }
-  [[nodiscard]] bool cameToFlushing() const { return _phase == JobPhase::flushing; }
+
   // The last line that told of something wrong; empty when none did.
   [[nodiscard]] const std::string& complaint() const { return _complaint; }
 
  private:
   void takeLine(std::string_view line);
+  void takeVerified(std::string_view line);
 
   std::string _partial;
   JobPhase _phase = JobPhase::copying;

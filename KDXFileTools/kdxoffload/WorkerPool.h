@@ -8,6 +8,7 @@
 
 #include "KDXFileTools/kdxoffload/JobOrder.h"
 #include "KDXFileTools/kdxoffload/WorkerOutput.h"
+#include "platform/ChildProcess.h"
 
 namespace asio {
 class io_context;
@@ -28,6 +29,7 @@ class WorkerPool {
  public:
   struct Settings {
     WorkerSetup setup{};
+    std::string program{platform::thisProgram};  // that the workers run
     std::size_t ordersOfAWorker = 64;  // then it is replaced: what jobs leave behind in a process does not pile up
     double stallSeconds = 300;         // without any input or output an order is ended
     std::vector<int> inherited{};      // descriptors that live as long as the workers: the destinations' locks
@@ -47,7 +49,8 @@ class WorkerPool {
   void give(const JobOrder& order, Done done);
   [[nodiscard]] std::size_t running() const;
 
-  // Ends the workers; every order under way ends with the status of its process. Temporary files are left.
+  // Ends the workers that copy or compare; each of their orders ends with the status of its process. Temporary files are left.
+  // What else is under way goes on, and new orders may be given.
   void stop();
   // Lets the workers end by themselves; only while none is running.
   void close();

@@ -5,7 +5,7 @@
 
 #include <cstdlib>
 
-#include "KDXFileTools/kdxoffload/Display.h"
+#include "KDXFileTools/kdxoffload/Displays.h"
 #include "tests/support/WrittenStream.h"
 
 using namespace kdxoffload;
@@ -15,7 +15,7 @@ using testing::Not;
 namespace {
 
 // What is printed depends on the descriptors; where it is written to does not.
-class DisplayTest : public testing::Test {
+class DisplaysTest : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(0, ::openpty(&master, &terminal, nullptr, nullptr, nullptr));
@@ -27,8 +27,8 @@ class DisplayTest : public testing::Test {
     for (const int descriptor : {master, terminal, pipeEnds[0], pipeEnds[1]}) ::close(descriptor);
   }
 
-  void runDisplay(DisplayChoice choice) {
-    const std::unique_ptr<Listener> display = makeDisplay(results.stream(), messages.stream(), choice);
+  void runDisplay(DisplayTargets targets, const CommandLine& line = {}) {
+    const std::unique_ptr<Listener> display = makeDisplay(line, results.stream(), messages.stream(), targets);
     display->take(Progress{.files = 2});
     display->take(Finished{.verdict = {.isSafe = true, .line = "SAFE TO ERASE: all."}});
   }
@@ -40,41 +40,41 @@ class DisplayTest : public testing::Test {
   WrittenStream messages;
 };
 
-TEST_F(DisplayTest, MovesItsLinesAndHasColoursOnATerminal) {
-  runDisplay({.resultsDescriptor = terminal, .messagesDescriptor = terminal});
+TEST_F(DisplaysTest, MovesItsLinesAndHasColoursOnATerminal) {
+  runDisplay({.results = terminal, .messages = terminal});
   EXPECT_THAT(messages.text(), testing::AllOf(HasSubstr("\x1b[K"), HasSubstr("\x1b[32m")));
   EXPECT_EQ("\x1b[1;32mSAFE TO ERASE: all.\x1b[0m\n", results.text());
 }
 
-TEST_F(DisplayTest, KeepsNothingButResultsInAFile) {
-  runDisplay({.resultsDescriptor = pipeEnds[1], .messagesDescriptor = terminal});
+TEST_F(DisplaysTest, KeepsNothingButResultsInAFile) {
+  runDisplay({.results = pipeEnds[1], .messages = terminal});
   EXPECT_THAT(messages.text(), HasSubstr("\x1b[K"));
   EXPECT_EQ("SAFE TO ERASE: all.\n", results.text());
 }
 
-TEST_F(DisplayTest, WritesLinesOfALogWhereMessagesGoToNoTerminal) {
-  runDisplay({.resultsDescriptor = terminal, .messagesDescriptor = pipeEnds[1]});
+TEST_F(DisplaysTest, WritesLinesOfALogWhereMessagesGoToNoTerminal) {
+  runDisplay({.results = terminal, .messages = pipeEnds[1]});
   EXPECT_EQ("", messages.text());
   EXPECT_EQ("SAFE TO ERASE: all.\n", results.text());
 }
 
-TEST_F(DisplayTest, WritesLinesOfALogOnADumbTerminal) {
+TEST_F(DisplaysTest, WritesLinesOfALogOnADumbTerminal) {
   ::setenv("TERM", "dumb", 1);
-  runDisplay({.resultsDescriptor = terminal, .messagesDescriptor = terminal});
+  runDisplay({.results = terminal, .messages = terminal});
   EXPECT_EQ("", messages.text());
   EXPECT_EQ("SAFE TO ERASE: all.\n", results.text());
 }
 
-TEST_F(DisplayTest, HasNoColoursWhereTheEnvironmentAsksForNone) {
+TEST_F(DisplaysTest, HasNoColoursWhereTheEnvironmentAsksForNone) {
   ::setenv("NO_COLOR", "1", 1);
-  runDisplay({.resultsDescriptor = terminal, .messagesDescriptor = terminal});
+  runDisplay({.results = terminal, .messages = terminal});
   EXPECT_THAT(messages.text(), HasSubstr("\x1b[K"));
   EXPECT_THAT(messages.text(), Not(HasSubstr("\x1b[32m")));
   EXPECT_EQ("SAFE TO ERASE: all.\n", results.text());
 }
 
-TEST_F(DisplayTest, PrintsJSONWhereThatIsWanted) {
-  runDisplay({.json = true, .resultsDescriptor = terminal, .messagesDescriptor = terminal});
+TEST_F(DisplaysTest, PrintsJSONWhereThatIsWanted) {
+  runDisplay({.results = terminal, .messages = terminal}, {.json = true});
   EXPECT_EQ("", messages.text());
   EXPECT_THAT(results.text(), HasSubstr("{\"type\":\"summary\""));
 }
