@@ -160,7 +160,7 @@ TEST(TerminalDisplay, KeepsMessagesAboveTheMovingLines) {
               ElementsAre("kdxoffload: /card to /a: 12 files (900 bytes), 0 folders, 0 links, 0 sequences",
                           "kdxoffload: warning: Frame 7 is missing.",
                           "kdxoffload: stopping the running jobs; the same signal again ends at once",
-                          "[--------------------------------------------------]  0 %  0 bytes/s",
+                          "[--------------------------------------------------]  0 %",
                           "0 of 12 files, 0 bytes of 900 bytes, no failures"));
 }
 
