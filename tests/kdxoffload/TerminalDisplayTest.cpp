@@ -283,7 +283,7 @@ TEST(TerminalDisplay, FollowsATerminalThatChangesItsWidth) {
   Drawn drawn(100, 24);
   drawn.take(Warned{.text = "a gap"});
   drawn.take(JobStarted{.job = 1, .path = longPath, .bytes = 900});
-  for (const std::size_t columns : {100, 50, 33, 90, 120, 20}) {
+  for (const std::size_t columns : {100U, 50U, 33U, 90U, 120U, 20U}) {
     drawn.setColumns(columns);
     drawn.take(halfDone());
     // The message was printed once and is the terminal's own: it is broken where it does not fit.
