@@ -19,6 +19,7 @@
 #include "KDXFileTools/kdxoffload/Preflight.h"
 #include "KDXFileTools/kdxoffload/Run.h"
 #include "KDXFileTools/kdxoffload/Verdict.h"
+#include "platform/Place.h"
 #include "platform/Terminal.h"
 
 namespace kdxoffload {
@@ -126,6 +127,7 @@ class Offload {
     for (const std::string& destination : _line.destinations) _facts.destinations.push_back(placeFacts(destination));
     _facts.partial = _line.partial;
     _facts.cataloguePath = cataloguePath();
+    if (_facts.cataloguePath) _facts.catalogueFolders = platform::foldersAbove(*_facts.cataloguePath);
     return accept(preflight(_facts)) && lockDestinations();
   }
 
@@ -175,9 +177,7 @@ class Offload {
   bool makePlan() {
     std::vector<PlannedDestination> destinations;
     for (const PlaceFacts& place : _facts.destinations) {
-      destinations.push_back({.listing = listDestinationOf(place),
-                              .records = _catalogue->recordsOf(place.realPath, _card),
-                              .volume = place.volume});
+      destinations.push_back(plannedDestination(place));
     }
     if (_signal) return false;
     _plan = kdxoffload::makePlan(
@@ -189,9 +189,12 @@ class Offload {
     return accept(preflight(_facts));
   }
 
-  [[nodiscard]] DestinationListing listDestinationOf(const PlaceFacts& place) {
+  [[nodiscard]] PlannedDestination plannedDestination(const PlaceFacts& place) {
+    PlannedDestination destination{.records = _catalogue->recordsOf(place.realPath, _card), .volume = place.volume};
     const std::optional<platform::Folder> root = platform::Folder::open(place.realPath, nullptr);
-    return root ? listDestination(*root, _card, stopped()) : DestinationListing(_card.entries.size());
+    destination.listing = root ? listDestination(*root, _card, stopped()) : DestinationListing(_card.entries.size());
+    if (root) destination.linkTargets = linkTargetsAt(*root, _card, destination.listing);
+    return destination;
   }
 
   void keepKnownDigests(const std::vector<PlannedDestination>& destinations) {

@@ -86,6 +86,7 @@ struct Run::State : std::enable_shared_from_this<Run::State> {
   void prove(const Batch::Finished& finished, std::vector<FileOfRecord>& records);
   bool fail(const Job& job, const JobReport& report, bool isRetry);
   [[nodiscard]] std::vector<Job> asItStands(const Job& job) const;
+  [[nodiscard]] DestinationSet takenNames(const Job& job) const;
 
   // What is kept of them.
   void addRecords(const Job& job, std::vector<FileOfRecord>& records) const;
@@ -148,9 +149,11 @@ void Run::stop(int signal) {
   if (_state->signal != 0) return;
   _state->signal = signal;
   _state->post(Stopping{.signal = signal});
-  if (_state->pool) _state->pool->stop();
   // Not from here: whoever is told of an event may be the one who stops.
-  asio::post(_state->context, [state = _state] { state->startMore(); });
+  asio::post(_state->context, [state = _state] {
+    if (state->pool) state->pool->stop();
+    state->startMore();
+  });
 }
 
 void Run::tellState() {
@@ -162,8 +165,10 @@ const Results& Run::results() const {
 }
 
 void Run::State::begin() {
-  WorkerPool::Settings poolSettings{
-      .setup = settings.setup, .program = settings.program, .stallSeconds = settings.stallSeconds, .inherited = settings.inherited};
+  WorkerPool::Settings poolSettings{.setup = settings.setup,
+                                    .program = settings.program,
+                                    .stallSeconds = settings.stallSeconds,
+                                    .inherited = settings.inherited};
   pool = std::make_unique<WorkerPool>(context, std::move(poolSettings),
                                       [this](uint64_t number, const WorkerOutput& output) { take(number, output); });
   postPlan();
@@ -447,16 +452,36 @@ bool Run::State::fail(const Job& job, const JobReport& report, bool isRetry) {
   }
   if (!isRetry && signal == 0) {
     failedOnce.push_back(job);
+    // What differs makes room where that was asked for.
+    const bool makesRoom = job.kind == JobKind::compare && job.replaces && result.status == WorkStatus::differs;
+    if (makesRoom) failedOnce.back().kind = JobKind::copy;
     return true;
   }
   for (const EntryIndex file : plan.filesOf(job)) addFailure(file, result.status, result.reason, job.destinations);
   return false;
 }
 
-// The job as it is to be tried again: what has got its name meanwhile is compared instead, whoever gave it.
+// The job as it is to be tried again. What has got its name meanwhile is compared instead, whoever gave it, and each
+// destination by itself, so that one that differs takes nothing from the others.
 std::vector<Job> Run::State::asItStands(const Job& job) const {
-  if (job.kind != JobKind::copy || job.replaces) return {job};
+  const DestinationSet taken = job.kind == JobKind::compare ? job.destinations : takenNames(job);
+  std::vector<Job> jobs;
+  const auto add = [&](JobKind kind, DestinationSet where) {
+    jobs.push_back(job);
+    jobs.back().kind = kind;
+    jobs.back().destinations = where;
+  };
+  if (const DestinationSet free = job.destinations.without(taken); !free.empty()) add(JobKind::copy, free);
+  for (std::size_t position = 0; position < settings.setup.destinations.size(); ++position) {
+    if (taken.contains(position)) add(JobKind::compare, DestinationSet::only(position));
+  }
+  return jobs;
+}
+
+// Where a file stands now under the name of a file that was to be copied, and was not to replace anything.
+DestinationSet Run::State::takenNames(const Job& job) const {
   DestinationSet taken;
+  if (job.replaces) return taken;
   const EntryIndex file = plan.files[job.first];
   for (std::size_t position = 0; position < settings.setup.destinations.size(); ++position) {
     if (!job.destinations.contains(position)) continue;
@@ -465,15 +490,7 @@ std::vector<Job> Run::State::asItStands(const Job& job) const {
     const auto facts = folder ? folder->factsOf(card.entries[file].name, nullptr) : std::nullopt;
     if (facts && facts->kind == platform::ItemKind::file) taken.insert(position);
   }
-  std::vector<Job> jobs;
-  for (const auto& [kind, where] :
-       {std::pair(JobKind::copy, job.destinations.without(taken)), std::pair(JobKind::compare, taken)}) {
-    if (where.empty()) continue;
-    jobs.push_back(job);
-    jobs.back().kind = kind;
-    jobs.back().destinations = where;
-  }
-  return jobs;
+  return taken;
 }
 
 // One for each file and destination, in this order: those of a file together.

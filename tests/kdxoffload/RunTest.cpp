@@ -233,8 +233,7 @@ TEST_F(RunTest, ASequenceThatFailsIsTriedAgainFileByFile) {
   const Results results = carryOut();
   EXPECT_TRUE(results.isProvedEverywhere(entryOf("f_1")));
   EXPECT_TRUE(results.isProvedEverywhere(entryOf("f_3")));
-  EXPECT_EQ(Proof::copied, results.proof(entryOf("f_2"), 0));
-  EXPECT_EQ(Proof::none, results.proof(entryOf("f_2"), 1));
+  EXPECT_EQ(DestinationSet::only(0), results.provedAt(entryOf("f_2")));
   EXPECT_EQ("somebody's", readFile(path("b/f_2")));
   EXPECT_TRUE(recorder.of<JobEnded>().at(0).willBeTriedAgain);
   EXPECT_THAT(namesBelow(path("b")), ElementsAre("f_1", "f_2", "f_3"));
