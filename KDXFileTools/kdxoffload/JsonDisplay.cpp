@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <cmath>
 #include <nlohmann/json.hpp>
 #include <string_view>
 
@@ -15,6 +16,12 @@ namespace {
 using nlohmann::ordered_json;
 
 constexpr double secondsBetweenStatuses = 1;
+
+// To the millisecond: more digits were not measured.
+double seconds(double measured) {
+  constexpr double parts = 1000;
+  return std::round(measured * parts) / parts;
+}
 
 // Null where there is nothing to say.
 ordered_json textOrNull(const std::string& text) {
@@ -79,7 +86,7 @@ ordered_json objectOf(const FileEnded& file) {
   object["outcome"] = nameOf(file.outcome);
   object["status"] = file.status;
   object["reason"] = textOrNull(file.reason);
-  object["seconds"] = file.jobSeconds;
+  object["seconds"] = seconds(file.jobSeconds);
   return object;
 }
 
@@ -98,7 +105,7 @@ ordered_json objectOf(const RunningJob& job) {
 
 ordered_json objectOf(const Progress& progress, const RunningJobs& running) {
   ordered_json object{{"type", "status"},
-                      {"seconds", progress.seconds},
+                      {"seconds", seconds(progress.seconds)},
                       {"seconds_left", nullptr},
                       {"bytes_done", progress.bytesDone},
                       {"bytes", progress.bytes},
@@ -106,7 +113,7 @@ ordered_json objectOf(const Progress& progress, const RunningJobs& running) {
                       {"files", progress.files},
                       {"failures", progress.failures},
                       {"running", ordered_json::array()}};
-  if (progress.secondsLeft) object["seconds_left"] = *progress.secondsLeft;
+  if (progress.secondsLeft) object["seconds_left"] = seconds(*progress.secondsLeft);
   for (const auto& [number, job] : running.all()) object["running"].push_back(objectOf(job));
   return object;
 }
@@ -135,7 +142,7 @@ ordered_json objectOf(const Finished& finished) {
                       {"files", verdict.files},
                       {"proved", verdict.proved},
                       {"bytes", verdict.bytes},
-                      {"seconds", finished.seconds},
+                      {"seconds", seconds(finished.seconds)},
                       {"destinations", ordered_json::array()},
                       {"not_proved", ordered_json::array()}};
   for (const Finished::Destination& destination : finished.destinations) {

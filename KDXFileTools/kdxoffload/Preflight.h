@@ -42,6 +42,8 @@ struct PreflightFacts {
   std::vector<Unlisted> unlisted{};
   bool partial = false;
   std::optional<std::string> cataloguePath{};  // real path of the catalogue's folder, where it is to be kept
+  // That folder and those above it (platform::foldersAbove), as far as they are there; sees through bind mounts.
+  std::vector<platform::FileIdentity> catalogueFolders{};
 };
 
 // What comes of it: reasons not to start, in the order of the checks, and warnings that stand beside the verdict too. One
@@ -54,7 +56,7 @@ struct Preflight {
 // A function of the facts alone. Called twice: before the card is listed (places), and with the room needed.
 Preflight preflight(const PreflightFacts& facts);
 
-// Looks at the place. Writes nothing.
+// Looks at the place. Writes nothing. To be called before this process locks the folder: its own lock would be another's.
 PlaceFacts placeFacts(const std::string& path);
 
 }  // namespace kdxoffload

@@ -149,7 +149,8 @@ void Run::stop(int signal) {
   _state->signal = signal;
   _state->post(Stopping{.signal = signal});
   if (_state->pool) _state->pool->stop();
-  _state->startMore();
+  // Not from here: whoever is told of an event may be the one who stops.
+  asio::post(_state->context, [state = _state] { state->startMore(); });
 }
 
 void Run::tellState() {
@@ -162,7 +163,7 @@ const Results& Run::results() const {
 
 void Run::State::begin() {
   WorkerPool::Settings poolSettings{
-      .setup = settings.setup, .stallSeconds = settings.stallSeconds, .inherited = settings.inherited};
+      .setup = settings.setup, .program = settings.program, .stallSeconds = settings.stallSeconds, .inherited = settings.inherited};
   pool = std::make_unique<WorkerPool>(context, std::move(poolSettings),
                                       [this](uint64_t number, const WorkerOutput& output) { take(number, output); });
   postPlan();

@@ -99,6 +99,11 @@ TEST_F(JsonDisplayTest, AFileThatIsProvedHasItsDigest) {
             onlyObject());
 }
 
+TEST_F(JsonDisplayTest, SecondsHaveNoMoreThanThreeDecimals) {
+  display.take(FileEnded{.path = "a.mov", .jobSeconds = 0.026600000000000002});
+  EXPECT_THAT(results.text(), testing::HasSubstr("\"seconds\":0.027}"));
+}
+
 TEST_F(JsonDisplayTest, AFileThatFailedHasStatusAndReason) {
   display.take(FileEnded{.path = "a.mov", .outcome = FileOutcome::failed, .status = 110, .reason = "no room"});
   const json file = onlyObject();

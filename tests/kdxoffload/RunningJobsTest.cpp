@@ -30,7 +30,7 @@ TEST(RunningJobs, BytesCountWithinAPhase) {
 
 TEST(RunningJobs, TheJobThatRunsLongestIsFirst) {
   RunningJobs jobs;
-  for (const uint64_t number : {3, 4, 5}) jobs.take(JobStarted{.job = number, .path = std::to_string(number)});
+  for (const uint64_t number : {3U, 4U, 5U}) jobs.take(JobStarted{.job = number, .path = std::to_string(number)});
   jobs.take(JobEnded{.job = 3});
   EXPECT_EQ("4", jobs.all().begin()->second.path);
 }

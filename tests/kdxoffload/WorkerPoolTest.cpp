@@ -9,6 +9,7 @@
 #include "KDXFileTools/kdxoffload/WorkerPool.h"
 #include "digest/KDXDigestContext.h"
 #include "platform/FileManager.h"
+#include "platform/Process.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -20,6 +21,7 @@ namespace {
 class WorkerPoolTest : public testing::Test {
  protected:
   WorkerPoolTest() {
+    platform::letWritesFailInsteadOfSignals();
     for (const char* folder : {"card", "a"}) fs::create_directories(scratch.path() / folder);
   }
 
