@@ -97,8 +97,7 @@ std::vector<uint64_t> disksOf(const Mount& mount) {
   std::vector<uint64_t> disks;
   collect(mount, mostLayers, disks);
   std::ranges::sort(disks);
-  const auto twice = std::ranges::unique(disks);
-  disks.erase(twice.begin(), twice.end());
+  disks.erase(std::unique(disks.begin(), disks.end()), disks.end());
   return disks;
 }
 

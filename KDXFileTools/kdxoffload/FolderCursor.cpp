@@ -1,7 +1,6 @@
 #include "KDXFileTools/kdxoffload/FolderCursor.h"
 
 #include <algorithm>
-#include <ranges>
 
 namespace kdxoffload {
 
@@ -16,10 +15,8 @@ const platform::Folder* FolderCursor::at(EntryIndex folder, platform::ErrorPlace
   const std::vector<EntryIndex> way = wayDownTo(folder);
   const EntryIndex start = way.empty() ? folder : _entries[way.back()].parent;
   if (!goUpTo(start, error)) return nullptr;
-  for (const EntryIndex next : way | std::views::reverse) {
-    if (!goDown(next, error)) return nullptr;
-  }
-  return &here();
+  const bool isThere = std::all_of(way.rbegin(), way.rend(), [&](EntryIndex next) { return goDown(next, error); });
+  return isThere ? &here() : nullptr;
 }
 
 // From the folder up to, and without, the first one that the cursor has come through.
