@@ -1,14 +1,13 @@
 #include "KDXFileTools/kdxoffload/JsonDisplay.h"
 
 #include <fmt/format.h>
-#include <openssl/evp.h>
 
 #include <cmath>
 #include <nlohmann/json.hpp>
 #include <string_view>
 
+#include "KDXFileTools/kdxoffload/JsonText.h"
 #include "KDXFileTools/kdxoffload/StateLines.h"
-#include "platform/Text.h"
 
 namespace kdxoffload {
 
@@ -17,28 +16,6 @@ namespace {
 using nlohmann::ordered_json;
 
 constexpr double secondsBetweenStatuses = 1;
-
-std::string base64(std::string_view bytes) {
-  constexpr std::size_t group = 3;    // bytes that become
-  constexpr std::size_t letters = 4;  // so many
-  std::string text((bytes.size() + group - 1) / group * letters + 1, '\0');
-  const auto* from = reinterpret_cast<const unsigned char*>(bytes.data());
-  const int length =
-      EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), from, static_cast<int>(bytes.size()));
-  text.resize(static_cast<std::size_t>(length));
-  return text;
-}
-
-std::string asLine(const ordered_json& object) {
-  constexpr int onOneLine = -1;
-  constexpr bool asciiAlone = true;
-  return object.dump(onOneLine, ' ', asciiAlone, ordered_json::error_handler_t::replace) + "\n";
-}
-
-void addPath(ordered_json& object, const std::string& path) {
-  object["path"] = path;
-  if (!platform::isUTF8(path)) object["path_base64"] = base64(path);
-}
 
 // To the millisecond: more digits were not measured.
 double seconds(double measured) {
@@ -103,7 +80,7 @@ ordered_json objectOf(const Planned& planned) {
 
 ordered_json objectOf(const FileEnded& file) {
   ordered_json object{{"type", "file"}};
-  addPath(object, file.path);
+  JsonText::addPath(object, file.path);
   object["size"] = file.size;
   object["digest"] = textOrNull(file.digest.text());
   object["outcome"] = nameOf(file.outcome);
@@ -115,13 +92,13 @@ ordered_json objectOf(const FileEnded& file) {
 
 ordered_json objectOfText(std::string_view type, const std::string& text, const std::optional<std::string>& path) {
   ordered_json object{{"type", type}, {"text", text}};
-  if (path) addPath(object, *path);
+  if (path) JsonText::addPath(object, *path);
   return object;
 }
 
 ordered_json objectOf(const RunningJob& job) {
   ordered_json object = ordered_json::object();
-  addPath(object, job.path);
+  JsonText::addPath(object, job.path);
   object["phase"] = nameOf(job.phase);
   return object;
 }
@@ -143,7 +120,7 @@ ordered_json objectOf(const Progress& progress, const RunningJobs& running) {
 
 ordered_json objectOf(const Finished::Destination& destination) {
   ordered_json object = ordered_json::object();
-  addPath(object, destination.path);
+  JsonText::addPath(object, destination.path);
   object["file_system"] = destination.fileSystem;
   object["read_back"] = nameOf(destination.readBack);
   return object;
@@ -151,7 +128,7 @@ ordered_json objectOf(const Finished::Destination& destination) {
 
 ordered_json objectOf(const NotProved& file) {
   ordered_json object = ordered_json::object();
-  addPath(object, file.path);
+  JsonText::addPath(object, file.path);
   object["status"] = file.status;
   object["reason"] = textOrNull(file.reason);
   return object;
@@ -187,15 +164,15 @@ JsonDisplay::JsonDisplay(OutputStream& results, OutputStream& messages) : _resul
 void JsonDisplay::take(const Event& event) {
   if (_isFinished) return;
   _running.take(event);
-  if (const auto* planned = std::get_if<Planned>(&event)) _results.write(asLine(objectOf(*planned)));
+  if (const auto* planned = std::get_if<Planned>(&event)) _results.write(JsonText::lineOf(objectOf(*planned)));
   if (const auto* progress = std::get_if<Progress>(&event)) takeState(*progress);
-  if (const auto* file = std::get_if<FileEnded>(&event)) _results.write(asLine(objectOf(*file)));
+  if (const auto* file = std::get_if<FileEnded>(&event)) _results.write(JsonText::lineOf(objectOf(*file)));
   if (const auto* warned = std::get_if<Warned>(&event)) {
     _warned.insert(warned->text);
-    _results.write(asLine(objectOfText("warning", warned->text, warned->path)));
+    _results.write(JsonText::lineOf(objectOfText("warning", warned->text, warned->path)));
   }
   if (const auto* error = std::get_if<ErrorReported>(&event)) {
-    _results.write(asLine(objectOfText("error", error->text, error->path)));
+    _results.write(JsonText::lineOf(objectOfText("error", error->text, error->path)));
   }
   if (const auto* finished = std::get_if<Finished>(&event)) takeEnd(*finished);
 }
@@ -204,7 +181,7 @@ void JsonDisplay::takeState(const Progress& progress) {
   if (progress.isAsked && _messages != nullptr) _messages->write(stateReport(progress, _running));
   if (!progress.isAsked && progress.seconds < _nextStatus) return;
   _nextStatus = progress.seconds + secondsBetweenStatuses;
-  _results.writeUnlessWaiting(asLine(objectOf(progress, _running)));
+  _results.writeUnlessWaiting(JsonText::lineOf(objectOf(progress, _running)));
 }
 
 void JsonDisplay::takeEnd(const Finished& finished) {
@@ -213,13 +190,13 @@ void JsonDisplay::takeEnd(const Finished& finished) {
   for (const auto* texts : {&finished.verdict.changes, &finished.verdict.remarks}) {
     for (const std::string& text : *texts) {
       // Warnings are said again beside the verdict, for people; a program has read them.
-      if (_warned.insert(text).second) lines += asLine(warningOf(text));
+      if (_warned.insert(text).second) lines += JsonText::lineOf(warningOf(text));
     }
   }
   if (const uint64_t dropped = _results.dropped(); dropped != 0) {
-    lines += asLine(warningOf(fmt::format("{} lines were left out, since nobody read them", dropped)));
+    lines += JsonText::lineOf(warningOf(fmt::format("{} lines were left out, since nobody read them", dropped)));
   }
-  _results.writeAlways(lines + asLine(objectOf(finished)));
+  _results.writeAlways(lines + JsonText::lineOf(objectOf(finished)));
 }
 
 }  // namespace kdxoffload

@@ -1,6 +1,8 @@
 #pragma once
 
 #include "KDXFileTools/kdxoffload/CommandLine.h"
+#include "KDXFileTools/kdxoffload/Events.h"
+#include "KDXFileTools/kdxoffload/OutputStream.h"
 
 namespace kdxoffload {
 
@@ -11,5 +13,9 @@ int runStatus(const CommandLine& line);
 
 // Says what was offloaded from where to where, when, and how it ended. 0, or 1 when the catalogue can't be read.
 int runHistory(const CommandLine& line);
+
+// The same, told to a display and a stream of the caller's. Of a history only errors, and the end for a program, are events.
+int tellStatus(const CommandLine& line, Listener& listener);
+int tellHistory(const CommandLine& line, OutputStream& results, Listener& listener);
 
 }  // namespace kdxoffload
