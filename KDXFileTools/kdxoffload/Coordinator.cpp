@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <deque>
 #include <memory>
+#include <tuple>
 #include <utility>
 
 #include "KDXFileTools/kdxoffload/Catalogue.h"
@@ -41,9 +42,9 @@ class Signals {
     wait();
   }
 
+  // From now on nobody waits for a signal, so that the io_context can come to its end.
   void cancel() { _set.cancel(); }
 
- private:
   void wait() {
     _set.async_wait([this](std::error_code error, int number) {
       if (error) return;
@@ -52,6 +53,7 @@ class Signals {
     });
   }
 
+ private:
   void take(int number) {
     if (number == SIGUSR1) {
       _tell();
@@ -271,7 +273,12 @@ class Offload {
   }
 
   int conclude() {
-    const Stopped never = [] { return false; };
+    // Half a listing would look like a card that lost its files: a signal is only noticed, a second one ends the process.
+    _signals.wait();
+    const Stopped never = [look = stopped()] {
+      std::ignore = look();
+      return false;
+    };
     const std::optional<platform::Folder> root = platform::Folder::open(_facts.card.realPath, nullptr);
     const Listing after = root ? listTree(*root, ExcludePatterns(_line.excluded), never) : Listing{};
     std::vector<DestinationListing> destinations;

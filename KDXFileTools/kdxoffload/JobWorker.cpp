@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <future>
 #include <memory>
 #include <tuple>
@@ -127,15 +128,15 @@ bool JobWorker::openPlaces(const JobOrder& order, JobResult& result) {
 }
 
 // A sync of the whole file system does not reach the device everywhere, and not another file system that is mounted below.
+bool JobWorker::isReachedBySync(const Place& place, const Folder& folder) {
+  const auto root = place.root->facts(nullptr);
+  const auto facts = folder.facts(nullptr);
+  return root && facts && root->identity.device == facts->identity.device && place.root->canSyncFileSystem();
+}
+
 bool JobWorker::mustFlush(const JobOrder& order) const {
-  if (order.flushes) return true;
-  for (const Place& place : _places) {
-    const auto root = place.root->facts(nullptr);
-    const auto folder = place.folder.facts(nullptr);
-    const bool isReached = root && folder && root->identity.device == folder->identity.device;
-    if (!isReached || !place.root->canSyncFileSystem()) return true;
-  }
-  return false;
+  return order.flushes ||
+         !std::ranges::all_of(_places, [](const Place& place) { return isReachedBySync(place, place.folder); });
 }
 
 bool JobWorker::isAsListed(const OrderedItem& item, JobResult& result) const {
@@ -291,15 +292,29 @@ void JobWorker::compare(const JobOrder& order, JobResult& result) {
 }
 
 void JobWorker::makeFolders(const JobOrder& order, JobResult& result) {
+  std::vector<bool> isSyncedAtEnd(_places.size());
   for (const OrderedItem& item : order.items) {
     const auto [above, name] = folderAndName(item.name);
-    for (const Place& place : _places) {
+    for (std::size_t place = 0; place < _places.size(); ++place) {
       ItemResult& made = result.items.emplace_back();
       Failure failure;
-      const std::optional<Folder> parent = place.folder.openFolder(above, &failure);
-      if (parent && parent->makeFolder(name, &failure)) continue;
+      const std::optional<Folder> parent = _places[place].folder.openFolder(above, &failure);
+      bool isMade = parent && parent->makeFolder(name, &failure);
+      const bool isReached = isMade && isReachedBySync(_places[place], *parent);
+      if (isReached) isSyncedAtEnd[place] = true;
+      if (isMade && !isReached) isMade = parent->sync(&failure);
+      if (isMade) continue;
       made.status = WorkStatus::notReachable;
       made.remark = failure ? failure->description.value_or("") : "";
+    }
+  }
+  // What is copied into a folder is only as permanent as the folder's name.
+  for (std::size_t place = 0; place < _places.size(); ++place) {
+    Failure failure;
+    if (!isSyncedAtEnd[place] || _places[place].root->syncFileSystem(&failure)) continue;
+    for (std::size_t item = place; item < result.items.size(); item += _places.size()) {
+      result.items[item].status = WorkStatus::notKept;
+      result.items[item].remark = failure->description.value_or("");
     }
   }
 }

@@ -41,6 +41,7 @@ class JobWorker {
   void sync(const JobOrder& order, JobResult& result);
   void clean(const JobOrder& order, JobResult& result);
 
+  static bool isReachedBySync(const Place& place, const platform::Folder& folder);
   [[nodiscard]] bool mustFlush(const JobOrder& order) const;
   [[nodiscard]] bool isAsListed(const OrderedItem& item, JobResult& result) const;
   // Mode and time of the order's items at its destinations, and what is found there then.

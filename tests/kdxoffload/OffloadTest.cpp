@@ -33,8 +33,8 @@ class OffloadTest : public testing::Test {
   // A card with clips, a sequence, small files, odd names, an empty folder and a link that leads out of it.
   void fillCard() const {
     for (const char* clip : {"A001.mov", "A002.mov"}) {
-      writeFile(scratch.file(std::string("card/CLIPS/") + clip),
-                mediaBytes(5 * MiB + clip[3], static_cast<uint32_t>(clip[3])));
+      const auto seed = static_cast<uint32_t>(clip[3]);
+      writeFile(scratch.file(std::string("card/CLIPS/") + clip), mediaBytes(5 * MiB + seed, seed));
     }
     for (int frame = 998; frame <= 1003; ++frame) {
       writeFile(scratch.file("card/FRAMES/shot_%_" + std::to_string(100000 + frame).substr(1) + ".dpx"),
