@@ -65,7 +65,9 @@ struct Run::State : std::enable_shared_from_this<Run::State> {
   void makeFolders();
   void copyFiles();
   void tryAgain();
+  void startAgain();
   void makeLinks();
+  EntriesOrder cleaningOrder();
   void clean();
   void keepFolders();
   void end();
@@ -117,7 +119,7 @@ struct Run::State : std::enable_shared_from_this<Run::State> {
   ProgressMeter meter;
   uint64_t lastNumber = 0;
   int signal = 0;  // that stops the run
-  enum class Stage { before, files, retries, after, over } stage = Stage::before;
+  enum class Stage { before, files, between, retries, after, over } stage = Stage::before;
 
   std::deque<BatchPointer> waiting;  // not all of their jobs have started
   std::size_t openBatches = 0;       // begun and not settled
@@ -212,6 +214,15 @@ void Run::State::copyFiles() {
 }
 
 void Run::State::tryAgain() {
+  stage = Stage::between;
+  // What failed for want of room leaves room for the second try.
+  std::deque<EntriesOrder> orders;
+  if (!failedOnce.empty()) orders.push_back(cleaningOrder());
+  doInTurn(
+      std::move(orders), [](const EntriesOrder&, const JobReport&) {}, [this] { startAgain(); });
+}
+
+void Run::State::startAgain() {
   stage = Stage::retries;
   for (const Batch& batch : retriesOf(std::exchange(failedOnce, {}))) {
     for (const Job& job : asItStands(batch.jobs.front())) {
@@ -230,16 +241,20 @@ void Run::State::makeLinks() {
       [this](const EntriesOrder& order, const JobReport& report) { takeItems(order, report); }, [this] { clean(); });
 }
 
-void Run::State::clean() {
-  if (!hasWorked) {
-    keepFolders();
-    return;
-  }
+// Removes what jobs that failed have left, and the folder of aliases.
+EntriesOrder Run::State::cleaningOrder() {
   EntriesOrder order{.order = {.task = Task::clean, .destinations = everywhere()}};
-  for (const std::string& path : leftBehind) order.order.items.push_back({.name = path});
+  for (std::string& path : leftBehind) order.order.items.push_back({.name = std::move(path)});
+  leftBehind.clear();
+  return order;
+}
+
+void Run::State::clean() {
+  std::deque<EntriesOrder> orders;
+  if (hasWorked) orders.push_back(cleaningOrder());
   // What could not be removed is no harm: the next run replaces it.
   doInTurn(
-      {order}, [](const EntriesOrder&, const JobReport&) {}, [this] { keepFolders(); });
+      std::move(orders), [](const EntriesOrder&, const JobReport&) {}, [this] { keepFolders(); });
 }
 
 void Run::State::keepFolders() {

@@ -280,3 +280,17 @@ TEST_F(RunTest, FoldersThatAreAlreadyProvedGetTheirTimesOnlyWhereTheyLackThem) {
   EXPECT_EQ(fs::last_write_time(path("card/folder")), fs::last_write_time(path("a/folder")));
   EXPECT_EQ(before, fs::last_write_time(path("b/folder")));
 }
+
+TEST_F(RunTest, WhatAFailedTryLeftMakesRoomForTheSecondOne) {
+  writeFile(scratch.file("card/clip.mov"), "bytes");
+  listAndPlan();
+  // A folder at the name of the temporary file makes the job fail; the file beside it is left as it is.
+  fs::create_directories(path("b/clip.mov.kdxcopy"));
+  int tries = 0;
+  carryOut([&](OffloadRun&, const Event& event) {
+    if (!std::holds_alternative<JobStarted>(event) || ++tries != 2) return;
+    EXPECT_FALSE(fs::exists(path("a/clip.mov.kdxcopy")));
+  });
+  EXPECT_EQ(2, tries);
+  EXPECT_THAT(namesBelow(path("a")), ElementsAre());
+}
