@@ -1,6 +1,6 @@
-#include "KDXFileTools/kdxoffload/SameTime.h"
-
 #include <gtest/gtest.h>
+
+#include "KDXFileTools/kdxoffload/SameTime.h"
 
 using kdxoffload::isSameTime;
 
