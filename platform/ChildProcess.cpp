@@ -45,8 +45,8 @@ void makeNonblocking(const FileDescriptor& descriptor) {
 
 // What the child does between its birth and the program's start. Only calls that are allowed there.
 [[noreturn]] void becomeProgram(const std::array<int, firstFreeDescriptor>& descriptors,
-                                const std::vector<int>& inherited, const char* program,
-                                char* const* arguments, pid_t parent) {
+                                const std::vector<int>& inherited, const char* program, char* const* arguments,
+                                pid_t parent) {
   ::setpgid(0, 0);
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (::getppid() != parent) ::_exit(EXIT_FAILURE);
