@@ -22,4 +22,16 @@ FileDescriptor openUnlessPipe(const std::string& path, int flags) {
   return FileDescriptor(::open(path.c_str(), always, lessTheUmask));
 }
 
+std::string readSome(int descriptor) {
+  constexpr std::size_t most = std::size_t{64} << 10;
+  std::string bytes(most, '\0');
+  ssize_t length = 0;
+  do {
+    length = ::read(descriptor, bytes.data(), bytes.size());
+  } while (length < 0 && errno == EINTR);
+  if (length == 0) errno = 0;
+  bytes.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+  return bytes;
+}
+
 }  // namespace platform

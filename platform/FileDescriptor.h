@@ -36,4 +36,8 @@ class FileDescriptor {
 // there is not waited for. Not open when that fails; errno then tells why.
 FileDescriptor openUnlessPipe(const std::string& path, int flags);
 
+// What a pipe has at the moment, up to 64 KiB. One that has nothing is waited for, unless it was opened not to block. Empty
+// at its end, when it has nothing and does not block (errno is EAGAIN then and only then), and when it can't be read.
+std::string readSome(int descriptor);
+
 }  // namespace platform

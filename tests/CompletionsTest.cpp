@@ -3,15 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <ostream>
 #include <set>
 
 #include "KDXFileTools/kdxdispatchcopy/CommandLine.h"
 #include "digest/KDXDigestContext.h"
 #include "tests/support/ManualPage.h"
-#include "tests/support/OutputLines.h"
 #include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
+#include "tests/support/ShellCompletions.h"
 #include "tests/support/ToolRun.h"
 
 using testing::ElementsAre;
@@ -22,16 +21,6 @@ using testing::UnorderedElementsAre;
 namespace {
 
 using Lines = std::vector<std::string>;
-
-struct Shell {
-  const char* name;
-  const char* configurationLess;  // its option for a start without anybody's settings
-  const char* completions;
-};
-
-void PrintTo(const Shell& shell, std::ostream* out) {
-  *out << shell.name;
-}
 
 std::set<std::string> longOptionsWithOneDash() {
   std::set<std::string> options;
@@ -49,27 +38,14 @@ class Completions : public testing::TestWithParam<Shell> {
   // What the shell offers at the end of the line, where it stands in a folder with the file card/clip.mov; in its order,
   // behind a tabulator with the description where it shows one.
   [[nodiscard]] Lines offersAt(const std::string& line) const {
-    const Shell& shell = GetParam();
-    const std::string script = sourceTreePath(std::string("tests/completions/offers.") + shell.name);
-    const ToolRun run = runTool(
-        ToolStart{.wrapper = {shell.name, shell.configurationLess, script, sourceTreePath(shell.completions), line},
-                  .workingDirectory = _folder.path().string(),
-                  .environment = {{"HOME", _home.path().string()}}});
-    EXPECT_EQ(0, run.exitStatus) << line;
-    EXPECT_EQ("", run.errors) << line;
-    return run.lines();
+    return offersOfShell(GetParam(), line, _folder.path().string());
   }
 
   // The same without descriptions.
-  [[nodiscard]] Lines wordsAt(const std::string& line) const {
-    Lines words;
-    for (const std::string& offer : offersAt(line)) words.push_back(offer.substr(0, offer.find('\t')));
-    return words;
-  }
+  [[nodiscard]] Lines wordsAt(const std::string& line) const { return withoutDescriptions(offersAt(line)); }
 
  private:
   ScratchDirectory _folder;
-  ScratchDirectory _home;
 };
 
 TEST_P(Completions, OfferEveryLongOptionWithOneDashAndNothingElse) {

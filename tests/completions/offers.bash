@@ -24,7 +24,8 @@ read -ra COMP_WORDS <<<"$line"
 case $2 in *' ') COMP_WORDS+=('') ;; esac
 COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
 
-read -ra registered <<<"$(complete -p kdxdispatchcopy)"
+program=${2%% *}
+read -ra registered <<<"$(complete -p "$program")"
 function=
 for ((index = 0; index < ${#registered[@]}; ++index)); do
   case ${registered[index]} in
@@ -34,7 +35,7 @@ for ((index = 0; index < ${#registered[@]}; ++index)); do
 done
 
 COMPREPLY=()
-"$function" kdxdispatchcopy "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD - 1]}"
+"$function" "$program" "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD - 1]}"
 if [ ${#COMPREPLY[@]} -gt 0 ]; then
   printf '%s\n' "${COMPREPLY[@]}"
 elif [ $files = on ]; then

@@ -19,7 +19,8 @@ std::string sourceTreePath(const std::string& name) {
   return std::string(KDX_SOURCE_TREE) + "/" + name;
 }
 
-ManualPage::ManualPage() : _lines(linesOf(readFile(sourceTreePath("docs/kdxdispatchcopy.1")))) {}
+ManualPage::ManualPage(const std::string& program)
+    : _lines(linesOf(readFile(sourceTreePath("docs/" + program + ".1")))) {}
 
 std::vector<std::string> ManualPage::linesOfSection(const std::string& section) const {
   std::vector<std::string> lines;

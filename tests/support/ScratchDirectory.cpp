@@ -33,6 +33,10 @@ std::string ScratchDirectory::file(std::string_view name) const {
   return path.string();
 }
 
+std::filesystem::path quickFolder() {
+  return std::filesystem::is_directory("/dev/shm") ? "/dev/shm" : std::filesystem::temp_directory_path();
+}
+
 std::string mediaBytes(std::size_t size, uint32_t seed) {
   std::mt19937 random(seed);
   std::string bytes(size, '\0');

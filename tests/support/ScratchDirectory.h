@@ -29,6 +29,9 @@ class ScratchDirectory {
   std::filesystem::path _path;
 };
 
+// Where thousands of files are made quickly: a folder in memory, or the system's temporary directory where there is none.
+std::filesystem::path quickFolder();
+
 // `size` bytes that look random and are the same for the same seed.
 std::string mediaBytes(std::size_t size, uint32_t seed = 1);
 

@@ -15,6 +15,10 @@ std::string toolPath() {
   return KDXDISPATCHCOPY_BINARY;
 }
 
+std::string offloadToolPath() {
+  return KDXOFFLOAD_BINARY;
+}
+
 namespace {
 
 constexpr int notStarted = 126;
@@ -29,10 +33,11 @@ void openAs(int descriptor, const std::string& path, int flags) {
 
 void becomeTool(const ToolStart& start, const ScratchDirectory& scratch) {
   std::vector<std::string> words = start.wrapper;
-  words.push_back(toolPath());
+  words.push_back(start.program.empty() ? toolPath() : start.program);
   words.insert(words.end(), start.arguments.begin(), start.arguments.end());
   if (!start.workingDirectory.empty() && ::chdir(start.workingDirectory.c_str()) != 0) ::_exit(notStarted);
   ::setenv("XDG_CONFIG_HOME", scratch.path().c_str(), 1);
+  ::setenv("XDG_STATE_HOME", scratch.path().c_str(), 1);
   for (const auto& [name, value] : start.environment) ::setenv(name.c_str(), value.c_str(), 1);
   openAs(STDIN_FILENO, start.standardInput.value_or("/dev/null"), O_RDONLY);
   openAs(STDOUT_FILENO, scratch.path() / "output", O_WRONLY | O_CREAT | O_TRUNC | O_APPEND);

@@ -12,14 +12,16 @@
 // How the built program is started.
 struct ToolStart {
   std::vector<std::string> arguments{};
+  std::string program{};  // empty: the first one, of a single file or sequence
   // Programs in front, for example {"strace", "-f", "-o", log, "-e", "inject=..."}; empty: the tool itself.
   std::vector<std::string> wrapper{};
-  std::string workingDirectory{};                    // empty: the test's own
-  std::map<std::string, std::string> environment{};  // added to the test's own; XDG_CONFIG_HOME is an empty folder
-  std::optional<std::string> standardInput{};        // a file to read from; none: /dev/null
-  std::vector<int> closedDescriptors{};              // closed before the program starts
-  std::function<void()> inChild{};                   // the last thing before the program starts, in its process
-  std::function<void(pid_t)> meanwhile{};            // in this process, beside the one that was started
+  std::string workingDirectory{};  // empty: the test's own
+  std::map<std::string, std::string>
+      environment{};  // added to the test's own; XDG_CONFIG_HOME and XDG_STATE_HOME are an empty folder
+  std::optional<std::string> standardInput{};  // a file to read from; none: /dev/null
+  std::vector<int> closedDescriptors{};        // closed before the program starts
+  std::function<void()> inChild{};             // the last thing before the program starts, in its process
+  std::function<void(pid_t)> meanwhile{};      // in this process, beside the one that was started
 };
 
 // What a finished run left: exit statuses of signals are 128 + signal.
@@ -35,6 +37,8 @@ struct ToolRun {
 
 // The built program.
 std::string toolPath();
+// The one for whole cards.
+std::string offloadToolPath();
 
 // Runs the program and waits for its end.
 ToolRun runTool(const ToolStart& start);

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "digest/KDXDigestContext.h"
+
+namespace kdxoffload {
+
+enum class Command : uint8_t { offload, status, history };
+
+// What the command line asks for, and nothing done about it yet. A plain value.
+struct CommandLine {
+  Command command = Command::offload;
+  std::string card{};                       // as given
+  std::vector<std::string> destinations{};  // as given, in this order, duplicates too
+  uint32_t algorithm = KDXDigestAlgorithmXXHash64BE;
+  std::optional<std::size_t> jobs{};  // how many at once; none: as many as pays
+  int64_t stallSeconds = 300;
+  std::vector<std::string> excluded{};  // patterns
+  bool partial = false;
+  bool readBack = true;
+  bool recheck = false;
+  bool replace = false;
+  std::optional<std::string> catalogue{};  // path; none: the one in the state folder
+  bool json = false;
+  bool quiet = false;
+};
+
+// What there is to say instead of a command: help and version on standard output with status 0, anything wrong on
+// standard error with status 1. The text ends with a newline.
+struct CommandLineAnswer {
+  std::string text{};
+  int exitStatus = 0;
+  bool json = false;  // --json was among the words: a refusal is reported in that form too
+};
+
+//   arguments   without the program's name
+std::variant<CommandLine, CommandLineAnswer> parseCommandLine(std::vector<std::string> arguments);
+
+// An option as it is written on a command line.
+struct CommandLineOption {
+  std::string longName{};   // behind two dashes; none for some
+  std::string shortName{};  // behind one dash; none for most
+  bool takesArgument = false;
+};
+
+// Every option that the parser knows: what the manual page and the shells' completions have to offer.
+std::vector<CommandLineOption> commandLineOptions();
+
+}  // namespace kdxoffload

@@ -1,0 +1,375 @@
+#include "KDXFileTools/kdxoffload/Coordinator.h"
+
+#include <algorithm>
+#include <asio.hpp>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <deque>
+#include <memory>
+#include <tuple>
+#include <utility>
+
+#include "KDXFileTools/kdxoffload/Catalogue.h"
+#include "KDXFileTools/kdxoffload/Displays.h"
+#include "KDXFileTools/kdxoffload/ExitStatus.h"
+#include "KDXFileTools/kdxoffload/Lister.h"
+#include "KDXFileTools/kdxoffload/OutputStream.h"
+#include "KDXFileTools/kdxoffload/Plan.h"
+#include "KDXFileTools/kdxoffload/Preflight.h"
+#include "KDXFileTools/kdxoffload/Run.h"
+#include "KDXFileTools/kdxoffload/Verdict.h"
+#include "platform/Place.h"
+#include "platform/Terminal.h"
+
+namespace kdxoffload {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+int64_t secondsSince1970() {
+  return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+// The signals that an offload answers to, for as long as it lasts.
+class Signals {
+ public:
+  Signals(asio::io_context& context, std::function<void(int)> stop, std::function<void()> tell)
+      : _set(context, SIGINT, SIGTERM, SIGHUP), _stop(std::move(stop)), _tell(std::move(tell)) {
+    _set.add(SIGUSR1);
+    wait();
+  }
+
+  // From now on nobody waits for a signal, so that the io_context can come to its end.
+  void cancel() { _set.cancel(); }
+
+  void wait() {
+    _set.async_wait([this](std::error_code error, int number) {
+      if (error) return;
+      take(number);
+      wait();
+    });
+  }
+
+ private:
+  void take(int number) {
+    if (number == SIGUSR1) {
+      _tell();
+      return;
+    }
+    if (_stopped) std::_Exit(ExitStatus::signalled + number);
+    _stopped = true;
+    _stop(number);
+  }
+
+  asio::signal_set _set;
+  std::function<void(int)> _stop;
+  std::function<void()> _tell;
+  bool _stopped = false;
+};
+
+// One offload, step by step. Each step returns false when it goes no further: what there is to say has been said then, but
+// for `Finished`.
+class Offload {
+ public:
+  Offload(const CommandLine& line, Listener& listener)
+      : _line(line),
+        _listener(listener),
+        _signals(
+            _context, [this](int number) { stop(number); }, [this] { tellState(); }) {}
+
+  int perform() {
+    const bool isReady = lookAtPlaces() && listCard() && openCatalogue() && makePlan() && prepareDestinations();
+    if (!isReady) return endEarly();
+    run();
+    return conclude();
+  }
+
+ private:
+  void post(const Event& event) { _listener.take(event); }
+  [[nodiscard]] double seconds() const { return std::chrono::duration<double>(Clock::now() - _started).count(); }
+
+  void stop(int number) {
+    _signal = number;
+    if (_run) _run->stop(number);
+  }
+
+  void tellState() {
+    if (_run) _run->tellState();
+  }
+
+  // While a tree is listed nobody else looks for signals.
+  [[nodiscard]] Stopped stopped() {
+    return [this] {
+      _context.restart();
+      _context.poll();
+      return _signal.has_value();
+    };
+  }
+
+  bool refuse(const std::string& reason) {
+    post(ErrorReported{.text = reason, .path = std::nullopt});
+    return false;
+  }
+
+  bool accept(const Preflight& preflight) {
+    for (const std::string& reason : preflight.refusals) refuse(reason);
+    for (const std::string& warning : preflight.warnings) {
+      if (std::ranges::find(_warnings, warning) != _warnings.end()) continue;
+      _warnings.push_back(warning);
+      post(Warned{.text = warning, .path = std::nullopt});
+    }
+    return preflight.refusals.empty();
+  }
+
+  bool lookAtPlaces() {
+    _facts.card = placeFacts(_line.card);
+    for (const std::string& destination : _line.destinations) _facts.destinations.push_back(placeFacts(destination));
+    _facts.partial = _line.partial;
+    _facts.cataloguePath = cataloguePath();
+    if (_facts.cataloguePath) _facts.catalogueFolders = platform::foldersAbove(*_facts.cataloguePath);
+    return accept(preflight(_facts)) && lockDestinations();
+  }
+
+  // As its folder is called really, so that a catalogue on the card is noticed.
+  [[nodiscard]] std::optional<std::string> cataloguePath() const {
+    return _line.catalogue ? _line.catalogue : Catalogue::defaultPath();
+  }
+
+  // Those that are there. One that is still to be made is locked when it is.
+  bool lockDestinations() {
+    for (const PlaceFacts& place : _facts.destinations) {
+      if (place.exists && !lock(place)) return false;
+    }
+    return true;
+  }
+
+  bool lock(const PlaceFacts& place) {
+    std::optional<platform::Folder> folder = platform::Folder::open(place.realPath, nullptr);
+    if (!folder) return refuse("the destination can't be opened: " + place.path);
+    std::optional<platform::Error> error;
+    if (!folder->lock(&error) && error->code == EWOULDBLOCK) {
+      return refuse("another offload is at work on the destination: " + place.path);
+    }
+    _locks.push_back(std::move(*folder));
+    return true;
+  }
+
+  bool listCard() {
+    std::optional<platform::Error> error;
+    const std::optional<platform::Folder> card = platform::Folder::open(_facts.card.realPath, &error);
+    if (!card) return refuse("the card can't be opened: " + _facts.card.path);
+    _card = listTree(*card, ExcludePatterns(_line.excluded), stopped());
+    _facts.unlisted = _card.unlisted;
+    return !_signal && accept(preflight(_facts));
+  }
+
+  bool openCatalogue() {
+    const std::optional<std::string> path = cataloguePath();
+    _catalogue.emplace(Catalogue::open(path.value_or("")));
+    if (const std::optional<std::string>& problem = _catalogue->problem()) {
+      _warnings.push_back("nothing is remembered for the next time: " + *problem);
+      post(Warned{.text = _warnings.back(), .path = path});
+    }
+    return true;
+  }
+
+  bool makePlan() {
+    std::vector<PlannedDestination> destinations;
+    for (const PlaceFacts& place : _facts.destinations) {
+      destinations.push_back(plannedDestination(place));
+    }
+    if (_signal) return false;
+    _plan = kdxoffload::makePlan(
+        _card, destinations,
+        {.readBack = _line.readBack, .recheck = _line.recheck, .replace = _line.replace, .algorithm = _line.algorithm});
+    keepKnownDigests(destinations);
+    keepFolders(destinations);
+    _facts.room = _plan.room;
+    return accept(preflight(_facts));
+  }
+
+  [[nodiscard]] PlannedDestination plannedDestination(const PlaceFacts& place) {
+    PlannedDestination destination{.records = _catalogue->recordsOf(place.realPath, _card), .volume = place.volume};
+    const std::optional<platform::Folder> root = platform::Folder::open(place.realPath, nullptr);
+    destination.listing = root ? listDestination(*root, _card, stopped()) : DestinationListing(_card.entries.size());
+    if (root) destination.linkTargets = linkTargetsAt(*root, _card, destination.listing);
+    return destination;
+  }
+
+  void keepKnownDigests(const std::vector<PlannedDestination>& destinations) {
+    _runSettings.knownDigests.resize(_card.entries.size());
+    for (const PlannedDestination& destination : destinations) {
+      for (std::size_t index = 0; index < destination.records.size(); ++index) {
+        FileDigest& known = _runSettings.knownDigests[index];
+        if (known.algorithm == 0) known = destination.records[index].digest;
+      }
+    }
+  }
+
+  void keepFolders(const std::vector<PlannedDestination>& destinations) {
+    _runSettings.foldersToKeep.resize(_card.entries.size());
+    for (EntryIndex index = 0; index < _card.entries.size(); ++index) {
+      const platform::ItemFacts& wanted = _card.entries[index].facts;
+      if (wanted.kind != platform::ItemKind::folder) continue;
+      for (std::size_t position = 0; position < destinations.size(); ++position) {
+        const platform::ItemFacts& found = destinations[position].listing[index];
+        const bool isKept = found.mode == wanted.mode && found.modified == wanted.modified;
+        if (found.kind == platform::ItemKind::folder && !isKept) _runSettings.foldersToKeep[index].insert(position);
+      }
+    }
+  }
+
+  // The first thing that is written.
+  bool prepareDestinations() {
+    for (const PlaceFacts& place : _facts.destinations) {
+      if (place.exists) continue;
+      std::optional<platform::Error> error;
+      if (!platform::makeOneFolder(place.realPath, &error)) {
+        return refuse("the destination can't be made: " + error->description.value_or(place.path));
+      }
+      if (!lock(place)) return false;
+    }
+    return true;
+  }
+
+  // A name that the card does not use, the same for every run of this card.
+  [[nodiscard]] std::string privateFolder() const {
+    std::string name = ".kdxoffload-work";
+    const auto isTaken = [this](const std::string& wanted) {
+      return std::ranges::any_of(
+          _card.entries, [&wanted](const Entry& entry) { return entry.parent == Entry::root && entry.name == wanted; });
+    };
+    while (isTaken(name)) name += '_';
+    return name;
+  }
+
+  void run() {
+    RunSettings& settings = _runSettings;
+    settings.setup = {.card = _facts.card.realPath,
+                      .algorithm = _line.algorithm,
+                      .readBack = _line.readBack,
+                      .privateFolder = privateFolder()};
+    for (const PlaceFacts& place : _facts.destinations) settings.setup.destinations.push_back(place.realPath);
+    settings.jobs = _line.jobs;
+    settings.stallSeconds = static_cast<double>(_line.stallSeconds);
+    for (const platform::Folder& folder : _locks) settings.inherited.push_back(folder.descriptor());
+    settings.destinationPaths = _line.destinations;
+    settings.cardPath = _line.card;
+    _startedAt = secondsSince1970();
+    _catalogue->startOffload(_facts.card.realPath, settings.setup.destinations, _startedAt);
+    const bool hadCatalogue = !_catalogue->problem();
+    _run = std::make_unique<Run>(_context, settings, _card, _plan, *_catalogue, _listener);
+    _context.restart();
+    _run->start([this] { _signals.cancel(); });
+    if (_signal) _run->stop(*_signal);
+    _context.run();
+    if (hadCatalogue && _catalogue->problem()) {
+      _warnings.push_back("not all of this is remembered for the next time: " + *_catalogue->problem());
+      post(Warned{.text = _warnings.back(), .path = std::nullopt});
+    }
+  }
+
+  int conclude() {
+    // Half a listing would look like a card that lost its files: a signal is only noticed, a second one ends the process.
+    _signals.wait();
+    const Stopped never = [look = stopped()] {
+      std::ignore = look();
+      return false;
+    };
+    const std::optional<platform::Folder> root = platform::Folder::open(_facts.card.realPath, nullptr);
+    const Listing after = root ? listTree(*root, ExcludePatterns(_line.excluded), never) : Listing{};
+    std::vector<DestinationListing> destinations;
+    std::vector<platform::Volume> volumes;
+    for (const PlaceFacts& place : _facts.destinations) {
+      const std::optional<platform::Folder> folder = platform::Folder::open(place.realPath, nullptr);
+      destinations.push_back(folder ? listDestination(*folder, _card, never)
+                                    : DestinationListing(_card.entries.size()));
+      volumes.push_back(platform::volumeOf(place.realPath));
+    }
+    const Verdict verdict = verdictOf({.before = _card,
+                                       .after = after,
+                                       .destinations = destinations,
+                                       .plan = _plan,
+                                       .results = _run->results(),
+                                       .destinationPaths = _line.destinations,
+                                       .volumes = volumes,
+                                       .warnings = _warnings,
+                                       .readBack = _line.readBack,
+                                       .signal = _signal});
+    remember(verdict);
+    finish(verdict, volumes, false);
+    return verdict.exitStatus;
+  }
+
+  void remember(const Verdict& verdict) {
+    OffloadRecord record{.card = _facts.card.realPath,
+                         .destinations = _runSettings.setup.destinations,
+                         .started = _startedAt,
+                         .ended = secondsSince1970(),
+                         .exitStatus = verdict.exitStatus,
+                         .files = verdict.files,
+                         .proved = verdict.proved,
+                         .bytes = verdict.bytes,
+                         .verdict = verdict.line};
+    _catalogue->endOffload(record);
+  }
+
+  void finish(const Verdict& verdict, const std::vector<platform::Volume>& volumes, bool wasRefused) {
+    Finished finished{.verdict = verdict, .seconds = seconds(), .wasRefused = wasRefused};
+    for (std::size_t position = 0; position < _line.destinations.size(); ++position) {
+      const platform::Volume volume = position < volumes.size() ? volumes[position] : platform::Volume{};
+      finished.destinations.push_back(
+          {.path = _line.destinations[position], .fileSystem = volume.fileSystem, .readBack = volume.readBack});
+    }
+    post(finished);
+  }
+
+  // Nothing was copied: there was a reason not to start, or a signal came first.
+  int endEarly() {
+    Verdict verdict;
+    verdict.exitStatus = _signal ? ExitStatus::signalled + *_signal : ExitStatus::nothingDone;
+    verdict.line = "DO NOT ERASE: nothing was done.";
+    std::vector<platform::Volume> volumes;
+    for (const PlaceFacts& place : _facts.destinations) volumes.push_back(place.volume);
+    finish(verdict, volumes, true);
+    return verdict.exitStatus;
+  }
+
+  const CommandLine& _line;
+  Listener& _listener;
+  asio::io_context _context;
+  Signals _signals;
+  std::optional<int> _signal;
+  const Clock::time_point _started = Clock::now();
+  int64_t _startedAt = 0;  // seconds since 1970
+  PreflightFacts _facts;
+  std::vector<std::string> _warnings;
+  std::deque<platform::Folder> _locks;  // of the destinations
+  Listing _card;
+  std::optional<Catalogue> _catalogue;
+  Plan _plan;
+  RunSettings _runSettings;
+  std::unique_ptr<Run> _run;
+};
+
+}  // namespace
+
+int offload(const CommandLine& line, Listener& listener) {
+  return Offload(line, listener).perform();
+}
+
+int runOffload(const CommandLine& line) {
+  constexpr double longestWait = 10;  // seconds
+  OutputStream results(platform::standardOutput);
+  OutputStream messages(platform::standardError);
+  const std::unique_ptr<Listener> display = makeDisplay(line, results, messages);
+  const int status = offload(line, *display);
+  results.finish(longestWait);
+  messages.finish(longestWait);
+  return status;
+}
+
+}  // namespace kdxoffload

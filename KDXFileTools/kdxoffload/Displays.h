@@ -1,0 +1,24 @@
+#pragma once
+
+#include <memory>
+
+#include "KDXFileTools/kdxoffload/CommandLine.h"
+#include "KDXFileTools/kdxoffload/Events.h"
+#include "KDXFileTools/kdxoffload/OutputStream.h"
+#include "platform/Terminal.h"
+
+namespace kdxoffload {
+
+// Where the streams lead to.
+struct DisplayTargets {
+  int results = platform::standardOutput;
+  int messages = platform::standardError;
+};
+
+// The display that the command line and the kind of output ask for: JSON lines, or moving lines for a person where messages
+// go to a terminal that can move its cursor, or lines of a log. Results have colours only on a terminal of their own.
+// The streams are the caller's, and outlive the display.
+std::unique_ptr<Listener> makeDisplay(const CommandLine& line, OutputStream& results, OutputStream& messages,
+                                      DisplayTargets targets = {});
+
+}  // namespace kdxoffload

@@ -1,0 +1,18 @@
+#pragma once
+
+namespace kdxoffload {
+
+// How the program ends. Where several hold, the card or a destination that changed goes before what is not proved, and that
+// before what was left out.
+namespace ExitStatus {
+
+inline constexpr int safe = 0;
+inline constexpr int nothingDone = 1;  // the command line, or a reason not to start
+inline constexpr int notProved = 2;
+inline constexpr int leftOut = 3;  // all that was asked for succeeded, but it was not everything
+inline constexpr int changedMeanwhile = 4;
+inline constexpr int signalled = 128;  // and the number of the signal
+
+}  // namespace ExitStatus
+
+}  // namespace kdxoffload

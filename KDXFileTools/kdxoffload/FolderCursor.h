@@ -1,0 +1,44 @@
+#pragma once
+
+#include <optional>
+#include <unordered_map>
+#include <vector>
+
+#include "KDXFileTools/kdxoffload/Listing.h"
+
+namespace kdxoffload {
+
+// Goes from folder to folder of a tree that looks like the card's, step by step and by descriptors: no link is followed, and
+// neither the depth nor the length of a path matters. Few folders are open at a time, those that were come to last. Fast
+// where the folders are asked for in the order of a listing. Used by one thread.
+class FolderCursor {
+ public:
+  // Both must live as long as the cursor. The entries may grow.
+  FolderCursor(const platform::Folder& root, const std::vector<Entry>& entries) : _root(root), _entries(entries) {}
+
+  // The folder that stands in this tree for the entry; null when it can't be opened. Valid until the next call.
+  const platform::Folder* at(EntryIndex folder, platform::ErrorPlace error);
+
+ private:
+  // A folder on the way down. The last one is always open.
+  struct Level {
+    EntryIndex folder = Entry::root;
+    platform::FileIdentity identity{};
+    std::optional<platform::Folder> open{};
+  };
+
+  [[nodiscard]] const platform::Folder& here() const { return _levels.empty() ? _root : *_levels.back().open; }
+  [[nodiscard]] std::vector<EntryIndex> wayDownTo(EntryIndex folder) const;
+  bool goUpTo(EntryIndex folder, platform::ErrorPlace error);
+  bool goUp();
+  bool goDown(EntryIndex folder, platform::ErrorPlace error);
+  bool comeFromRoot(platform::ErrorPlace error);
+  void leaveLast();
+
+  const platform::Folder& _root;
+  const std::vector<Entry>& _entries;
+  std::vector<Level> _levels;                               // from the one below the root to the current one
+  std::unordered_map<EntryIndex, std::size_t> _positionOf;  // in _levels
+};
+
+}  // namespace kdxoffload

@@ -1,0 +1,101 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "KDXFileTools/kdxoffload/Catalogue.h"
+#include "KDXFileTools/kdxoffload/DestinationSet.h"
+#include "KDXFileTools/kdxoffload/Listing.h"
+#include "KDXFileTools/kdxoffload/Preflight.h"
+
+namespace kdxoffload {
+
+enum class JobKind : uint8_t {
+  copy,     // write the file, or the sequence, and prove it
+  compare,  // read the file of the card and what stands at the destinations, and write nothing
+};
+
+// One piece of work on files. A plain value, small: there may be a hundred thousand.
+struct Job {
+  static constexpr uint32_t noSequence = UINT32_MAX;
+
+  JobKind kind = JobKind::copy;
+  bool replaces = false;           // a regular file at the final name makes room; of a comparison: when it differs
+  bool usesAlias = false;          // the job gets another name than the card's (see needsAlias)
+  uint32_t first = 0;              // its files: positions in Plan::files
+  uint32_t count = 1;              // more than one for a sequence
+  uint32_t sequence = noSequence;  // position in Plan::sequences
+  DestinationSet destinations{};
+};
+
+// Why a file, folder or link can't be had at a destination, known before anything is done.
+enum class Obstacle : uint8_t {
+  changedSinceProved,  // the file of the card is another one than was proved here
+  folderInTheWay,
+  linkInTheWay,
+  otherInTheWay,
+  fileInTheWay,   // of a folder or a link
+  differentLink,  // a link stands there, and leads elsewhere
+  cardsOwnFile,   // what stands there is the file of the card itself
+  sameNameTwice,  // the destination takes two entries of the card for one name
+  notWritable,
+  insideObstacle,  // a folder on the way can't be had
+};
+
+struct PlannedFailure {
+  EntryIndex entry = 0;
+  DestinationSet destinations{};
+  Obstacle obstacle = Obstacle::folderInTheWay;
+};
+
+// All that an offload has to do. A plain value: the same listings, records and wishes give the same plan.
+struct Plan {
+  std::vector<EntryIndex> files{};        // of the jobs, those of one job together and in frame order
+  std::vector<std::string> sequences{};   // identifiers, without the folder: "A001_%%d_1001-1100.####.dpx"
+  std::vector<Job> jobs{};                // big ones first in the order of the card, then small ones
+  std::vector<DestinationSet> proved{};   // for every entry of the card: where it is proved already; for folders, empty
+  std::vector<DestinationSet> folders{};  // for every entry of the card: where this folder has to be made
+  std::vector<DestinationSet> links{};    // the same for links
+  std::vector<PlannedFailure> failures{};
+  std::vector<std::string> warnings{};  // one for each group of frames with a gap
+  std::vector<RoomNeeded> room{};       // of each destination
+  uint64_t bytesToDo = 0;               // of the files of the jobs, each counted once for every job
+
+  [[nodiscard]] std::span<const EntryIndex> filesOf(const Job& job) const {
+    return std::span(files).subspan(job.first, job.count);
+  }
+};
+
+// What the plan depends on beside the listings.
+struct PlanWishes {
+  bool readBack = true;  // what was only copied counts as proved without it
+  bool recheck = false;
+  bool replace = false;
+  uint32_t algorithm = 0;  // a proof with another one is made again; 0: any will do
+};
+
+// One destination as the plan sees it. `records` has one for each entry of the card, or none at all.
+struct PlannedDestination {
+  DestinationListing listing{};
+  std::vector<FileRecord> records{};
+  std::map<EntryIndex, std::string> linkTargets{};  // of links that stand there; without, a job looks at the link
+  platform::Volume volume{};
+};
+
+Plan makePlan(const Listing& card, std::span<const PlannedDestination> destinations, const PlanWishes& wishes);
+
+// True for names that the jobs can't take as they are: not UTF-8, control characters (they would look like lines of
+// output), too long for the temporary name, or ending like one. (That the temporary name is another entry is for the plan
+// to see.)
+bool needsAlias(std::string_view name);
+
+// Frames go into a sequence below this size.
+inline constexpr uint64_t largestFrame = uint64_t{64} << 20;  // bytes
+// A job counts as small up to this size: many run at once, and a batch shares one flush.
+inline constexpr uint64_t largestSmallFile = uint64_t{4} << 20;  // bytes
+
+}  // namespace kdxoffload

@@ -1,0 +1,681 @@
+#include "KDXFileTools/kdxoffload/Run.h"
+
+#include <algorithm>
+#include <asio.hpp>
+#include <chrono>
+#include <deque>
+#include <map>
+#include <utility>
+
+#include "KDXFileTools/kdxoffload/Batch.h"
+#include "KDXFileTools/kdxoffload/Orders.h"
+#include "KDXFileTools/kdxoffload/ProgressMeter.h"
+#include "KDXFileTools/kdxoffload/Verdict.h"
+#include "KDXFileTools/kdxoffload/WorkerPool.h"
+#include "platform/Volume.h"
+
+namespace kdxoffload {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using BatchPointer = std::shared_ptr<Batch>;
+
+constexpr std::chrono::milliseconds betweenStates{250};
+constexpr std::size_t smallJobsAtOnce = 16;
+constexpr std::size_t bigJobsAtOnce = 1;
+// While one batch is being synced the next one goes on.
+constexpr std::size_t openSmallBatches = 2;
+
+// A source that read differently once.
+constexpr int sourceReadDifferently = 121;
+
+}  // namespace
+
+struct Run::State : std::enable_shared_from_this<Run::State> {
+  struct Running {
+    Job job;
+    BatchPointer batch;
+    uint64_t bytes = 0;  // of its files
+    JobPhase phase = JobPhase::copying;
+    uint64_t bytesInPhase = 0;
+  };
+
+  State(asio::io_context& ofContext, RunSettings its, const Listing& ofCard, const Plan& itsPlan,
+        Catalogue& itsCatalogue, Listener& itsListener)
+      : context(ofContext),
+        settings(std::move(its)),
+        card(ofCard),
+        plan(itsPlan),
+        catalogue(itsCatalogue),
+        listener(itsListener),
+        results(ofCard.entries.size(), settings.setup.destinations.size()),
+        isReported(ofCard.entries.size()),
+        clock(ofContext) {}
+
+  [[nodiscard]] double now() const { return std::chrono::duration<double>(Clock::now() - started).count(); }
+  [[nodiscard]] DestinationSet everywhere() const { return DestinationSet::all(settings.setup.destinations.size()); }
+  [[nodiscard]] bool isFile(EntryIndex entry) const {
+    return card.entries[entry].facts.kind == platform::ItemKind::file;
+  }
+  void post(const Event& event) { listener.take(event); }
+
+  // The stages, each of which starts the next one.
+  void begin();
+  void makeFolders();
+  void copyFiles();
+  void tryAgain();
+  void startAgain();
+  void makeLinks();
+  EntriesOrder cleaningOrder();
+  void clean();
+  void keepFolders();
+  void end();
+  using TakeReport = std::function<void(const EntriesOrder&, const JobReport&)>;
+  void doInTurn(std::deque<EntriesOrder> orders, TakeReport takeReport, std::function<void()> next);
+
+  // Files.
+  void startMore();
+  bool startOne();
+  [[nodiscard]] bool mayStart(const Batch& batch) const;
+  void dropWaiting();
+  void open(const Batch& batch);
+  void startJob(const BatchPointer& batch);
+  void endJob(const JobReport& report);
+  void take(uint64_t number, const WorkerOutput& output);
+  void closeIfOver(const BatchPointer& batch);
+  void settle(Batch& batch, const JobResult& synced);
+  void prove(const Batch::Finished& finished, std::vector<FileOfRecord>& records);
+  bool fail(const Job& job, const JobReport& report, bool isRetry);
+  [[nodiscard]] std::vector<Job> asItStands(const Job& job) const;
+  [[nodiscard]] DestinationSet takenNames(const Job& job) const;
+
+  // What is kept of them.
+  void addRecords(const Job& job, std::vector<FileOfRecord>& records) const;
+  void addFailure(EntryIndex entry, int status, const std::string& detail, DestinationSet destinations);
+  void takeItems(const EntriesOrder& order, const JobReport& report);
+  void remark(std::size_t destination, const std::string& text);
+
+  // What is told.
+  void postPlan();
+  void postPlannedOutcomes();
+  void postFile(EntryIndex entry, double jobSeconds, std::optional<uint64_t> sequenceJob = std::nullopt);
+  void postRest();
+  void tellState(bool isAsked);
+  void watch();
+
+  asio::io_context& context;
+  RunSettings settings;
+  const Listing& card;
+  const Plan& plan;
+  Catalogue& catalogue;
+  Listener& listener;
+  Results results;
+  std::vector<bool> isReported;  // the file has had its event
+  asio::steady_timer clock;
+  std::unique_ptr<WorkerPool> pool;
+  std::function<void()> ended;
+  const Clock::time_point started = Clock::now();
+  ProgressMeter meter;
+  uint64_t lastNumber = 0;
+  int signal = 0;  // that stops the run
+  enum class Stage { before, files, between, retries, after, over } stage = Stage::before;
+
+  std::deque<BatchPointer> waiting;  // not all of their jobs have started
+  std::size_t openBatches = 0;       // begun and not settled
+  std::map<uint64_t, Running> running;
+  std::vector<Job> failedOnce;
+  std::vector<std::string> leftBehind;  // paths of temporary files of jobs that failed
+  bool hasWorked = false;               // something was to be done
+  uint64_t bytesProved = 0;
+  uint64_t filesProved = 0;
+  uint64_t files = 0;
+  uint64_t bytes = 0;
+};
+
+Run::Run(asio::io_context& context, RunSettings settings, const Listing& card, const Plan& plan, Catalogue& catalogue,
+         Listener& listener)
+    : _state(std::make_shared<State>(context, std::move(settings), card, plan, catalogue, listener)) {}
+
+Run::~Run() {
+  _state->clock.cancel();
+  _state->pool.reset();
+}
+
+void Run::start(std::function<void()> ended) {
+  _state->ended = std::move(ended);
+  _state->begin();
+}
+
+void Run::stop(int signal) {
+  if (_state->signal != 0) return;
+  _state->signal = signal;
+  _state->post(Stopping{.signal = signal});
+  // Not from here: whoever is told of an event may be the one who stops.
+  asio::post(_state->context, [state = _state] {
+    if (state->pool) state->pool->stop();
+    state->startMore();
+  });
+}
+
+void Run::tellState() {
+  _state->tellState(true);
+}
+
+const Results& Run::results() const {
+  return _state->results;
+}
+
+void Run::State::begin() {
+  WorkerPool::Settings poolSettings{.setup = settings.setup,
+                                    .program = settings.program,
+                                    .stallSeconds = settings.stallSeconds,
+                                    .inherited = settings.inherited};
+  pool = std::make_unique<WorkerPool>(context, std::move(poolSettings),
+                                      [this](uint64_t number, const WorkerOutput& output) { take(number, output); });
+  postPlan();
+  postPlannedOutcomes();
+  watch();
+  makeFolders();
+}
+
+// Does the orders one after the other, and goes on with `next`.
+void Run::State::doInTurn(std::deque<EntriesOrder> orders,
+                          std::function<void(const EntriesOrder&, const JobReport&)> takeReport,
+                          std::function<void()> next) {
+  if (orders.empty()) {
+    next();
+    return;
+  }
+  hasWorked = true;
+  EntriesOrder first = std::move(orders.front());
+  orders.pop_front();
+  first.order.number = ++lastNumber;
+  const JobOrder order = first.order;
+  pool->give(order, [self = shared_from_this(), first = std::move(first), orders = std::move(orders),
+                     takeReport = std::move(takeReport), next = std::move(next)](const JobReport& report) mutable {
+    takeReport(first, report);
+    self->doInTurn(std::move(orders), std::move(takeReport), std::move(next));
+  });
+}
+
+void Run::State::makeFolders() {
+  std::vector<EntriesOrder> orders = folderOrders(plan.folders, card);
+  doInTurn(
+      {std::make_move_iterator(orders.begin()), std::make_move_iterator(orders.end())},
+      [this](const EntriesOrder& order, const JobReport& report) { takeItems(order, report); },
+      [this] { copyFiles(); });
+}
+
+void Run::State::copyFiles() {
+  stage = Stage::files;
+  for (Batch& batch : batchesOf(plan, card)) waiting.push_back(std::make_shared<Batch>(std::move(batch)));
+  startMore();
+}
+
+void Run::State::tryAgain() {
+  stage = Stage::between;
+  // What failed for want of room leaves room for the second try.
+  std::deque<EntriesOrder> orders;
+  if (!failedOnce.empty()) orders.push_back(cleaningOrder());
+  doInTurn(
+      std::move(orders), [](const EntriesOrder&, const JobReport&) {}, [this] { startAgain(); });
+}
+
+void Run::State::startAgain() {
+  stage = Stage::retries;
+  for (const Batch& batch : retriesOf(std::exchange(failedOnce, {}))) {
+    for (const Job& job : asItStands(batch.jobs.front())) {
+      waiting.push_back(std::make_shared<Batch>(Batch{.jobs = {job}, .isRetry = true}));
+    }
+  }
+  startMore();
+}
+
+void Run::State::makeLinks() {
+  stage = Stage::after;
+  std::vector<EntriesOrder> orders = linkOrders(plan.links, card);
+  if (signal != 0) orders.clear();
+  doInTurn(
+      {std::make_move_iterator(orders.begin()), std::make_move_iterator(orders.end())},
+      [this](const EntriesOrder& order, const JobReport& report) { takeItems(order, report); }, [this] { clean(); });
+}
+
+// Removes what jobs that failed have left, and the folder of aliases.
+EntriesOrder Run::State::cleaningOrder() {
+  EntriesOrder order{.order = {.task = Task::clean, .destinations = everywhere()}};
+  for (std::string& path : leftBehind) order.order.items.push_back({.name = std::move(path)});
+  leftBehind.clear();
+  return order;
+}
+
+void Run::State::clean() {
+  std::deque<EntriesOrder> orders;
+  if (hasWorked) orders.push_back(cleaningOrder());
+  // What could not be removed is no harm: the next run replaces it.
+  doInTurn(
+      std::move(orders), [](const EntriesOrder&, const JobReport&) {}, [this] { keepFolders(); });
+}
+
+void Run::State::keepFolders() {
+  std::vector<DestinationSet> where = settings.foldersToKeep;
+  where.resize(card.entries.size());
+  for (EntryIndex index = 0; index < where.size(); ++index) {
+    const bool isFolder = card.entries[index].facts.kind == platform::ItemKind::folder;
+    // Whatever was done in a folder may have changed its time.
+    if (hasWorked && isFolder) where[index] = results.provedAt(index);
+  }
+  std::vector<EntriesOrder> orders = keepingOrders(where, card);
+  if (signal != 0) orders.clear();
+  doInTurn(
+      {std::make_move_iterator(orders.begin()), std::make_move_iterator(orders.end())},
+      [this](const EntriesOrder& order, const JobReport& report) { takeItems(order, report); }, [this] { end(); });
+}
+
+void Run::State::end() {
+  postRest();
+  if (filesProved == files) meter.finish();
+  tellState(false);
+  stage = Stage::over;
+  clock.cancel();
+  pool->close();
+  ended();
+}
+
+// Starts as many jobs as there is room for, and the next stage when there are none left.
+void Run::State::startMore() {
+  if (stage != Stage::files && stage != Stage::retries) return;
+  if (signal != 0) dropWaiting();
+  while (startOne()) {
+  }
+  if (!waiting.empty() || openBatches != 0) return;
+  if (stage == Stage::files && signal == 0) {
+    tryAgain();
+  } else {
+    makeLinks();
+  }
+}
+
+// What has not started never will.
+void Run::State::dropWaiting() {
+  for (const BatchPointer& batch : std::exchange(waiting, {})) {
+    batch->jobs.resize(batch->started);
+    if (batch->started != 0) closeIfOver(batch);
+  }
+}
+
+bool Run::State::mayStart(const Batch& batch) const {
+  const std::size_t atOnce = settings.jobs.value_or(batch.isSmall ? smallJobsAtOnce : bigJobsAtOnce);
+  const bool mayOpen = batch.started != 0 || !batch.isSmall || openBatches < openSmallBatches;
+  return running.size() < atOnce && mayOpen;
+}
+
+bool Run::State::startOne() {
+  if (waiting.empty() || !mayStart(*waiting.front())) return false;
+  const BatchPointer batch = waiting.front();
+  if (batch->started == 0) open(*batch);
+  startJob(batch);
+  if (!batch->hasMore()) waiting.pop_front();
+  return true;
+}
+
+// What is about to be written is recorded first: whatever ends this program, the next run knows what is ours.
+void Run::State::open(const Batch& batch) {
+  hasWorked = true;
+  ++openBatches;
+  std::vector<FileOfRecord> records;
+  for (const Job& job : batch.jobs) {
+    if (job.kind == JobKind::copy) addRecords(job, records);
+  }
+  for (FileOfRecord& record : records) record.record.state = FileRecord::State::begun;
+  catalogue.begin(records);
+}
+
+void Run::State::startJob(const BatchPointer& batch) {
+  Running job{.job = batch->jobs[batch->started++], .batch = batch};
+  JobOrder order = orderOf(job.job, plan, card);
+  order.number = ++lastNumber;
+  order.flushes = !batch->isSmall;
+  for (const OrderedItem& item : order.items) job.bytes += item.size;
+  const bool copies = job.job.kind == JobKind::copy;
+  meter.startJob(order.number, job.bytes, copies, settings.setup.readBack || !copies);
+  post(JobStarted{.job = order.number,
+                  .path = shownPathOf(job.job, plan, card),
+                  .frames = job.job.count,
+                  .bytes = job.bytes,
+                  .seconds = now()});
+  running.emplace(order.number, std::move(job));
+  pool->give(order, [self = shared_from_this()](const JobReport& report) { self->endJob(report); });
+}
+
+void Run::State::take(uint64_t number, const WorkerOutput& output) {
+  const auto found = running.find(number);
+  if (found == running.end()) return;
+  Running& job = found->second;
+  if (output.phase() != job.phase) {
+    job.phase = output.phase();
+    job.bytesInPhase = 0;
+    post(JobPhaseChanged{.job = number, .phase = job.phase, .seconds = now()});
+  }
+  meter.move(number, job.phase, output.bytesInPhase());
+  if (output.bytesInPhase() <= job.bytesInPhase) return;
+  job.bytesInPhase = output.bytesInPhase();
+  post(JobProgressed{.job = number, .phase = job.phase, .bytes = job.bytesInPhase, .seconds = now()});
+}
+
+void Run::State::endJob(const JobReport& report) {
+  const auto found = running.find(report.result.number);
+  const Running job = std::move(found->second);
+  running.erase(found);
+  const bool isDone = report.result.status == 0;
+  meter.endJob(report.result.number, isDone);
+  const bool goesOn = !isDone && fail(job.job, report, job.batch->isRetry);
+  post(JobEnded{.job = report.result.number,
+                .status = report.result.status,
+                .willBeTriedAgain = goesOn,
+                .secondsCopying = report.output.secondsCopying(),
+                .secondsReadingBack = report.output.secondsReadingBack(),
+                .seconds = now()});
+  ++job.batch->ended;
+  if (isDone) {
+    job.batch->finished.push_back({.job = job.job, .report = report});
+  } else {
+    job.batch->failed.push_back(job.job);
+  }
+  closeIfOver(job.batch);
+  startMore();
+}
+
+void Run::State::closeIfOver(const BatchPointer& batch) {
+  if (!batch->isOver()) return;
+  if (!batch->isSmall || batch->finished.empty()) {
+    settle(*batch, {});
+    return;
+  }
+  const JobOrder order{.number = ++lastNumber, .task = Task::sync, .destinations = batch->destinations()};
+  pool->give(order, [self = shared_from_this(), batch](const JobReport& report) {
+    self->settle(*batch, report.result);
+    self->startMore();
+  });
+}
+
+// Everything of the batch is permanent, or the sync has failed.
+void Run::State::settle(Batch& batch, const JobResult& synced) {
+  --openBatches;
+  std::vector<FileOfRecord> lost;
+  for (const Job& job : batch.failed) addRecords(job, lost);
+  std::vector<FileOfRecord> proved;
+  for (const Batch::Finished& finished : batch.finished) {
+    if (synced.status == 0) {
+      prove(finished, proved);
+      continue;
+    }
+    JobReport report = finished.report;
+    report.result = synced;
+    fail(finished.job, report, batch.isRetry);
+    addRecords(finished.job, lost);
+  }
+  if (!lost.empty()) catalogue.forget(lost);
+  if (!proved.empty()) catalogue.prove(proved);
+  if (synced.status != 0) return;
+  for (const Batch::Finished& finished : batch.finished) {
+    const double seconds = finished.report.output.secondsCopying() + finished.report.output.secondsReadingBack();
+    const bool isSequence = finished.job.sequence != Job::noSequence;
+    const auto sequence = isSequence ? std::optional(finished.report.result.number) : std::nullopt;
+    for (const EntryIndex file : plan.filesOf(finished.job)) postFile(file, seconds, sequence);
+  }
+}
+
+void Run::State::prove(const Batch::Finished& finished, std::vector<FileOfRecord>& records) {
+  const Job& job = finished.job;
+  const JobReport& report = finished.report;
+  const bool isCopy = job.kind == JobKind::copy;
+  const std::vector<FileDigest>& digests = isCopy ? report.output.digests() : report.result.digests;
+  const auto position = records.size();
+  addRecords(job, records);
+  std::size_t item = 0;
+  for (std::size_t record = position; record < records.size(); ++record, ++item) {
+    FileOfRecord& file = records[record];
+    const std::size_t index = item / job.destinations.size();
+    const EntryIndex entry = plan.filesOf(job)[index];
+    const bool wasProved = entry < settings.knownDigests.size() && settings.knownDigests[entry].algorithm != 0;
+    const bool isUnread = isCopy && !settings.setup.readBack;
+    const bool isAdopted = !isCopy && !wasProved;
+    if (index < digests.size()) results.digests[entry] = digests[index];
+    if (item < report.result.items.size()) {
+      const ItemResult& left = report.result.items[item];
+      results.after[file.destination][entry] = left.facts;
+      if (!left.remark.empty()) remark(file.destination, left.remark);
+    }
+    results.setProof(entry, file.destination, isUnread ? Proof::unread : isAdopted ? Proof::adopted : Proof::copied);
+    const platform::ItemFacts& after = results.after[file.destination][entry];
+    file.record.state = isUnread    ? FileRecord::State::copied
+                        : isAdopted ? FileRecord::State::adopted
+                                    : FileRecord::State::proved;
+    file.record.digest = results.digests[entry];
+    file.record.destinationSize = after.size;
+    file.record.destinationModified = after.modified;
+  }
+}
+
+// True when the job will be tried once more.
+bool Run::State::fail(const Job& job, const JobReport& report, bool isRetry) {
+  const JobResult& result = report.result;
+  for (const EntryIndex file : plan.filesOf(job)) {
+    if (result.status == sourceReadDifferently) results.unstable.insert(file);
+    if (job.kind == JobKind::copy && !job.usesAlias) leftBehind.push_back(card.pathOf(file) + ".kdxcopy");
+  }
+  if (!isRetry && signal == 0) {
+    failedOnce.push_back(job);
+    // What differs makes room where that was asked for.
+    const bool makesRoom = job.kind == JobKind::compare && job.replaces && result.status == WorkStatus::differs;
+    if (makesRoom) failedOnce.back().kind = JobKind::copy;
+    return true;
+  }
+  for (const EntryIndex file : plan.filesOf(job)) addFailure(file, result.status, result.reason, job.destinations);
+  return false;
+}
+
+// The job as it is to be tried again. What has got its name meanwhile is compared instead, whoever gave it, and each
+// destination by itself, so that one that differs takes nothing from the others.
+std::vector<Job> Run::State::asItStands(const Job& job) const {
+  const DestinationSet taken = job.kind == JobKind::compare ? job.destinations : takenNames(job);
+  std::vector<Job> jobs;
+  const auto add = [&](JobKind kind, DestinationSet where) {
+    jobs.push_back(job);
+    jobs.back().kind = kind;
+    jobs.back().destinations = where;
+  };
+  if (const DestinationSet free = job.destinations.without(taken); !free.empty()) add(JobKind::copy, free);
+  for (std::size_t position = 0; position < settings.setup.destinations.size(); ++position) {
+    if (taken.contains(position)) add(JobKind::compare, DestinationSet::only(position));
+  }
+  return jobs;
+}
+
+// Where a file stands now under the name of a file that was to be copied, and was not to replace anything.
+DestinationSet Run::State::takenNames(const Job& job) const {
+  DestinationSet taken;
+  if (job.replaces) return taken;
+  const EntryIndex file = plan.files[job.first];
+  for (std::size_t position = 0; position < settings.setup.destinations.size(); ++position) {
+    if (!job.destinations.contains(position)) continue;
+    const auto root = platform::Folder::open(settings.setup.destinations[position], nullptr);
+    const auto folder = root ? root->openFolder(card.folderOf(file), nullptr) : std::nullopt;
+    const auto facts = folder ? folder->factsOf(card.entries[file].name, nullptr) : std::nullopt;
+    if (facts && facts->kind == platform::ItemKind::file) taken.insert(position);
+  }
+  return taken;
+}
+
+// One for each file and destination, in this order: those of a file together.
+void Run::State::addRecords(const Job& job, std::vector<FileOfRecord>& records) const {
+  for (const EntryIndex file : plan.filesOf(job)) {
+    const platform::ItemFacts& facts = card.entries[file].facts;
+    for (std::size_t position = 0; position < settings.setup.destinations.size(); ++position) {
+      if (!job.destinations.contains(position)) continue;
+      records.push_back({.destination = position,
+                         .path = card.pathOf(file),
+                         .record = {.size = facts.size, .modified = facts.modified}});
+    }
+  }
+}
+
+void Run::State::addFailure(EntryIndex entry, int status, const std::string& detail, DestinationSet destinations) {
+  const std::string reason = reasonForStatus(status);
+  const std::string whole = detail.empty() ? reason : reason + " (" + detail + ")";
+  Failure& failure =
+      results.failures.try_emplace(entry, Failure{.status = status, .reason = whole, .destinations = {}}).first->second;
+  failure.destinations = failure.destinations.with(destinations);
+}
+
+// What became of folders and links.
+void Run::State::takeItems(const EntriesOrder& order, const JobReport& report) {
+  std::size_t item = 0;
+  for (const EntryIndex entry : order.entries) {
+    for (std::size_t position = 0; position < settings.setup.destinations.size(); ++position) {
+      if (!order.order.destinations.contains(position)) continue;
+      const bool isKnown = item < report.result.items.size();
+      const ItemResult unknown{.status = report.result.status, .remark = report.result.reason};
+      const ItemResult& left = isKnown ? report.result.items[item] : unknown;
+      ++item;
+      if (left.status == 0) {
+        results.setProof(entry, position, Proof::copied);
+        results.after[position][entry] = left.facts;
+        if (!left.remark.empty()) remark(position, left.remark);
+      } else {
+        results.setProof(entry, position, Proof::none);
+        addFailure(entry, left.status, left.remark, DestinationSet::only(position));
+      }
+    }
+  }
+}
+
+void Run::State::remark(std::size_t destination, const std::string& text) {
+  const std::string whole =
+      "mode or time of change could not be kept everywhere at " + settings.destinationPaths[destination] + ": " + text;
+  if (std::ranges::find(results.remarks, whole) == results.remarks.end()) results.remarks.push_back(whole);
+}
+
+void Run::State::postPlan() {
+  Planned planned{.card = settings.cardPath,
+                  .destinations = settings.destinationPaths,
+                  .sequences = plan.sequences.size(),
+                  .readBack = settings.setup.readBack};
+  for (EntryIndex index = 0; index < card.entries.size(); ++index) {
+    const platform::ItemFacts& facts = card.entries[index].facts;
+    if (facts.kind == platform::ItemKind::folder) ++planned.folders;
+    if (facts.kind == platform::ItemKind::link) ++planned.links;
+    if (!isFile(index)) continue;
+    ++planned.files;
+    planned.bytes += facts.size;
+    if (plan.proved[index] != everywhere()) continue;
+    ++planned.filesDoneBefore;
+    planned.bytesDoneBefore += facts.size;
+  }
+  files = planned.files;
+  bytes = planned.bytes;
+  post(planned);
+  for (const std::string& warning : plan.warnings) post(Warned{.text = warning, .path = std::nullopt});
+}
+
+void Run::State::postPlannedOutcomes() {
+  for (const PlannedFailure& failure : plan.failures) {
+    Failure& known =
+        results.failures
+            .try_emplace(failure.entry,
+                         Failure{.status = 0, .reason = reasonForObstacle(failure.obstacle), .destinations = {}})
+            .first->second;
+    known.destinations = known.destinations.with(failure.destinations);
+  }
+  for (EntryIndex index = 0; index < card.entries.size(); ++index) {
+    const auto failure = results.failures.find(index);
+    const DestinationSet failing = failure == results.failures.end() ? DestinationSet() : failure->second.destinations;
+    const DestinationSet toMake = plan.folders[index].with(plan.links[index]);
+    const DestinationSet there = isFile(index) ? plan.proved[index] : everywhere().without(toMake).without(failing);
+    for (std::size_t position = 0; position < settings.setup.destinations.size(); ++position) {
+      if (there.contains(position)) results.setProof(index, position, Proof::before);
+    }
+    if (!isFile(index)) continue;
+    if (index < settings.knownDigests.size()) results.digests[index] = settings.knownDigests[index];
+    postFile(index, 0);
+  }
+  for (const std::string& path : card.excluded) post(FileEnded{.path = path, .outcome = FileOutcome::excluded});
+  for (const Job& job : plan.jobs) {
+    uint64_t size = 0;
+    for (const EntryIndex file : plan.filesOf(job)) size += card.entries[file].facts.size;
+    const bool copies = job.kind == JobKind::copy;
+    meter.expect(copies ? size : 0, settings.setup.readBack || !copies ? size : 0);
+  }
+}
+
+// Tells of the file as soon as it is proved everywhere.
+void Run::State::postFile(EntryIndex entry, double jobSeconds, std::optional<uint64_t> sequenceJob) {
+  if (isReported[entry] || !results.isProvedEverywhere(entry)) return;
+  isReported[entry] = true;
+  ++filesProved;
+  bytesProved += card.entries[entry].facts.size;
+  FileOutcome outcome = FileOutcome::alreadyProved;
+  for (std::size_t position = 0; position < results.destinations(); ++position) {
+    const Proof proof = results.proof(entry, position);
+    if (proof == Proof::copied || proof == Proof::unread) outcome = FileOutcome::proved;
+    if (proof == Proof::adopted && outcome == FileOutcome::alreadyProved) outcome = FileOutcome::adopted;
+  }
+  post(FileEnded{.path = card.pathOf(entry),
+                 .size = card.entries[entry].facts.size,
+                 .digest = results.digests[entry],
+                 .outcome = outcome,
+                 .jobSeconds = jobSeconds,
+                 .seconds = now(),
+                 .sequenceJob = sequenceJob});
+}
+
+// The files that are not proved.
+void Run::State::postRest() {
+  for (EntryIndex index = 0; index < card.entries.size(); ++index) {
+    if (!isFile(index) || isReported[index]) continue;
+    isReported[index] = true;
+    if (!results.failures.contains(index)) {
+      results.failures[index] = {.status = 0,
+                                 .reason = "its turn did not come before the offload was stopped",
+                                 .destinations = everywhere().without(results.provedAt(index))};
+    }
+    const Failure& failure = results.failures[index];
+    post(FileEnded{.path = card.pathOf(index),
+                   .size = card.entries[index].facts.size,
+                   .outcome = FileOutcome::failed,
+                   .status = failure.status,
+                   .reason = failure.reason,
+                   .seconds = now()});
+  }
+}
+
+void Run::State::tellState(bool isAsked) {
+  meter.tick(now());
+  Progress progress{.bytesDone = bytesProved,
+                    .bytes = bytes,
+                    .filesDone = filesProved,
+                    .files = files,
+                    .failures = results.failures.size(),
+                    .share = meter.share(),
+                    .bytesPerSecond = meter.bytesPerSecond(),
+                    .secondsLeft = meter.secondsLeft(),
+                    .seconds = now(),
+                    .isAsked = isAsked};
+  for (std::size_t position = 0; position < settings.setup.destinations.size(); ++position) {
+    progress.destinations.push_back({.path = settings.destinationPaths[position],
+                                     .freeBytes = platform::freeBytesOf(settings.setup.destinations[position])});
+  }
+  post(progress);
+}
+
+void Run::State::watch() {
+  clock.expires_after(betweenStates);
+  clock.async_wait([self = shared_from_this()](std::error_code error) {
+    if (error || self->stage == Stage::over) return;
+    self->tellState(false);
+    self->watch();
+  });
+}
+
+}  // namespace kdxoffload

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "KDXFileTools/kdxoffload/Catalogue.h"
+#include "KDXFileTools/kdxoffload/Events.h"
+#include "KDXFileTools/kdxoffload/JobOrder.h"
+#include "KDXFileTools/kdxoffload/Plan.h"
+#include "KDXFileTools/kdxoffload/Results.h"
+#include "platform/ChildProcess.h"
+
+namespace asio {
+class io_context;
+}
+
+namespace kdxoffload {
+
+// How a plan is carried out.
+struct RunSettings {
+  WorkerSetup setup{};
+  std::string program{platform::thisProgram};  // that the workers run
+  std::optional<std::size_t> jobs{};           // at once; none: as many as pays
+  double stallSeconds = 300;
+  std::vector<int> inherited{};                 // see WorkerPool
+  std::vector<std::string> destinationPaths{};  // as given, for displays
+  std::string cardPath{};                       // the same
+  // Digests of what was proved before, one for each entry of the card; none where there is none.
+  std::vector<FileDigest> knownDigests{};
+  // For every entry of the card: at which destinations this folder does not have its mode and time yet.
+  std::vector<DestinationSet> foldersToKeep{};
+};
+
+// Carries a plan out: folders, then files, then what failed once more, then links, then what is to be removed, and last times
+// and modes of the folders. Owns the workers and the clock. A failed job never ends it.
+//
+// A file is reported as proved, and recorded, only after its job has ended with 0 and its data and names are permanent. Small
+// files share a flush: those of a batch wait for one sync of every destination.
+class Run {
+ public:
+  // References must live as long as the run.
+  Run(asio::io_context& context, RunSettings settings, const Listing& card, const Plan& plan, Catalogue& catalogue,
+      Listener& listener);
+  ~Run();
+  Run(const Run&) = delete;
+  Run& operator=(const Run&) = delete;
+
+  // Returns at once; `ended` is called when nothing is left to do, or all that ran has stopped.
+  void start(std::function<void()> ended);
+  // Starts nothing new, stops what runs, and comes to its end.
+  void stop(int signal);
+  // Posts the state of everything.
+  void tellState();
+
+  // Whole once it has ended.
+  [[nodiscard]] const Results& results() const;
+
+ private:
+  struct State;
+  std::shared_ptr<State> _state;
+};
+
+}  // namespace kdxoffload

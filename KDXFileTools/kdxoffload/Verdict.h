@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "KDXFileTools/kdxoffload/Amounts.h"
+#include "KDXFileTools/kdxoffload/Listing.h"
+#include "KDXFileTools/kdxoffload/Plan.h"
+#include "KDXFileTools/kdxoffload/Reasons.h"
+#include "KDXFileTools/kdxoffload/Results.h"
+
+namespace kdxoffload {
+
+// All that the verdict depends on. References must outlive the call.
+struct VerdictFacts {
+  const Listing& before;                                // the card when it was planned
+  const Listing& after;                                 // and when everything was done
+  const std::vector<DestinationListing>& destinations;  // everything done, by the entries of `before`
+  const Plan& plan;
+  const Results& results;
+  std::vector<std::string> destinationPaths{};  // as given
+  std::vector<platform::Volume> volumes{};      // of the destinations
+  std::vector<std::string> warnings{};          // of the preflight
+  bool readBack = true;
+  std::optional<int> signal{};  // that ended the run
+};
+
+// An entry of the card that is not proved, or can't be.
+struct NotProved {
+  std::string path{};    // relative to the card
+  int status = 0;        // of the job; 0 where none ran
+  std::string reason{};  // a clause that follows the path
+  std::string advice{};  // what to do about it, a sentence; may be empty
+};
+
+// What a person and a program get to know at the end. A plain value; names in it are as they are on disk.
+struct Verdict {
+  bool isSafe = false;
+  int exitStatus = 0;
+  std::vector<NotProved> notProved{};  // in the order of the card
+  std::vector<std::string> changes{};  // what came, went or changed meanwhile, one sentence each
+  std::vector<std::string>
+      remarks{};        // what is said beside the verdict: warnings, what is not kept, what a read-back proves
+  uint64_t files = 0;   // of the card, without what was excluded
+  uint64_t proved = 0;  // at every destination
+  uint64_t bytes = 0;   // of the card's files
+  std::string line{};   // "SAFE TO ERASE: ...", without a newline
+};
+
+// Safe is said only where nothing at all speaks against it: what does not fit together (a listing of another card, a
+// destination without one) is not proved.
+Verdict verdictOf(const VerdictFacts& facts);
+
+}  // namespace kdxoffload

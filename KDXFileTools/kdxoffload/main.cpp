@@ -1,0 +1,37 @@
+#include <string>
+#include <vector>
+
+#include "KDXFileTools/kdxoffload/CommandLine.h"
+#include "KDXFileTools/kdxoffload/Coordinator.h"
+#include "KDXFileTools/kdxoffload/StatusAndHistory.h"
+#include "KDXFileTools/kdxoffload/Worker.h"
+#include "platform/Log.h"
+#include "platform/Process.h"
+
+namespace {
+
+constexpr int standardOutput = 1;
+constexpr int standardError = 2;
+
+int answer(const kdxoffload::CommandLineAnswer& answer) {
+  platform::writeText(answer.exitStatus == 0 ? standardOutput : standardError, answer.text);
+  return answer.exitStatus;
+}
+
+int run(const kdxoffload::CommandLine& line) {
+  if (line.command == kdxoffload::Command::status) return kdxoffload::runStatus(line);
+  if (line.command == kdxoffload::Command::history) return kdxoffload::runHistory(line);
+  return kdxoffload::runOffload(line);
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  platform::keepOutputOutOfFiles();
+  platform::letWritesFailInsteadOfSignals();
+  std::vector<std::string> arguments(argv + 1, argv + argc);
+  if (!arguments.empty() && arguments.front() == kdxoffload::workerArgument) kdxoffload::runWorker();
+  const auto parsed = kdxoffload::parseCommandLine(std::move(arguments));
+  if (const auto* line = std::get_if<kdxoffload::CommandLine>(&parsed)) return run(*line);
+  return answer(std::get<kdxoffload::CommandLineAnswer>(parsed));
+}

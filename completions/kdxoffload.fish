@@ -1,0 +1,17 @@
+# fish completion for kdxoffload
+
+complete -c kdxoffload -n '__fish_is_first_token; and test -n (commandline -ct)' -a history -d 'what was offloaded'
+complete -c kdxoffload -n '__fish_is_first_token; and test -n (commandline -ct)' -a status -d 'what is proved where'
+complete -c kdxoffload -s t -x -a 'md5 sha1 xxhash64be' -d 'digest algorithm'
+complete -c kdxoffload -l catalogue -r -F -d 'remember in this file'
+complete -c kdxoffload -l exclude -x -d 'leave out what matches'
+complete -c kdxoffload -l help -d 'print a summary and end'
+complete -c kdxoffload -l jobs -x -d 'how many files are worked on at once'
+complete -c kdxoffload -l json -d 'print JSON lines'
+complete -c kdxoffload -l no-read-back -d 'copy without reading back'
+complete -c kdxoffload -l partial -d 'offload what can be listed'
+complete -c kdxoffload -l quiet -d 'print nothing but failures and the verdict'
+complete -c kdxoffload -l recheck -d 'read again what is proved already'
+complete -c kdxoffload -l replace -d 'replace files that differ'
+complete -c kdxoffload -l stall -x -d 'end a job that is idle for so long'
+complete -c kdxoffload -l version -d 'print the version and end'

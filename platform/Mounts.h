@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace platform {
+
+// A place where a file system, or a folder of one (a bind mount), can be reached.
+struct Mount {
+  uint64_t number = 0;  // the system's own
+  uint64_t device = 0;  // the same for all mounts of one file system
+  std::string root{};   // the folder of the file system that is seen here: "/" for all of it
+  std::string mountPoint{};
+  std::string fileSystem{};  // "ext4", "fuse.sshfs"
+  std::string source{};      // a device, a share
+};
+
+// All that this process sees, in the order in which they were mounted; empty where the system does not say.
+std::vector<Mount> mounts();
+
+// Of the lines that the system gives; a line that is not understood is passed over.
+std::vector<Mount> parseMounts(std::string_view text);
+
+// The number of the mount through which the open file or folder was reached.
+std::optional<uint64_t> mountNumberOf(int descriptor);
+
+// Null when there is none with this number.
+const Mount* mountWithNumber(const std::vector<Mount>& all, std::optional<uint64_t> number);
+
+}  // namespace platform

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+// Which names a file system takes for one.
+enum class NameFolding : uint8_t {
+  unknown,
+  exact,     // every byte counts
+  caseless,  // upper and lower case are the same, and dots and spaces at the end do not count
+  unicode,   // and so are the forms that Unicode has for one text
+};
+
+// Two names that such a file system takes for one give the same text. Of an unknown one, all names do that any file system
+// is known to take for one. Bytes that are not UTF-8 are folded as ASCII.
+std::string foldedName(std::string_view name, NameFolding folding);
+
+}  // namespace platform
