@@ -57,13 +57,14 @@ void makeNonblocking(const FileDescriptor& descriptor) {
   }
   sigset_t none;
   ::sigemptyset(&none);
-  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
   ::execv(program, arguments);
   ::_exit(EXIT_FAILURE);
 }
 
 std::vector<char*> argumentsOf(std::vector<std::string>& arguments) {
   std::vector<char*> pointers;
+  pointers.reserve(arguments.size() + 1);
   for (std::string& argument : arguments) pointers.push_back(argument.data());
   pointers.push_back(nullptr);
   return pointers;

@@ -221,6 +221,7 @@ std::optional<std::vector<std::string>> Folder::names(ErrorPlace error) const {
   ::rewinddir(stream.get());
   Names found;
   errno = 0;
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): the stream is this call's own
   while (const dirent* item = ::readdir(stream.get())) {
     if (!isOwnName(item->d_name)) found.emplace_back(item->d_name);
     errno = 0;

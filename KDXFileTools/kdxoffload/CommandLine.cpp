@@ -14,7 +14,7 @@ namespace kdxoffload {
 namespace {
 
 constexpr std::size_t mostJobs = 256;
-constexpr int64_t longestStall = 7 * 24 * 60 * 60;  // seconds
+constexpr int64_t longestStall = int64_t{7} * 24 * 60 * 60;  // seconds
 
 const std::map<std::string, uint32_t> algorithms{
     {"md5", KDXDigestAlgorithmMD5}, {"sha1", KDXDigestAlgorithmSHA1}, {"xxhash64be", KDXDigestAlgorithmXXHash64BE}};
@@ -58,6 +58,7 @@ class Parser {
  private:
   void addWorkOptions() {
     std::vector<std::string> words;
+    words.reserve(algorithms.size());
     for (const auto& [word, code] : algorithms) words.push_back(word);
     _app.add_option("-t", _digest, "The digest: md5, sha1 or xxhash64be (this one, unless another is given)")
         ->check(CLI::IsMember(words))

@@ -273,6 +273,7 @@ void JobWorker::compare(const JobOrder& order, JobResult& result) {
     if (facts && sourceFacts && facts->identity == sourceFacts->identity) failed(result, WorkStatus::cardsOwnFile, "");
   }
   if (result.status != 0) return;
+  readings.reserve(copies.size());
   // A failed job of reading ends the process; the others' threads end with it.
   for (const platform::FileDescriptor& copy : copies) {
     readings.push_back(std::async(std::launch::async, digestOf, copy.get(), _setup.algorithm));

@@ -137,6 +137,7 @@ Run::Run(asio::io_context& context, RunSettings settings, const Listing& card, c
          Listener& listener)
     : _state(std::make_shared<State>(context, std::move(settings), card, plan, catalogue, listener)) {}
 
+// NOLINTNEXTLINE(bugprone-exception-escape): what could throw here has no memory left, and ends the process
 Run::~Run() {
   _state->clock.cancel();
   _state->pool.reset();

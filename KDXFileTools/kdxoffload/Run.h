@@ -45,7 +45,7 @@ class Run {
   // References must live as long as the run.
   Run(asio::io_context& context, RunSettings settings, const Listing& card, const Plan& plan, Catalogue& catalogue,
       Listener& listener);
-  ~Run();
+  ~Run();  // NOLINT(bugprone-exception-escape): see its definition
   Run(const Run&) = delete;
   Run& operator=(const Run&) = delete;
 

@@ -101,7 +101,7 @@ void forEachRun(Candidates candidates, Together together, Take take) {
 
 std::string shownRange(const Candidate& before, const Candidate& after) {
   const std::size_t width = before.name.digits.size();
-  const std::string first = fmt::format("{:0{}}", before.name.number + 1, width);
+  std::string first = fmt::format("{:0{}}", before.name.number + 1, width);
   if (after.name.number - before.name.number == 2) return first;
   return fmt::format("{}-{:0{}}", first, after.name.number - 1, width);
 }

@@ -160,7 +160,7 @@ std::string TerminalDisplay::barLine(std::size_t columns) const {
       _progress->secondsLeft ? fmt::format("  {} left", shownDuration(*_progress->secondsLeft)) : std::string();
   const auto bytesPerSecond = static_cast<uint64_t>(std::clamp(_progress->bytesPerSecond, 0.0, 1e15));
   const std::string rate = bytesPerSecond == 0 ? "" : fmt::format("  {}/s", shownBytes(bytesPerSecond));
-  for (const std::string& beside : {share + rate + left, share + left, share}) {
+  for (const std::string& beside : {fmt::format("{}{}{}", share, rate, left), share + left, share}) {
     const std::size_t taken = beside.size() + 2;  // with the brackets
     if (columns < taken + shortestBar) continue;
     return bar(_share, std::min(longestBar, columns - taken)) + beside;

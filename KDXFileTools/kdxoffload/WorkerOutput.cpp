@@ -51,7 +51,7 @@ void WorkerOutput::add(std::string_view bytes) {
   }
   _partial.erase(0, start);
   // No line of a job is that long: what this is will never be one.
-  constexpr std::size_t longestLine = 64 * 1024;
+  constexpr std::size_t longestLine = std::size_t{64} << 10;
   if (_partial.size() > longestLine) _partial.clear();
 }
 

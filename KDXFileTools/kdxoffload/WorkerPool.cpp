@@ -291,6 +291,7 @@ void WorkerPool::Worker::look(double stallSeconds) {
 WorkerPool::WorkerPool(asio::io_context& context, Settings settings, Moved moved)
     : _state(std::make_shared<State>(context, std::move(settings), std::move(moved))) {}
 
+// NOLINTNEXTLINE(bugprone-exception-escape): what could throw here has no memory left, and ends the process
 WorkerPool::~WorkerPool() {
   _state->clock.cancel();
   for (const std::shared_ptr<Worker>& worker : _state->workers) worker->abandon();

@@ -40,7 +40,7 @@ class WorkerPool {
   //   moved   called whenever an order's output has told something new
   WorkerPool(asio::io_context& context, Settings settings, Moved moved);
   // Kills what still runs.
-  ~WorkerPool();
+  ~WorkerPool();  // NOLINT(bugprone-exception-escape): see its definition
   WorkerPool(const WorkerPool&) = delete;
   WorkerPool& operator=(const WorkerPool&) = delete;
 
