@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <mutex>
 #include <set>
 #include <string>
 #include <thread>
@@ -29,6 +30,7 @@ class Writer : public testing::Test {
   std::thread::id write(const std::string& bytes, ShortWrite shortWrite = ShortWrite::isFailure) {
     std::thread::id digesting;
     DestinationsWriter(_queue, shortWrite, [this](std::size_t index, int64_t result) {
+      const std::lock_guard lock(_mutex);  // on any thread
       failed.insert({index, result});
     }).writeToAll(_destinations, std::as_bytes(std::span(bytes)), [&] {
       digesting = std::this_thread::get_id();
@@ -45,6 +47,7 @@ class Writer : public testing::Test {
  private:
   ScratchDirectory _scratch;
   std::vector<platform::OutputFile> _destinations;
+  std::mutex _mutex;
   platform::ConcurrentQueue _queue{"write"};
 };
 
