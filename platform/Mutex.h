@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 
@@ -47,6 +48,10 @@ class KDX_THREAD_ANNOTATION(scoped_lockable) MutexLock {
 
   // Gives the lock up until the condition is notified, which may happen for no reason: to be called in a loop.
   void wait(std::condition_variable& condition) { condition.wait(_lock); }
+  // The same, at the latest until then. False when the time is over.
+  bool waitUntil(std::condition_variable& condition, std::chrono::steady_clock::time_point latest) {
+    return condition.wait_until(_lock, latest) == std::cv_status::no_timeout;
+  }
 
  private:
   std::unique_lock<Underlying> _lock;

@@ -123,7 +123,8 @@ std::string faultOfPaths(const CommandLine& line, std::size_t paths) {
 
 CommandLineAnswer refuse(const std::string& reason) {
   return {.text = "kdxoffload: " + reason + "\nkdxoffload --help explains the command line.\n",
-          .exitStatus = ExitStatus::nothingDone};
+          .exitStatus = ExitStatus::nothingDone,
+          .fault = reason};
 }
 
 }  // namespace

@@ -36,7 +36,8 @@ struct CommandLine {
 struct CommandLineAnswer {
   std::string text{};
   int exitStatus = 0;
-  bool json = false;  // --json was among the words: a refusal is reported in that form too
+  std::string fault{};  // what is wrong, by itself; empty when nothing is
+  bool json = false;    // --json was among the words: a refusal is reported in that form too
 };
 
 //   arguments   without the program's name

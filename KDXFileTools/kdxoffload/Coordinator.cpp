@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <tuple>
 #include <utility>
@@ -15,13 +16,12 @@
 #include "KDXFileTools/kdxoffload/Displays.h"
 #include "KDXFileTools/kdxoffload/ExitStatus.h"
 #include "KDXFileTools/kdxoffload/Lister.h"
-#include "KDXFileTools/kdxoffload/OutputStream.h"
 #include "KDXFileTools/kdxoffload/Plan.h"
 #include "KDXFileTools/kdxoffload/Preflight.h"
 #include "KDXFileTools/kdxoffload/Run.h"
 #include "KDXFileTools/kdxoffload/Verdict.h"
+#include "KDXFileTools/kdxoffload/Watched.h"
 #include "platform/Place.h"
-#include "platform/Terminal.h"
 
 namespace kdxoffload {
 
@@ -68,6 +68,11 @@ class Signals {
   std::function<void(int)> _stop;
   std::function<void()> _tell;
   bool _stopped = false;
+};
+
+struct DestinationAtTheEnd {
+  DestinationListing listing{};
+  platform::Volume volume{};
 };
 
 // One offload, step by step. Each step returns false when it goes no further: what there is to say has been said then, but
@@ -161,8 +166,8 @@ class Offload {
     std::optional<platform::Error> error;
     const std::optional<platform::Folder> card = platform::Folder::open(_facts.card.realPath, &error);
     if (!card) return refuse("the card can't be opened: " + _facts.card.path);
-    _card = listTree(*card, ExcludePatterns(_line.excluded), stopped());
-    _facts.unlisted = _card.unlisted;
+    _card = std::make_shared<const Listing>(listTree(*card, ExcludePatterns(_line.excluded), stopped()));
+    _facts.unlisted = _card->unlisted;
     return !_signal && accept(preflight(_facts));
   }
 
@@ -183,24 +188,27 @@ class Offload {
     }
     if (_signal) return false;
     _plan = kdxoffload::makePlan(
-        _card, destinations,
+        *_card, destinations,
         {.readBack = _line.readBack, .recheck = _line.recheck, .replace = _line.replace, .algorithm = _line.algorithm});
     keepKnownDigests(destinations);
     keepFolders(destinations);
+    for (PlannedDestination& destination : destinations) {
+      _runSettings.foundBefore.push_back(std::move(destination.listing));
+    }
     _facts.room = _plan.room;
     return accept(preflight(_facts));
   }
 
   [[nodiscard]] PlannedDestination plannedDestination(const PlaceFacts& place) {
-    PlannedDestination destination{.records = _catalogue->recordsOf(place.realPath, _card), .volume = place.volume};
+    PlannedDestination destination{.records = _catalogue->recordsOf(place.realPath, *_card), .volume = place.volume};
     const std::optional<platform::Folder> root = platform::Folder::open(place.realPath, nullptr);
-    destination.listing = root ? listDestination(*root, _card, stopped()) : DestinationListing(_card.entries.size());
-    if (root) destination.linkTargets = linkTargetsAt(*root, _card, destination.listing);
+    destination.listing = root ? listDestination(*root, *_card, stopped()) : DestinationListing(_card->entries.size());
+    if (root) destination.linkTargets = linkTargetsAt(*root, *_card, destination.listing);
     return destination;
   }
 
   void keepKnownDigests(const std::vector<PlannedDestination>& destinations) {
-    _runSettings.knownDigests.resize(_card.entries.size());
+    _runSettings.knownDigests.resize(_card->entries.size());
     for (const PlannedDestination& destination : destinations) {
       for (std::size_t index = 0; index < destination.records.size(); ++index) {
         FileDigest& known = _runSettings.knownDigests[index];
@@ -210,9 +218,9 @@ class Offload {
   }
 
   void keepFolders(const std::vector<PlannedDestination>& destinations) {
-    _runSettings.foldersToKeep.resize(_card.entries.size());
-    for (EntryIndex index = 0; index < _card.entries.size(); ++index) {
-      const platform::ItemFacts& wanted = _card.entries[index].facts;
+    _runSettings.foldersToKeep.resize(_card->entries.size());
+    for (EntryIndex index = 0; index < _card->entries.size(); ++index) {
+      const platform::ItemFacts& wanted = _card->entries[index].facts;
       if (wanted.kind != platform::ItemKind::folder) continue;
       for (std::size_t position = 0; position < destinations.size(); ++position) {
         const platform::ItemFacts& found = destinations[position].listing[index];
@@ -239,11 +247,18 @@ class Offload {
   [[nodiscard]] std::string privateFolder() const {
     std::string name = ".kdxoffload-work";
     const auto isTaken = [this](const std::string& wanted) {
-      return std::ranges::any_of(
-          _card.entries, [&wanted](const Entry& entry) { return entry.parent == Entry::root && entry.name == wanted; });
+      return std::ranges::any_of(_card->entries, [&wanted](const Entry& entry) {
+        return entry.parent == Entry::root && entry.name == wanted;
+      });
     };
     while (isTaken(name)) name += '_';
     return name;
+  }
+
+  [[nodiscard]] std::vector<std::string> realPathsOfDestinations() const {
+    std::vector<std::string> paths;
+    for (const PlaceFacts& place : _facts.destinations) paths.push_back(place.realPath);
+    return paths;
   }
 
   void run() {
@@ -252,7 +267,7 @@ class Offload {
                       .algorithm = _line.algorithm,
                       .readBack = _line.readBack,
                       .privateFolder = privateFolder()};
-    for (const PlaceFacts& place : _facts.destinations) settings.setup.destinations.push_back(place.realPath);
+    settings.setup.destinations = realPathsOfDestinations();
     settings.jobs = _line.jobs;
     settings.stallSeconds = static_cast<double>(_line.stallSeconds);
     for (const platform::Folder& folder : _locks) settings.inherited.push_back(folder.descriptor());
@@ -261,7 +276,7 @@ class Offload {
     _startedAt = secondsSince1970();
     _catalogue->startOffload(_facts.card.realPath, settings.setup.destinations, _startedAt);
     const bool hadCatalogue = !_catalogue->problem();
-    _run = std::make_unique<Run>(_context, settings, _card, _plan, *_catalogue, _listener);
+    _run = std::make_unique<Run>(_context, std::move(settings), *_card, _plan, *_catalogue, _listener);
     _context.restart();
     _run->start([this] { _signals.cancel(); });
     if (_signal) _run->stop(*_signal);
@@ -272,24 +287,51 @@ class Offload {
     }
   }
 
+  // A file system that does not answer has nothing to show for itself, but the verdict is still given.
+  template <typename Result>
+  std::optional<Result> lookAgain(std::function<Result(const Stopped& goesOn)> look) {
+    const auto asStopped = [look = std::move(look)](const std::function<void()>& goesOn) {
+      return look([&goesOn] {
+        goesOn();
+        return false;
+      });
+    };
+    return watched<Result>(static_cast<double>(_line.stallSeconds), asStopped,
+                           [answer = stopped()] { std::ignore = answer(); });
+  }
+
+  [[nodiscard]] Listing cardAtTheEnd() {
+    std::function<Listing(const Stopped&)> look = [path = _facts.card.realPath,
+                                                   excluded = _line.excluded](const Stopped& goesOn) {
+      const std::optional<platform::Folder> root = platform::Folder::open(path, nullptr);
+      return root ? listTree(*root, ExcludePatterns(excluded), goesOn) : Listing{};
+    };
+    return lookAgain(std::move(look)).value_or(Listing{});
+  }
+
+  [[nodiscard]] DestinationAtTheEnd destinationAtTheEnd(const std::string& path) {
+    std::function<DestinationAtTheEnd(const Stopped&)> look = [path, card = _card](const Stopped& goesOn) {
+      const std::optional<platform::Folder> root = platform::Folder::open(path, nullptr);
+      return DestinationAtTheEnd{
+          .listing = root ? listDestination(*root, *card, goesOn) : DestinationListing(card->entries.size()),
+          .volume = platform::volumeOf(path)};
+    };
+    DestinationAtTheEnd nothing{.listing = DestinationListing(_card->entries.size())};
+    return lookAgain(std::move(look)).value_or(std::move(nothing));
+  }
+
   int conclude() {
     // Half a listing would look like a card that lost its files: a signal is only noticed, a second one ends the process.
     _signals.wait();
-    const Stopped never = [look = stopped()] {
-      std::ignore = look();
-      return false;
-    };
-    const std::optional<platform::Folder> root = platform::Folder::open(_facts.card.realPath, nullptr);
-    const Listing after = root ? listTree(*root, ExcludePatterns(_line.excluded), never) : Listing{};
+    const Listing after = cardAtTheEnd();
     std::vector<DestinationListing> destinations;
     std::vector<platform::Volume> volumes;
     for (const PlaceFacts& place : _facts.destinations) {
-      const std::optional<platform::Folder> folder = platform::Folder::open(place.realPath, nullptr);
-      destinations.push_back(folder ? listDestination(*folder, _card, never)
-                                    : DestinationListing(_card.entries.size()));
-      volumes.push_back(platform::volumeOf(place.realPath));
+      DestinationAtTheEnd found = destinationAtTheEnd(place.realPath);
+      destinations.push_back(std::move(found.listing));
+      volumes.push_back(found.volume);
     }
-    const Verdict verdict = verdictOf({.before = _card,
+    const Verdict verdict = verdictOf({.before = *_card,
                                        .after = after,
                                        .destinations = destinations,
                                        .plan = _plan,
@@ -306,7 +348,7 @@ class Offload {
 
   void remember(const Verdict& verdict) {
     OffloadRecord record{.card = _facts.card.realPath,
-                         .destinations = _runSettings.setup.destinations,
+                         .destinations = realPathsOfDestinations(),
                          .started = _startedAt,
                          .ended = secondsSince1970(),
                          .exitStatus = verdict.exitStatus,
@@ -348,7 +390,8 @@ class Offload {
   PreflightFacts _facts;
   std::vector<std::string> _warnings;
   std::deque<platform::Folder> _locks;  // of the destinations
-  Listing _card;
+  // Shared with a look that may outlive the offload.
+  std::shared_ptr<const Listing> _card = std::make_shared<Listing>();
   std::optional<Catalogue> _catalogue;
   Plan _plan;
   RunSettings _runSettings;
@@ -362,14 +405,7 @@ int offload(const CommandLine& line, Listener& listener) {
 }
 
 int runOffload(const CommandLine& line) {
-  constexpr double longestWait = 10;  // seconds
-  OutputStream results(platform::standardOutput);
-  OutputStream messages(platform::standardError);
-  const std::unique_ptr<Listener> display = makeDisplay(line, results, messages);
-  const int status = offload(line, *display);
-  results.finish(longestWait);
-  messages.finish(longestWait);
-  return status;
+  return withDisplay(line, [&line](OutputStream&, Listener& display) { return offload(line, display); });
 }
 
 }  // namespace kdxoffload

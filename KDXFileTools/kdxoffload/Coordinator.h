@@ -11,8 +11,7 @@ namespace kdxoffload {
 // Signals: SIGINT, SIGTERM and SIGHUP stop it in order, a second one ends the process at once; SIGUSR1 asks for its state.
 int offload(const CommandLine& line, Listener& listener);
 
-// The same with the displays that the command line asks for. At the end a reader that does not read is waited for at most
-// 10 s.
+// The same with the display that the command line asks for.
 int runOffload(const CommandLine& line);
 
 }  // namespace kdxoffload

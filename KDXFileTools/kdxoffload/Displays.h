@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include "KDXFileTools/kdxoffload/CommandLine.h"
@@ -20,5 +21,9 @@ struct DisplayTargets {
 // The streams are the caller's, and outlive the display.
 std::unique_ptr<Listener> makeDisplay(const CommandLine& line, OutputStream& results, OutputStream& messages,
                                       DisplayTargets targets = {});
+
+// Runs the command with streams to this process's output and the display that the command line asks for, and returns what
+// the command returns. At the end readers that do not read are waited for, both together at most 10 s.
+int withDisplay(const CommandLine& line, const std::function<int(OutputStream& results, Listener& display)>& command);
 
 }  // namespace kdxoffload

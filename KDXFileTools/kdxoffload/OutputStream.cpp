@@ -3,18 +3,20 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
-#include <mutex>
 #include <optional>
 #include <system_error>
 #include <thread>
 #include <utility>
 
 #include "platform/Log.h"
+#include "platform/Mutex.h"
 #include "platform/Process.h"
 
 namespace kdxoffload {
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t screenful = 4096;  // bytes
 constexpr std::chrono::seconds patienceWithOthers{5};
@@ -37,37 +39,39 @@ struct OutputStream::State {
 
   const int descriptor;
   const std::size_t waitingAtMost;
-  std::mutex lock{};
+  platform::Mutex lock{};
   std::condition_variable changed{};
-  std::deque<Text> waiting{};    // guarded by `lock`, as all below
-  std::size_t bytesWaiting = 0;  // with the text that is being written
-  uint64_t queued = 0;           // texts, since the beginning
-  uint64_t written = 0;
-  uint64_t dropped = 0;
-  bool isAbandoned = false;
+  std::deque<Text> waiting KDX_GUARDED_BY(lock){};
+  std::size_t bytesWaiting KDX_GUARDED_BY(lock) = 0;  // with the text that is being written
+  uint64_t queued KDX_GUARDED_BY(lock) = 0;           // texts, since the beginning
+  uint64_t written KDX_GUARDED_BY(lock) = 0;
+  uint64_t dropped KDX_GUARDED_BY(lock) = 0;
+  bool isAbandoned KDX_GUARDED_BY(lock) = false;
 
-  // Called with `lock` held.
-  void queue(Text text) {
+  void queue(Text text) KDX_REQUIRES(lock) {
     bytesWaiting += text.bytes.size();
     ++queued;
     waiting.push_back(std::move(text));
     changed.notify_all();
   }
 
-  void waitFor(uint64_t texts, std::chrono::duration<double> atMost) {
-    std::unique_lock locked(lock);
-    changed.wait_for(locked, atMost, [&] { return written >= texts; });
+  // False when fewer texts are out by then.
+  bool waitFor(uint64_t texts, Clock::time_point latest) {
+    platform::MutexLock locked(lock);
+    while (written < texts && locked.waitUntil(changed, latest)) {
+    }
+    return written >= texts;
   }
 
   void writeOut(const Text& text) const {
-    if (text.after) text.after->stream->waitFor(text.after->texts, patienceWithOthers);
+    if (text.after) text.after->stream->waitFor(text.after->texts, Clock::now() + patienceWithOthers);
     platform::writeText(descriptor, text.bytes);
   }
 
   void writeAllThatComes() {
-    std::unique_lock locked(lock);
+    platform::MutexLock locked(lock);
     while (true) {
-      changed.wait(locked, [&] { return isAbandoned || !waiting.empty(); });
+      while (!isAbandoned && waiting.empty()) locked.wait(changed);
       if (waiting.empty()) return;
       const Text next = std::move(waiting.front());
       waiting.pop_front();
@@ -86,18 +90,18 @@ OutputStream::OutputStream(int descriptor, std::size_t waitingAtMost)
   try {
     std::thread([state = _state] { state->writeAllThatComes(); }).detach();
   } catch (const std::system_error&) {
-    platform::endProcessForLackOf("thread");
+    platform::endProcessForLackOf("a thread");
   }
 }
 
 OutputStream::~OutputStream() {
-  const std::lock_guard locked(_state->lock);
+  const platform::MutexLock locked(_state->lock);
   _state->isAbandoned = true;
   _state->changed.notify_all();
 }
 
 bool OutputStream::write(std::string text) {
-  const std::lock_guard locked(_state->lock);
+  const platform::MutexLock locked(_state->lock);
   if (_state->bytesWaiting != 0 && _state->bytesWaiting + text.size() > _state->waitingAtMost) {
     ++_state->dropped;
     return false;
@@ -107,36 +111,36 @@ bool OutputStream::write(std::string text) {
 }
 
 bool OutputStream::writeUnlessWaiting(std::string text) {
-  const std::lock_guard locked(_state->lock);
+  const platform::MutexLock locked(_state->lock);
   if (_state->bytesWaiting > screenful) return false;
   _state->queue({.bytes = std::move(text)});
   return true;
 }
 
 void OutputStream::writeAlways(std::string text) {
-  const std::lock_guard locked(_state->lock);
+  const platform::MutexLock locked(_state->lock);
   _state->queue({.bytes = std::move(text)});
 }
 
 void OutputStream::writeAlwaysAfter(const OutputStream& other, std::string text) {
-  State::Place place{.stream = other._state};
-  {
-    const std::lock_guard locked(other._state->lock);
-    place.texts = other._state->queued;
-  }
-  const std::lock_guard locked(_state->lock);
+  State::Place place{.stream = other._state, .texts = other.queuedUntilNow()};
+  const platform::MutexLock locked(_state->lock);
   _state->queue({.bytes = std::move(text), .after = std::move(place)});
 }
 
 uint64_t OutputStream::dropped() const {
-  const std::lock_guard locked(_state->lock);
+  const platform::MutexLock locked(_state->lock);
   return _state->dropped;
 }
 
 bool OutputStream::finish(double seconds) {
-  std::unique_lock locked(_state->lock);
-  return _state->changed.wait_for(locked, std::chrono::duration<double>(seconds),
-                                  [&] { return _state->written == _state->queued; });
+  const std::chrono::duration<double> atMost(seconds);
+  return _state->waitFor(queuedUntilNow(), Clock::now() + std::chrono::duration_cast<Clock::duration>(atMost));
+}
+
+uint64_t OutputStream::queuedUntilNow() const {
+  const platform::MutexLock locked(_state->lock);
+  return _state->queued;
 }
 
 }  // namespace kdxoffload

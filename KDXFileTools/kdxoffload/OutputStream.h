@@ -38,11 +38,12 @@ class OutputStream {
   // How many texts were dropped because too much was waiting.
   [[nodiscard]] uint64_t dropped() const;
 
-  // Waits until all is out, for at most so long. False when something is not.
+  // Waits until all that was queued is out, for at most so long. False when something is not.
   bool finish(double seconds);
 
  private:
   struct State;
+  [[nodiscard]] uint64_t queuedUntilNow() const;
   std::shared_ptr<State> _state;
 };
 

@@ -48,7 +48,8 @@ class Results {
   std::set<EntryIndex> unstable{};
   // Things that are not kept, or that a person should know beside the verdict; one sentence each, each once.
   std::vector<std::string> remarks{};
-  // The facts that each proved file had at each destination after the proof; what is compared at the end. As `proof`, by position.
+  // The facts that each entry had at each destination after its proof, or when the plan was made if it was proved before;
+  // absent where it is not proved. What is compared at the end. By destination.
   std::vector<DestinationListing> after{};
   std::vector<FileDigest> digests{};  // one for each entry; none where nothing was read
 

@@ -8,11 +8,12 @@
 #include <utility>
 
 #include "KDXFileTools/kdxoffload/Batch.h"
+#include "KDXFileTools/kdxoffload/FreeRoom.h"
 #include "KDXFileTools/kdxoffload/Orders.h"
 #include "KDXFileTools/kdxoffload/ProgressMeter.h"
 #include "KDXFileTools/kdxoffload/Verdict.h"
 #include "KDXFileTools/kdxoffload/WorkerPool.h"
-#include "platform/Volume.h"
+#include "platform/Folder.h"
 
 namespace kdxoffload {
 
@@ -51,7 +52,8 @@ struct Run::State : std::enable_shared_from_this<Run::State> {
         listener(itsListener),
         results(ofCard.entries.size(), settings.setup.destinations.size()),
         isReported(ofCard.entries.size()),
-        clock(ofContext) {}
+        clock(ofContext),
+        freeRoom(settings.setup.destinations) {}
 
   [[nodiscard]] double now() const { return std::chrono::duration<double>(Clock::now() - started).count(); }
   [[nodiscard]] DestinationSet everywhere() const { return DestinationSet::all(settings.setup.destinations.size()); }
@@ -114,6 +116,7 @@ struct Run::State : std::enable_shared_from_this<Run::State> {
   std::vector<bool> isReported;  // the file has had its event
   asio::steady_timer clock;
   std::unique_ptr<WorkerPool> pool;
+  const FreeRoom freeRoom;
   std::function<void()> ended;
   const Clock::time_point started = Clock::now();
   ProgressMeter meter;
@@ -581,6 +584,8 @@ void Run::State::postPlan() {
 }
 
 void Run::State::postPlannedOutcomes() {
+  // What was proved before must at the end still stand as it was found.
+  if (!settings.foundBefore.empty()) results.after = std::move(settings.foundBefore);
   for (const PlannedFailure& failure : plan.failures) {
     Failure& known =
         results.failures
@@ -595,7 +600,11 @@ void Run::State::postPlannedOutcomes() {
     const DestinationSet toMake = plan.folders[index].with(plan.links[index]);
     const DestinationSet there = isFile(index) ? plan.proved[index] : everywhere().without(toMake).without(failing);
     for (std::size_t position = 0; position < settings.setup.destinations.size(); ++position) {
-      if (there.contains(position)) results.setProof(index, position, Proof::before);
+      if (there.contains(position)) {
+        results.setProof(index, position, Proof::before);
+      } else {
+        results.after[position][index] = {};
+      }
     }
     if (!isFile(index)) continue;
     if (index < settings.knownDigests.size()) results.digests[index] = settings.knownDigests[index];
@@ -663,9 +672,9 @@ void Run::State::tellState(bool isAsked) {
                     .secondsLeft = meter.secondsLeft(),
                     .seconds = now(),
                     .isAsked = isAsked};
-  for (std::size_t position = 0; position < settings.setup.destinations.size(); ++position) {
-    progress.destinations.push_back({.path = settings.destinationPaths[position],
-                                     .freeBytes = platform::freeBytesOf(settings.setup.destinations[position])});
+  const std::vector<uint64_t> freeBytes = freeRoom.bytes();
+  for (std::size_t position = 0; position < freeBytes.size(); ++position) {
+    progress.destinations.push_back({.path = settings.destinationPaths[position], .freeBytes = freeBytes[position]});
   }
   post(progress);
 }

@@ -31,6 +31,8 @@ struct RunSettings {
   std::string cardPath{};                       // the same
   // Digests of what was proved before, one for each entry of the card; none where there is none.
   std::vector<FileDigest> knownDigests{};
+  // What stood at each destination when the plan was made, one listing a destination; none in tests that look at no end.
+  std::vector<DestinationListing> foundBefore{};
   // For every entry of the card: at which destinations this folder does not have its mode and time yet.
   std::vector<DestinationSet> foldersToKeep{};
 };

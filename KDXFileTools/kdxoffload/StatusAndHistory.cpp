@@ -1,8 +1,6 @@
 #include "KDXFileTools/kdxoffload/StatusAndHistory.h"
 
 #include <chrono>
-#include <functional>
-#include <memory>
 
 #include "KDXFileTools/kdxoffload/Catalogue.h"
 #include "KDXFileTools/kdxoffload/Displays.h"
@@ -12,7 +10,6 @@
 #include "KDXFileTools/kdxoffload/Lister.h"
 #include "KDXFileTools/kdxoffload/Preflight.h"
 #include "KDXFileTools/kdxoffload/Status.h"
-#include "platform/Terminal.h"
 
 namespace kdxoffload {
 
@@ -93,18 +90,6 @@ class StatusReport {
   std::vector<std::string> _realPaths;
   std::vector<PlannedDestination> _destinations;
 };
-
-// Runs the command with the streams and the display that the command line asks for.
-int withDisplay(const CommandLine& line, const std::function<int(OutputStream&, Listener&)>& command) {
-  constexpr double longestWait = 10;  // seconds
-  OutputStream results(platform::standardOutput);
-  OutputStream messages(platform::standardError);
-  const std::unique_ptr<Listener> display = makeDisplay(line, results, messages);
-  const int status = command(results, *display);
-  results.finish(longestWait);
-  messages.finish(longestWait);
-  return status;
-}
 
 }  // namespace
 

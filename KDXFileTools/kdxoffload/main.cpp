@@ -3,6 +3,7 @@
 
 #include "KDXFileTools/kdxoffload/CommandLine.h"
 #include "KDXFileTools/kdxoffload/Coordinator.h"
+#include "KDXFileTools/kdxoffload/Displays.h"
 #include "KDXFileTools/kdxoffload/StatusAndHistory.h"
 #include "KDXFileTools/kdxoffload/Worker.h"
 #include "platform/Log.h"
@@ -13,7 +14,16 @@ namespace {
 constexpr int standardOutput = 1;
 constexpr int standardError = 2;
 
+int refuseInJson(const std::string& fault, int exitStatus) {
+  return kdxoffload::withDisplay({.json = true}, [&](kdxoffload::OutputStream&, kdxoffload::Listener& display) {
+    display.take(kdxoffload::ErrorReported{.text = fault, .path = std::nullopt});
+    display.take(kdxoffload::Finished{.verdict = {.exitStatus = exitStatus}, .wasRefused = true});
+    return exitStatus;
+  });
+}
+
 int answer(const kdxoffload::CommandLineAnswer& answer) {
+  if (answer.json) return refuseInJson(answer.fault, answer.exitStatus);
   platform::writeText(answer.exitStatus == 0 ? standardOutput : standardError, answer.text);
   return answer.exitStatus;
 }

@@ -222,6 +222,29 @@ TEST_F(OffloadTest, ASignalStopsItInOrder) {
   EXPECT_TRUE(namesBelow(path("a")).empty());
 }
 
+TEST_F(OffloadTest, AFileProvedBeforeThatIsOverwrittenMeanwhileIsAChange) {
+  writeFile(scratch.file("card/small.mov"), "bytes");
+  ASSERT_EQ(0, offload({"card", "a"}).exitStatus);
+  writeFile(scratch.file("card/big.mov"), mediaBytes(64 * MiB));
+  ToolStart started = start({"card", "a"});
+  started.meanwhile = [this](pid_t) {
+    waitForFile(path("a/big.mov.kdxcopy"));
+    writeFile(path("a/small.mov"), "other");
+  };
+  const ToolRun run = runTool(started);
+  EXPECT_EQ(4, run.exitStatus);
+  EXPECT_THAT(run.output, HasSubstr("small.mov changed there meanwhile"));
+}
+
+TEST_F(OffloadTest, AWrongCommandLineIsToldInJsonWhereThatWasAskedFor) {
+  const ToolRun run = offload({"--json", "card"});
+  EXPECT_EQ(1, run.exitStatus);
+  ASSERT_EQ(2U, run.lines().size());
+  EXPECT_EQ(R"({"type":"error","text":"no destination given"})", run.lines()[0]);
+  EXPECT_THAT(run.lines()[1], testing::StartsWith(R"({"type":"summary","verdict":"not-safe","exit_status":1,)"));
+  EXPECT_EQ("", run.errors);
+}
+
 TEST_F(OffloadTest, AFileThatVanishesMeanwhileIsAChangeOfTheCard) {
   writeFile(scratch.file("card/big.mov"), mediaBytes(64 * MiB));
   writeFile(scratch.file("card/last.mov"), mediaBytes(8 * MiB));
