@@ -102,4 +102,16 @@ std::vector<EntriesOrder> keepingOrders(const std::vector<DestinationSet>& where
   return gatherer.take();
 }
 
+std::deque<EntriesOrder> oneForEachDestination(const std::vector<EntriesOrder>& orders) {
+  std::deque<EntriesOrder> apart;
+  for (const EntriesOrder& order : orders) {
+    for (std::size_t position = 0; position < DestinationSet::most; ++position) {
+      if (!order.order.destinations.contains(position)) continue;
+      apart.push_back(order);
+      apart.back().order.destinations = DestinationSet::only(position);
+    }
+  }
+  return apart;
+}
+
 }  // namespace kdxoffload

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <string>
 #include <vector>
 
@@ -30,5 +31,8 @@ std::vector<EntriesOrder> folderOrders(const std::vector<DestinationSet>& where,
 std::vector<EntriesOrder> linkOrders(const std::vector<DestinationSet>& where, const Listing& card);
 // Of the folders whose mode and time are to be kept, the deepest first: to be done one after the other.
 std::vector<EntriesOrder> keepingOrders(const std::vector<DestinationSet>& where, const Listing& card);
+
+// The same orders in the same order, each destination by itself: one that is gone fails alone.
+std::deque<EntriesOrder> oneForEachDestination(const std::vector<EntriesOrder>& orders);
 
 }  // namespace kdxoffload

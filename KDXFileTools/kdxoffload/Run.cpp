@@ -204,9 +204,8 @@ void Run::State::doInTurn(std::deque<EntriesOrder> orders,
 }
 
 void Run::State::makeFolders() {
-  std::vector<EntriesOrder> orders = folderOrders(plan.folders, card);
   doInTurn(
-      {std::make_move_iterator(orders.begin()), std::make_move_iterator(orders.end())},
+      oneForEachDestination(folderOrders(plan.folders, card)),
       [this](const EntriesOrder& order, const JobReport& report) { takeItems(order, report); },
       [this] { copyFiles(); });
 }
@@ -221,7 +220,7 @@ void Run::State::tryAgain() {
   stage = Stage::between;
   // What failed for want of room leaves room for the second try.
   std::deque<EntriesOrder> orders;
-  if (!failedOnce.empty()) orders.push_back(cleaningOrder());
+  if (!failedOnce.empty()) orders = oneForEachDestination({cleaningOrder()});
   doInTurn(
       std::move(orders), [](const EntriesOrder&, const JobReport&) {}, [this] { startAgain(); });
 }
@@ -238,11 +237,11 @@ void Run::State::startAgain() {
 
 void Run::State::makeLinks() {
   stage = Stage::after;
-  std::vector<EntriesOrder> orders = linkOrders(plan.links, card);
+  std::deque<EntriesOrder> orders = oneForEachDestination(linkOrders(plan.links, card));
   if (signal != 0) orders.clear();
   doInTurn(
-      {std::make_move_iterator(orders.begin()), std::make_move_iterator(orders.end())},
-      [this](const EntriesOrder& order, const JobReport& report) { takeItems(order, report); }, [this] { clean(); });
+      std::move(orders), [this](const EntriesOrder& order, const JobReport& report) { takeItems(order, report); },
+      [this] { clean(); });
 }
 
 // Removes what jobs that failed have left, and the folder of aliases.
@@ -255,7 +254,7 @@ EntriesOrder Run::State::cleaningOrder() {
 
 void Run::State::clean() {
   std::deque<EntriesOrder> orders;
-  if (hasWorked) orders.push_back(cleaningOrder());
+  if (hasWorked) orders = oneForEachDestination({cleaningOrder()});
   // What could not be removed is no harm: the next run replaces it.
   doInTurn(
       std::move(orders), [](const EntriesOrder&, const JobReport&) {}, [this] { keepFolders(); });
@@ -269,11 +268,11 @@ void Run::State::keepFolders() {
     // Whatever was done in a folder may have changed its time.
     if (hasWorked && isFolder) where[index] = results.provedAt(index);
   }
-  std::vector<EntriesOrder> orders = keepingOrders(where, card);
+  std::deque<EntriesOrder> orders = oneForEachDestination(keepingOrders(where, card));
   if (signal != 0) orders.clear();
   doInTurn(
-      {std::make_move_iterator(orders.begin()), std::make_move_iterator(orders.end())},
-      [this](const EntriesOrder& order, const JobReport& report) { takeItems(order, report); }, [this] { end(); });
+      std::move(orders), [this](const EntriesOrder& order, const JobReport& report) { takeItems(order, report); },
+      [this] { end(); });
 }
 
 void Run::State::end() {
@@ -480,19 +479,16 @@ bool Run::State::fail(const Job& job, const JobReport& report, bool isRetry) {
   return false;
 }
 
-// The job as it is to be tried again. What has got its name meanwhile is compared instead, whoever gave it, and each
-// destination by itself, so that one that differs takes nothing from the others.
+// The job as it is to be tried again: each destination by itself, so that one that is gone, full or different takes nothing
+// from the others. What has got its name meanwhile is compared instead, whoever gave it.
 std::vector<Job> Run::State::asItStands(const Job& job) const {
   const DestinationSet taken = job.kind == JobKind::compare ? job.destinations : takenNames(job);
   std::vector<Job> jobs;
-  const auto add = [&](JobKind kind, DestinationSet where) {
-    jobs.push_back(job);
-    jobs.back().kind = kind;
-    jobs.back().destinations = where;
-  };
-  if (const DestinationSet free = job.destinations.without(taken); !free.empty()) add(JobKind::copy, free);
   for (std::size_t position = 0; position < settings.setup.destinations.size(); ++position) {
-    if (taken.contains(position)) add(JobKind::compare, DestinationSet::only(position));
+    if (!job.destinations.contains(position)) continue;
+    jobs.push_back(job);
+    jobs.back().kind = taken.contains(position) ? JobKind::compare : JobKind::copy;
+    jobs.back().destinations = DestinationSet::only(position);
   }
   return jobs;
 }
@@ -598,7 +594,10 @@ void Run::State::postPlannedOutcomes() {
     const auto failure = results.failures.find(index);
     const DestinationSet failing = failure == results.failures.end() ? DestinationSet() : failure->second.destinations;
     const DestinationSet toMake = plan.folders[index].with(plan.links[index]);
-    const DestinationSet there = isFile(index) ? plan.proved[index] : everywhere().without(toMake).without(failing);
+    const platform::ItemKind kind = card.entries[index].facts.kind;
+    const bool isCopied = kind == platform::ItemKind::folder || kind == platform::ItemKind::link;
+    const DestinationSet made = isCopied ? everywhere().without(toMake).without(failing) : DestinationSet();
+    const DestinationSet there = isFile(index) ? plan.proved[index] : made;
     for (std::size_t position = 0; position < settings.setup.destinations.size(); ++position) {
       if (there.contains(position)) {
         results.setProof(index, position, Proof::before);

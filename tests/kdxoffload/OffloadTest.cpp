@@ -3,96 +3,22 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <set>
 
 #include "platform/FileDescriptor.h"
-#include "tests/support/ScratchDirectory.h"
-#include "tests/support/ToolRun.h"
+#include "tests/support/CardOffload.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-using testing::ElementsAre;
 using testing::HasSubstr;
 
-class OffloadTest : public testing::Test {
- protected:
-  OffloadTest() {
-    for (const char* folder : {"card", "state"}) fs::create_directories(scratch.path() / folder);
-  }
-
-  [[nodiscard]] std::string path(const std::string& name) const { return scratch.path() / name; }
-
-  // A card with clips, a sequence, small files, odd names, an empty folder and a link that leads out of it.
-  void fillCard() const {
-    for (const char* clip : {"A001.mov", "A002.mov"}) {
-      const auto seed = static_cast<uint32_t>(clip[3]);
-      writeFile(scratch.file(std::string("card/CLIPS/") + clip), mediaBytes(5 * MiB + seed, seed));
-    }
-    for (int frame = 998; frame <= 1003; ++frame) {
-      writeFile(scratch.file("card/FRAMES/shot_%_" + std::to_string(100000 + frame).substr(1) + ".dpx"),
-                mediaBytes(100 * KiB, static_cast<uint32_t>(frame)));
-    }
-    for (const char* name : {"notes.txt", ".hidden", "empty", "-f", "x.kdxcopy", "line\nhash MD5:0", "\xff\xfe"}) {
-      writeFile(scratch.file(std::string("card/SMALL/") + name), name[0] == 'e' ? "" : name);
-    }
-    writeFile(scratch.file("card/SMALL/" + std::string(255, 'n')), "long");
-    fs::create_directories(path("card/VOID/DEEPER"));
-    fs::create_symlink("../../etc", path("card/SMALL/link"));
-    fs::permissions(path("card/SMALL/notes.txt"), fs::perms::owner_read);
-    fs::permissions(path("card/VOID"), fs::perms::owner_all);
-  }
-
-  [[nodiscard]] ToolStart start(std::vector<std::string> arguments) const {
-    return {.arguments = std::move(arguments),
-            .program = offloadToolPath(),
-            .workingDirectory = scratch.path(),
-            .environment = {{"XDG_STATE_HOME", path("state")}}};
-  }
-  [[nodiscard]] ToolRun offload(std::vector<std::string> arguments) const {
-    return runTool(start(std::move(arguments)));
-  }
-
-  // Name, mode and time of change of everything below a folder, and what the files and links hold.
-  [[nodiscard]] std::vector<std::string> everythingIn(const std::string& folder) const {
-    std::vector<std::string> lines;
-    for (const auto& entry : fs::recursive_directory_iterator(scratch.path() / folder)) {
-      struct stat facts = {};
-      EXPECT_EQ(0, ::lstat(entry.path().c_str(), &facts));
-      std::string line = fs::relative(entry.path(), scratch.path() / folder);
-      line += " " + std::to_string(facts.st_mode) + " " + std::to_string(facts.st_mtim.tv_sec) + "." +
-              std::to_string(facts.st_mtim.tv_nsec);
-      if (entry.is_symlink()) line += " to " + fs::read_symlink(entry.path()).string();
-      if (!entry.is_symlink() && entry.is_regular_file()) line += " " + digestByProgram("md5sum", entry.path());
-      lines.push_back(line);
-    }
-    std::ranges::sort(lines);
-    return lines;
-  }
-
-  static void waitForFile(const std::string& file) {
-    while (!fs::exists(file)) ::sched_yield();
-  }
-
-  // Until the workers of a run that was killed are gone.
-  void waitForLock(const std::string& folder) const {
-    const platform::FileDescriptor descriptor(::open(path(folder).c_str(), O_RDONLY | O_CLOEXEC));
-    ASSERT_EQ(0, ::flock(descriptor.get(), LOCK_EX));
-  }
-
-  const ScratchDirectory scratch;
-};
-
-std::string lastLine(const ToolRun& run) {
-  return run.lines().empty() ? "" : run.lines().back();
-}
+using OffloadTest = CardOffload;
 
 }  // namespace
 

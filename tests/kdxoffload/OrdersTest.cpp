@@ -100,3 +100,15 @@ TEST(Orders, ThousandsOfFoldersAreManyOrders) {
   EXPECT_EQ(3000U, folders);
   EXPECT_GT(orders.size(), 3U);
 }
+
+TEST(Orders, EachDestinationIsGivenItsOrdersByItself) {
+  std::vector<DestinationSet> folders(6);
+  folders[0] = DestinationSet::all(2);
+  folders[1] = DestinationSet::only(1);
+  const auto apart = oneForEachDestination(folderOrders(folders, someCard()));
+  ASSERT_EQ(3U, apart.size());
+  EXPECT_EQ(DestinationSet::only(0), apart[0].order.destinations);
+  EXPECT_EQ(DestinationSet::only(1), apart[1].order.destinations);
+  EXPECT_EQ(apart[0].entries, apart[1].entries);
+  EXPECT_EQ(DestinationSet::only(1), apart[2].order.destinations);
+}

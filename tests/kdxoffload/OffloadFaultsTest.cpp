@@ -1,0 +1,247 @@
+// Whole cards offloaded while something goes wrong: what is said, what is on disk, and that the same command ends well once
+// the cause is gone.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+
+#include "tests/FaultyFileSystem.h"
+#include "tests/support/CardOffload.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int manyFolders = 10'000;
+
+using testing::HasSubstr;
+using testing::MatchesRegex;
+using testing::StartsWith;
+
+const std::vector<std::string> clips{"A.mov", "B.mov", "C.mov"};
+
+class OffloadFaults : public CardOffload {
+ protected:
+  void fillCardWithClips(const fs::path& folder) const {
+    for (const std::string& clip : clips) writeFile(folder / clip, bytesOf(clip));
+  }
+
+  static std::string bytesOf(const std::string& clip) {
+    return mediaBytes(5 * MiB + 17, static_cast<uint32_t>(clip.front()));
+  }
+
+  static void expectAllIn(const fs::path& folder) {
+    EXPECT_EQ(clips, namesBelow(folder));
+    for (const std::string& clip : clips) EXPECT_TRUE(bytesOf(clip) == readFile(folder / clip)) << clip;
+  }
+
+  // The processes that the process has started: the workers of an offload.
+  static std::vector<pid_t> childrenOf(pid_t process) {
+    std::ifstream list("/proc/" + std::to_string(process) + "/task/" + std::to_string(process) + "/children");
+    std::vector<pid_t> children;
+    for (pid_t child = 0; list >> child;) children.push_back(child);
+    return children;
+  }
+};
+
+// The card, or a destination called "a", is on a file system whose faults a test sets.
+class OffloadOnFaultyFileSystem : public OffloadFaults {
+ protected:
+  void SetUp() override {
+    if (!FaultyFileSystem::availability().usable) GTEST_SKIP() << FaultyFileSystem::availability().reason;
+    server = std::make_unique<FaultyFileSystem>(scratch.path());
+    for (const char* folder : {"card", "a"}) fs::create_directory(server->stored(folder));
+    fillCardWithClips(path("card"));
+    fillCardWithClips(server->stored("card"));
+  }
+
+  [[nodiscard]] ToolRun offloadFromFaulty() const { return offload({server->path("card"), "a", "b"}); }
+  [[nodiscard]] ToolRun offloadToFaulty() const { return offload(toFaulty()); }
+  [[nodiscard]] std::vector<std::string> toFaulty() const { return {"card", server->path("a"), "b"}; }
+
+  std::unique_ptr<FaultyFileSystem> server;
+};
+
+struct DestinationFault {
+  const char* name;
+  std::function<void(FaultyFileSystem&)> set;
+};
+
+const DestinationFault destinationFaults[] = {
+    {"IsFull", [](FaultyFileSystem& fs) { fs.whenWriting("a/B.mov*").failAt(2 * MiB, ENOSPC); }},
+    {"FailsToWrite", [](FaultyFileSystem& fs) { fs.whenWriting("a/B.mov*").failAt(2 * MiB, EIO); }},
+    {"LosesWhatIsWritten", [](FaultyFileSystem& fs) { fs.whenWriting("a/B.mov*").dropRange(MiB, 4096); }},
+    {"StoresAWrongBit", [](FaultyFileSystem& fs) { fs.whenWriting("a/B.mov*").flipBitAt(3 * MiB); }},
+    {"FailsToSync", [](FaultyFileSystem& fs) { fs.whenSyncing("a/B.mov*").fail(EIO); }},
+    {"CreatesNothing", [](FaultyFileSystem& fs) { fs.whenCreating("a/B.mov*").fail(EROFS); }},
+    {"NamesNothing",
+     [](FaultyFileSystem& fs) {
+       fs.whenRenaming("a/B.mov*").fail(EROFS);
+       fs.whenLinking("a/B.mov*").fail(EROFS);
+     }},
+    {"ReadsBackAWrongBit", [](FaultyFileSystem& fs) { fs.whenReading("a/B.mov*").flipBitAt(MiB); }},
+};
+
+class OffloadToAFaultyDestination : public OffloadOnFaultyFileSystem,
+                                    public testing::WithParamInterface<DestinationFault> {};
+
+}  // namespace
+
+TEST_P(OffloadToAFaultyDestination, OneFileIsNotProvedAndTheSameCommandEndsWellOnceTheFaultIsGone) {
+  GetParam().set(*server);
+  const ToolRun run = offloadToFaulty();
+  EXPECT_EQ(2, run.exitStatus) << run.output << run.errors;
+  EXPECT_EQ("DO NOT ERASE: 1 of 3 files is not proved.", lastLine(run));
+  EXPECT_THAT(run.output, HasSubstr("B.mov"));
+  for (const char* clip : {"A.mov", "C.mov"}) {
+    EXPECT_TRUE(bytesOf(clip) == readFile(server->stored("a") / clip)) << clip;
+  }
+
+  server->clear();
+  const ToolRun again = offloadToFaulty();
+  EXPECT_EQ(0, again.exitStatus) << again.output << again.errors;
+  expectAllIn(server->stored("a"));
+  expectAllIn(path("b"));
+}
+
+INSTANTIATE_TEST_SUITE_P(OfFaults, OffloadToAFaultyDestination, testing::ValuesIn(destinationFaults),
+                         [](const auto& fault) { return fault.param.name; });
+
+TEST_F(OffloadOnFaultyFileSystem, AnUnreadableFileInTheMiddleFailsAlone) {
+  server->whenReading("card/B.mov").failAt(2 * MiB, EIO);
+  const ToolRun run = offloadFromFaulty();
+  EXPECT_EQ(2, run.exitStatus) << run.output;
+  EXPECT_EQ("DO NOT ERASE: 1 of 3 files is not proved.", lastLine(run));
+  EXPECT_EQ((std::vector<std::string>{"A.mov", "C.mov"}), namesBelow(path("a")));
+  server->clear();
+  EXPECT_EQ(0, offloadFromFaulty().exitStatus);
+  expectAllIn(path("a"));
+}
+
+TEST_F(OffloadOnFaultyFileSystem, ASourceThatReadDifferentlyOnceIsNotSafeInThatRun) {
+  server->whenReading("card/B.mov").fromPass(2).times(1).flipBitAt(2 * MiB);
+  const ToolRun run = offloadFromFaulty();
+  EXPECT_EQ(2, run.exitStatus) << run.output;
+  EXPECT_EQ("DO NOT ERASE: 1 of 3 files is not proved.", lastLine(run));
+  EXPECT_EQ(0, offloadFromFaulty().exitStatus);
+  expectAllIn(path("a"));
+  expectAllIn(path("b"));
+}
+
+TEST_F(OffloadOnFaultyFileSystem, ADestinationWhoseServerIsKilledTakesNothingFromTheOtherOne) {
+  server->slowDown("a/*", std::chrono::milliseconds(20));
+  ToolStart started = start(toFaulty());
+  started.meanwhile = [this](pid_t) {
+    waitForFile(server->stored("a/B.mov.kdxcopy"));
+    server->vanish();
+  };
+  const ToolRun run = runTool(started);
+  EXPECT_EQ(4, run.exitStatus) << run.output << run.errors;
+  EXPECT_THAT(lastLine(run), StartsWith("DO NOT ERASE: "));
+  EXPECT_THAT(run.output, HasSubstr("nothing of the card is there any more"));
+  expectAllIn(path("b"));
+}
+
+TEST_F(OffloadOnFaultyFileSystem, ADestinationThatTurnsReadOnlyInTheMiddleLosesNothingThatWasProved) {
+  server->slowDown("a/*", std::chrono::milliseconds(20));
+  ToolStart started = start(toFaulty());
+  started.meanwhile = [this](pid_t) {
+    waitForFile(server->stored("a/B.mov.kdxcopy"));
+    server->whenWriting("a/*").fail(EROFS);
+    server->whenCreating("a/*").fail(EROFS);
+    server->whenRenaming("a/*").fail(EROFS);
+    server->whenLinking("a/*").fail(EROFS);
+    server->whenUnlinking("a/*").fail(EROFS);
+    server->whenSyncing("a/*").fail(EROFS);
+  };
+  const ToolRun run = runTool(started);
+  EXPECT_EQ(2, run.exitStatus) << run.output << run.errors;
+  EXPECT_TRUE(bytesOf("A.mov") == readFile(server->stored("a/A.mov")));
+  server->clear();
+  EXPECT_EQ(0, offloadToFaulty().exitStatus);
+  expectAllIn(server->stored("a"));
+  expectAllIn(path("b"));
+}
+
+TEST_F(OffloadOnFaultyFileSystem, AFileThatGrowsOrShrinksMeanwhileIsNotProved) {
+  for (const off_t size : {off_t{4 * MiB}, off_t{6 * MiB}}) {
+    server->slowDown("card/*", std::chrono::milliseconds(20));
+    ToolStart started = start({server->path("card"), "a", "b"});
+    started.meanwhile = [this, size](pid_t) {
+      waitForFile(path("a/B.mov.kdxcopy"));
+      ::truncate(server->path("card/B.mov").c_str(), size);
+    };
+    const ToolRun run = runTool(started);
+    EXPECT_EQ(4, run.exitStatus) << run.output << run.errors;
+    EXPECT_THAT(run.output, HasSubstr("B.mov changed on the card meanwhile"));
+    server->clear();
+    const ToolRun again = offload({"--replace", server->path("card"), "a", "b"});
+    EXPECT_EQ(0, again.exitStatus) << again.output;
+    EXPECT_EQ(static_cast<uintmax_t>(size), fs::file_size(path("a/B.mov")));
+    for (const char* folder : {"a", "b"}) fs::remove(fs::path(path(folder)) / "B.mov");
+  }
+}
+
+TEST_F(OffloadFaults, AWorkerThatIsKilledIsReplaced) {
+  fillCardWithClips(path("card"));
+  writeFile(path("card/D.mov"), mediaBytes(128 * MiB));
+  ToolStart started = start({"card", "a"});
+  started.meanwhile = [this](pid_t offload) {
+    waitForFile(path("a/D.mov.kdxcopy"));
+    for (const pid_t worker : childrenOf(offload)) ::kill(worker, SIGKILL);
+  };
+  const ToolRun run = runTool(started);
+  EXPECT_EQ(0, run.exitStatus) << run.output << run.errors;
+  EXPECT_TRUE(mediaBytes(128 * MiB) == readFile(path("a/D.mov")));
+}
+
+TEST_F(OffloadFaults, AWorkerThatHangsIsEndedAndItsFileTriedOnceMore) {
+  writeFile(path("card/D.mov"), mediaBytes(128 * MiB));
+  ToolStart started = start({"--stall", "1", "card", "a"});
+  started.meanwhile = [this](pid_t offload) {
+    waitForFile(path("a/D.mov.kdxcopy"));
+    for (const pid_t worker : childrenOf(offload)) ::kill(worker, SIGSTOP);
+  };
+  const ToolRun run = runTool(started);
+  EXPECT_EQ(0, run.exitStatus) << run.output << run.errors;
+  EXPECT_THAT(run.errors + run.output, HasSubstr("SAFE TO ERASE"));
+  EXPECT_TRUE(mediaBytes(128 * MiB) == readFile(path("a/D.mov")));
+}
+
+TEST_F(OffloadFaults, APipeOnTheCardIsLeftOutAndTheRestIsProved) {
+  fillCardWithClips(path("card"));
+  ASSERT_EQ(0, ::mkfifo(path("card/pipe").c_str(), 0600));
+  const ToolRun run = offload({"card", "a"});
+  EXPECT_EQ(3, run.exitStatus) << run.output;
+  EXPECT_THAT(run.output, HasSubstr("pipe: it is neither a file nor a folder nor a symbolic link"));
+  expectAllIn(path("a"));
+}
+
+TEST_F(OffloadFaults, TenThousandFoldersSideBySideArrive) {
+  for (int folder = 0; folder < manyFolders; ++folder)
+    fs::create_directory(fs::path(path("card")) / std::to_string(folder));
+  writeFile(path("card/9999/clip.mov"), "wide");
+  EXPECT_EQ(0, offload({"card", "a"}).exitStatus);
+  EXPECT_EQ(everythingIn("card"), everythingIn("a"));
+}
+
+TEST_F(OffloadFaults, TenThousandFoldersOneInAnotherArrive) {
+  const fs::path home = fs::current_path();
+  fs::current_path(path("card"));
+  for (int level = 0; level < manyFolders; ++level) {
+    fs::create_directory("d");
+    fs::current_path("d");
+  }
+  writeFile("clip.mov", "deep");
+  fs::current_path(home);
+  const ToolRun run = offload({"card", "a"});
+  EXPECT_EQ(0, run.exitStatus) << run.output.substr(0, 2000);
+  EXPECT_THAT(lastLine(run), MatchesRegex("SAFE TO ERASE: 1 file .*"));
+  EXPECT_EQ(0, offload({"card", "a"}).exitStatus);
+}
