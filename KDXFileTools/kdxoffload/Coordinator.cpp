@@ -163,6 +163,7 @@ class Offload {
   }
 
   bool listCard() {
+    post(Looking{.text = "Listing the card..."});
     std::optional<platform::Error> error;
     const std::optional<platform::Folder> card = platform::Folder::open(_facts.card.realPath, &error);
     if (!card) return refuse("the card can't be opened: " + _facts.card.path);
@@ -182,6 +183,7 @@ class Offload {
   }
 
   bool makePlan() {
+    post(Looking{.text = "Looking what the destinations hold..."});
     std::vector<PlannedDestination> destinations;
     for (const PlaceFacts& place : _facts.destinations) {
       destinations.push_back(plannedDestination(place));
@@ -323,6 +325,7 @@ class Offload {
   int conclude() {
     // Half a listing would look like a card that lost its files: a signal is only noticed, a second one ends the process.
     _signals.wait();
+    post(Looking{.text = "Comparing the card and the destinations once more..."});
     const Listing after = cardAtTheEnd();
     std::vector<DestinationListing> destinations;
     std::vector<platform::Volume> volumes;

@@ -17,6 +17,11 @@ namespace kdxoffload {
 
 enum class JobPhase : uint8_t { copying, readingBack, flushing };
 
+// Something that may take a while goes on before the work is known, or after it is done.
+struct Looking {
+  std::string text{};  // what, in a few words
+};
+
 // The work is known. First of all, but for warnings and errors.
 struct Planned {
   std::string card{};                       // as given
@@ -127,8 +132,8 @@ struct Finished {
   bool wasRefused = false;
 };
 
-using Event = std::variant<Planned, JobStarted, JobPhaseChanged, JobProgressed, JobEnded, FileEnded, Progress, Warned,
-                           ErrorReported, Stopping, Finished>;
+using Event = std::variant<Looking, Planned, JobStarted, JobPhaseChanged, JobProgressed, JobEnded, FileEnded, Progress,
+                           Warned, ErrorReported, Stopping, Finished>;
 
 // Somebody whom the events are shown to: a display, a manifest, a report. Called on the thread of the run, in the order of
 // the events; must not wait for anything, and can't change what the run does.

@@ -63,7 +63,12 @@ void TerminalDisplay::take(const Event& event) {
   if (const auto* file = std::get_if<FileEnded>(&event); file != nullptr && file->outcome == FileOutcome::failed) {
     _lastFailure = fmt::format("failed: {}: {}", shownName(file->path), shownText(file->reason));
   }
+  if (const auto* looking = std::get_if<Looking>(&event)) {
+    _looking = looking->text;
+    redraw();
+  }
   if (const auto* progress = std::get_if<Progress>(&event)) {
+    _looking.clear();
     _progress = *progress;
     _share = std::max(_share, progress->share);
     if (progress->isAsked) sayAbove(stateReport(*progress, _running));
@@ -106,7 +111,8 @@ void TerminalDisplay::takeEnd(const Finished& finished) {
 // since terminals differ in what happens behind it.
 std::vector<TerminalDisplay::Line> TerminalDisplay::linesAt(platform::TerminalSize size) const {
   const std::size_t columns = size.columns > 1 ? size.columns - 1 : 1;
-  if (!_progress || size.rows < 2) return {};
+  if (size.rows < 2) return {};
+  if (!_progress) return runningLines(columns, 1);
   std::size_t room = size.rows - 1;
   const Line barOfAll{.text = cutInTheMiddle(barLine(columns), columns), .colour = Colour::good};
   if (room == 1) return {barOfAll};
@@ -129,6 +135,7 @@ std::vector<TerminalDisplay::Line> TerminalDisplay::linesAt(platform::TerminalSi
 }
 
 std::vector<TerminalDisplay::Line> TerminalDisplay::runningLines(std::size_t columns, std::size_t atMost) const {
+  if (!_looking.empty()) return {{.text = cutInTheMiddle(_looking, columns)}};
   std::vector<Line> lines;
   const std::size_t count = _running.all().size();
   for (const auto& [number, job] : _running.all()) {

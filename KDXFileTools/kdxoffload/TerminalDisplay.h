@@ -55,7 +55,8 @@ class TerminalDisplay final : public Listener {
   Look _look;
   RunningJobs _running;
   std::optional<Progress> _progress;
-  double _share = 0;  // of the bar; the largest that there was
+  std::string _looking;  // what goes on while no job does; empty while one does
+  double _share = 0;     // of the bar; the largest that there was
   std::string _lastFailure;
   std::vector<std::size_t> _drawn;  // columns of the lines that stand above the cursor
   bool _isStopping = false;

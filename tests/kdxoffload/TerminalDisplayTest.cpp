@@ -95,6 +95,20 @@ TEST(TerminalDisplay, TellsAtAGlanceWhatIsGoingOn) {
                           "/mnt/shuttle: 800 bytes free"));
 }
 
+TEST(TerminalDisplay, SaysWhatGoesOnWhileNoJobDoes) {
+  Drawn drawn(80, 24);
+  drawn.take(Looking{.text = "Listing the card..."});
+  EXPECT_THAT(drawn.lines(), ElementsAre("Listing the card..."));
+  startTwoClips(drawn);
+  drawn.take(halfDone());
+  EXPECT_EQ(6U, drawn.lines().size());
+  for (const uint64_t job : {1, 2}) drawn.take(JobEnded{.job = job});
+  drawn.take(halfDone());
+  drawn.take(Looking{.text = "Comparing..."});
+  EXPECT_EQ(5U, drawn.lines().size());
+  EXPECT_EQ("Comparing...", drawn.lines().front());
+}
+
 TEST(TerminalDisplay, IsRedrawnInPlace) {
   Drawn drawn(80, 24);
   startTwoClips(drawn);
