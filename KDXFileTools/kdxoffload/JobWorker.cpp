@@ -310,9 +310,13 @@ void JobWorker::makeFolders(const JobOrder& order, JobResult& result) {
     }
   }
   // What is copied into a folder is only as permanent as the folder's name.
+  syncWhere(isSyncedAtEnd, result);
+}
+
+void JobWorker::syncWhere(const std::vector<bool>& places, JobResult& result) const {
   for (std::size_t place = 0; place < _places.size(); ++place) {
     Failure failure;
-    if (!isSyncedAtEnd[place] || _places[place].root->syncFileSystem(&failure)) continue;
+    if (!places[place] || _places[place].root->syncFileSystem(&failure)) continue;
     for (std::size_t item = place; item < result.items.size(); item += _places.size()) {
       result.items[item].status = WorkStatus::notKept;
       result.items[item].remark = failure->description.value_or("");
@@ -344,8 +348,10 @@ void JobWorker::makeLinks(const JobOrder& order, JobResult& result) {
 }
 
 void JobWorker::keepFolders(const JobOrder& order, JobResult& result) {
+  std::vector<bool> isSyncedAtEnd(_places.size());
   for (const OrderedItem& item : order.items) {
-    for (const Place& place : _places) {
+    for (std::size_t position = 0; position < _places.size(); ++position) {
+      const Place& place = _places[position];
       ItemResult& kept = result.items.emplace_back();
       Failure failure;
       const std::optional<Folder> folder = place.folder.openFolder(item.name, &failure);
@@ -359,10 +365,13 @@ void JobWorker::keepFolders(const JobOrder& order, JobResult& result) {
       if (!isKept && !folder->setModeAndTime(keptMode(item.mode), item.modified, &failure)) {
         kept.remark = failure->description.value_or("");
       }
-      if (!isKept && !folder->sync(&failure)) kept.status = WorkStatus::notKept;
+      const bool isReached = isReachedBySync(place, *folder);
+      if (!isKept && isReached) isSyncedAtEnd[position] = true;
+      if (!isKept && !isReached && !folder->sync(&failure)) kept.status = WorkStatus::notKept;
       kept.facts = folder->facts(nullptr).value_or(platform::ItemFacts{});
     }
   }
+  syncWhere(isSyncedAtEnd, result);
 }
 
 void JobWorker::sync(const JobOrder& /*order*/, JobResult& result) {

@@ -41,6 +41,8 @@ class JobWorker {
   void sync(const JobOrder& order, JobResult& result);
   void clean(const JobOrder& order, JobResult& result);
 
+  // Syncs the file systems of the marked places. Where that fails, so has every item there.
+  void syncWhere(const std::vector<bool>& places, JobResult& result) const;
   static bool isReachedBySync(const Place& place, const platform::Folder& folder);
   [[nodiscard]] bool mustFlush(const JobOrder& order) const;
   [[nodiscard]] bool isAsListed(const OrderedItem& item, JobResult& result) const;
