@@ -43,11 +43,19 @@ ItemKind kindOf(mode_t mode) {
   return ItemKind::other;
 }
 
+int64_t nanosecondsOf(const timespec& time) {
+  constexpr int64_t latest = INT64_MAX / nanosecondsPerSecond - 1;
+  if (time.tv_sec > latest) return INT64_MAX;
+  if (time.tv_sec < -latest) return INT64_MIN;
+  return int64_t{time.tv_sec} * nanosecondsPerSecond + time.tv_nsec;
+}
+
 ItemFacts factsFrom(const struct stat& found) {
   return {.kind = kindOf(found.st_mode),
           .mode = static_cast<uint32_t>(found.st_mode) & permissionBits,
           .size = static_cast<uint64_t>(found.st_size),
-          .modified = int64_t{found.st_mtim.tv_sec} * nanosecondsPerSecond + found.st_mtim.tv_nsec,
+          .modified = nanosecondsOf(found.st_mtim),
+          .changed = nanosecondsOf(found.st_ctim),
           .identity = {.device = found.st_dev, .inode = found.st_ino}};
 }
 

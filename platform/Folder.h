@@ -19,7 +19,8 @@ struct ItemFacts {
   ItemKind kind = ItemKind::absent;
   uint32_t mode = 0;     // permission bits, with set-user-ID, set-group-ID and sticky
   uint64_t size = 0;     // bytes
-  int64_t modified = 0;  // nanoseconds since 1970, UTC
+  int64_t modified = 0;  // nanoseconds since 1970, UTC; the nearest that fits for times before 1677 and after 2262
+  int64_t changed = 0;   // the same, of the last change of any kind (content, name, mode); nobody can set it
   FileIdentity identity{};
 };
 

@@ -59,13 +59,14 @@ constexpr std::array kinds{
     Kind{"ramfs", unknown, 1, exact},
     Kind{"nfs", clientCacheBypassed, 1, notKnown},
     Kind{"nfs4", clientCacheBypassed, 1, notKnown},
-    Kind{"cifs", clientCacheBypassed, 100, notKnown},
-    Kind{"smb3", clientCacheBypassed, 100, notKnown},
+    // What the server keeps of a time is not known.
+    Kind{"cifs", clientCacheBypassed, 2 * second, notKnown},
+    Kind{"smb3", clientCacheBypassed, 2 * second, notKnown},
     Kind{"9p", clientCacheBypassed, 1, notKnown},
     Kind{"ceph", clientCacheBypassed, 1, notKnown},
     Kind{"virtiofs", clientCacheBypassed, 1, notKnown},
     Kind{"fuse.sshfs", clientCacheBypassed, second, notKnown},
-    Kind{"fuse", clientCacheBypassed, 1, notKnown},
+    Kind{"fuse", clientCacheBypassed, 2 * second, notKnown},
     // A server for a device, which it reads through the system's cache of that device.
     Kind{"fuseblk", clientCacheBypassed, 2 * second, notKnown},
 };

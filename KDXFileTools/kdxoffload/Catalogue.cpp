@@ -30,7 +30,7 @@ constexpr std::array<std::string_view, 6> schema{
     " modified INTEGER NOT NULL, destinationSize INTEGER NOT NULL, destinationModified INTEGER NOT NULL,"
     " digest BLOB NOT NULL, checkValue INTEGER NOT NULL, PRIMARY KEY (destination, path)) WITHOUT ROWID",
     "CREATE TABLE offloads (offload INTEGER PRIMARY KEY AUTOINCREMENT, card BLOB NOT NULL, started INTEGER NOT NULL,"
-    " ended INTEGER, exitStatus INTEGER NOT NULL DEFAULT 0, files INTEGER NOT NULL DEFAULT 0,"
+    " seen INTEGER NOT NULL, ended INTEGER, exitStatus INTEGER NOT NULL DEFAULT 0, files INTEGER NOT NULL DEFAULT 0,"
     " proved INTEGER NOT NULL DEFAULT 0, bytes INTEGER NOT NULL DEFAULT 0, verdict BLOB NOT NULL DEFAULT x'')",
     "CREATE TABLE offloadDestinations (offload INTEGER NOT NULL, position INTEGER NOT NULL,"
     " destination INTEGER NOT NULL, PRIMARY KEY (offload, position)) WITHOUT ROWID",
@@ -230,6 +230,41 @@ struct Catalogue::State {
 
 namespace {
 
+constexpr int64_t nanosecondsPerSecond = 1'000'000'000;
+
+int64_t secondsSince1970(std::chrono::system_clock::time_point time) {
+  return std::chrono::duration_cast<std::chrono::seconds>(time.time_since_epoch()).count();
+}
+
+// Of a run; seconds since 1970.
+struct RunTime {
+  int64_t started = 0;
+  int64_t seen = 0;  // when it ended, or was last known to be at work
+};
+
+// In the order in which they started.
+std::vector<RunTime> runsTo(Database& database, int64_t destination) {
+  Statement found = database.prepare(
+      "SELECT started, max(seen, coalesce(ended, 0)) FROM offloads JOIN offloadDestinations USING (offload)"
+      " WHERE destination = ?1 ORDER BY started");
+  found.with(destination);
+  std::vector<RunTime> runs;
+  while (found.step()) {
+    runs.push_back({.started = found.integer(0).value_or(0), .seen = found.integer(1).value_or(0)});
+  }
+  return runs;
+}
+
+// Of the run that had begun a file at that time; nanoseconds since 1970, as the result.
+int64_t lastSignOfLife(const std::vector<RunTime>& runs, int64_t begun) {
+  int64_t seen = begun;
+  for (const RunTime& run : runs) {
+    if (run.started * nanosecondsPerSecond > begun) break;
+    seen = std::max(begun, run.seen * nanosecondsPerSecond);
+  }
+  return seen;
+}
+
 const std::string replaceFile =
     fmt::format("INSERT OR REPLACE INTO files (destination, path, {}) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9)",
                 CatalogueRow::columns);
@@ -320,7 +355,7 @@ void Catalogue::startOffload(const std::string& card, const std::vector<std::str
   _state->destinationPaths = destinations;
   _state->destinations.clear();
   _state->change([&](Database& database) {
-    database.prepare("INSERT INTO offloads (card, started) VALUES (?1, ?2)").with(card).with(started).run();
+    database.prepare("INSERT INTO offloads (card, started, seen) VALUES (?1, ?2, ?2)").with(card).with(started).run();
     _state->offload = database.lastInserted();
     Statement add = database.prepare("INSERT OR IGNORE INTO destinations (path) VALUES (?1)");
     Statement mention = database.prepare("INSERT INTO offloadDestinations VALUES (?1, ?2, ?3)");
@@ -349,26 +384,45 @@ void Catalogue::endOffload(const OffloadRecord& outcome) {
   });
 }
 
+void Catalogue::stillAtWork(std::chrono::system_clock::time_point now) {
+  _state->change([&](Database& database) {
+    database.prepare("UPDATE offloads SET seen = ?1 WHERE offload = ?2")
+        .with(secondsSince1970(now))
+        .with(_state->offload)
+        .run();
+  });
+}
+
 std::vector<FileRecord> Catalogue::recordsOf(const std::string& destination, const Listing& card) const {
   std::vector<FileRecord> records(card.entries.size());
   const bool isRead = _state->look([&](Database& database) {
     const auto number = numberOfDestination(database, destination);
     if (!number) return;
+    const std::vector<RunTime> runs = runsTo(database, *number);
     Statement find = database.prepare(findFile);
     for (EntryIndex index = 0; index < card.entries.size() && !database.hasFailed(); ++index) {
       if (card.entries[index].facts.kind != platform::ItemKind::file) continue;
       const std::string path = card.pathOf(index);
       if (!find.with(*number).with(path).step()) continue;
-      if (const auto record = CatalogueRow::take(find, destination, path)) records[index] = *record;
+      const auto record = CatalogueRow::take(find, destination, path);
+      if (!record) continue;
+      records[index] = *record;
+      if (record->state == FileRecord::State::begun) {
+        records[index].destinationModified = lastSignOfLife(runs, record->destinationModified);
+      }
     }
   });
   return isRead ? records : std::vector<FileRecord>(card.entries.size());
 }
 
 void Catalogue::begin(std::span<const FileOfRecord> files) {
+  const int64_t now = secondsSince1970(std::chrono::system_clock::now()) * nanosecondsPerSecond;
   _state->changeFiles(files, replaceFile, [&](Statement& statement, const FileOfRecord& file) {
     _state->write(statement, file,
-                  {.state = FileRecord::State::begun, .size = file.record.size, .modified = file.record.modified});
+                  {.state = FileRecord::State::begun,
+                   .size = file.record.size,
+                   .modified = file.record.modified,
+                   .destinationModified = now});
   });
 }
 

@@ -27,6 +27,7 @@ struct FileRecord {
   uint64_t size = 0;             // on the card, bytes
   int64_t modified = 0;          // on the card, nanoseconds since 1970
   uint64_t destinationSize = 0;  // at the destination, as they were after the proof
+  // Of `begun`: until when the run that was about to write it showed that it was at work.
   int64_t destinationModified = 0;
   bool operator==(const FileRecord&) const = default;
 };
@@ -81,12 +82,15 @@ class Catalogue {
   // The run that is starting. What comes after it is about this run and its destinations.
   void startOffload(const std::string& card, const std::vector<std::string>& destinations, int64_t started);
   void endOffload(const OffloadRecord& outcome);
+  // A sign of life of the run, so that what appears at a destination after a run was killed is not taken for what it wrote.
+  void stillAtWork(std::chrono::system_clock::time_point now);
 
   // What is known of the files of the card at a destination (its real path): one record for each entry of the listing, at the same
   // position. Those of folders and links are empty.
   [[nodiscard]] std::vector<FileRecord> recordsOf(const std::string& destination, const Listing& card) const;
 
-  // First step, before a job starts: these files are about to be written. A proof that there was is gone.
+  // First step, before a job starts: these files are about to be written. A proof that there was is gone. Of a record only
+  // the card's size and time are taken.
   void begin(std::span<const FileOfRecord> files);
   // Second step: proved, with data and name permanent. A record whose state is no proof is passed over.
   void prove(std::span<const FileOfRecord> files);

@@ -44,10 +44,10 @@ std::optional<FileRecord::State> stateFrom(std::optional<int64_t> value) {
   return std::nullopt;
 }
 
-// What was only begun has nothing to show yet, and what is proved has the size of what it was made from.
+// What was only begun has nothing to show yet but when that was, and what is proved has the size of what it was made from.
 bool makesSense(const FileRecord& record) {
   if (record.state != FileRecord::State::begun) return record.destinationSize == record.size;
-  return record.destinationSize == 0 && record.destinationModified == 0 && record.digest == FileDigest{};
+  return record.destinationSize == 0 && record.digest == FileDigest{};
 }
 
 }  // namespace

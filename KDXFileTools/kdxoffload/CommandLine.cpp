@@ -13,7 +13,7 @@ namespace kdxoffload {
 
 namespace {
 
-constexpr std::size_t mostJobs = 256;
+constexpr std::size_t mostJobs = 64;  // each needs six of the 1,024 descriptors that a process usually has
 constexpr int64_t longestStall = int64_t{7} * 24 * 60 * 60;  // seconds
 
 const std::map<std::string, uint32_t> algorithms{

@@ -9,6 +9,7 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <thread>
 #include <tuple>
 #include <utility>
 
@@ -102,7 +103,17 @@ class Offload {
   }
 
   void tellState() {
-    if (_run) _run->tellState();
+    if (_run) {
+      _run->tellState();
+    } else {
+      post(Looking{.text = _looking, .isAsked = true});
+    }
+  }
+
+  // What goes on while no job does.
+  void look(const std::string& text) {
+    _looking = text;
+    post(Looking{.text = text});
   }
 
   // While a tree is listed nobody else looks for signals.
@@ -132,15 +143,26 @@ class Offload {
   bool lookAtPlaces() {
     _facts.card = placeFacts(_line.card);
     for (const std::string& destination : _line.destinations) _facts.destinations.push_back(placeFacts(destination));
+    waitForLocks();
     _facts.partial = _line.partial;
-    _facts.cataloguePath = cataloguePath();
-    if (_facts.cataloguePath) _facts.catalogueFolders = platform::foldersAbove(*_facts.cataloguePath);
+    if (const auto path = cataloguePath()) _facts.catalogueFolders = foldersOfCatalogue(*path);
     return accept(preflight(_facts)) && lockDestinations();
   }
 
-  // As its folder is called really, so that a catalogue on the card is noticed.
   [[nodiscard]] std::optional<std::string> cataloguePath() const {
     return _line.catalogue ? _line.catalogue : Catalogue::defaultPath();
+  }
+
+  // The workers of a run that was killed a moment ago have its locks until they are gone too.
+  void waitForLocks() {
+    constexpr std::chrono::milliseconds betweenLooks{50};
+    const Clock::time_point latest = Clock::now() + std::chrono::seconds(2);
+    for (PlaceFacts& place : _facts.destinations) {
+      while (place.isLockedByOther && Clock::now() < latest) {
+        std::this_thread::sleep_for(betweenLooks);
+        place.isLockedByOther = platform::isFolderLocked(place.realPath);
+      }
+    }
   }
 
   // Those that are there. One that is still to be made is locked when it is.
@@ -163,7 +185,7 @@ class Offload {
   }
 
   bool listCard() {
-    post(Looking{.text = "Listing the card..."});
+    look("Listing the card...");
     std::optional<platform::Error> error;
     const std::optional<platform::Folder> card = platform::Folder::open(_facts.card.realPath, &error);
     if (!card) return refuse("the card can't be opened: " + _facts.card.path);
@@ -183,12 +205,13 @@ class Offload {
   }
 
   bool makePlan() {
-    post(Looking{.text = "Looking what the destinations hold..."});
+    look("Looking what the destinations hold...");
     std::vector<PlannedDestination> destinations;
     for (const PlaceFacts& place : _facts.destinations) {
       destinations.push_back(plannedDestination(place));
     }
     if (_signal) return false;
+    doubtWhatDisagrees(destinations);
     _plan = kdxoffload::makePlan(
         *_card, destinations,
         {.readBack = _line.readBack, .recheck = _line.recheck, .replace = _line.replace, .algorithm = _line.algorithm});
@@ -209,12 +232,36 @@ class Offload {
     return destination;
   }
 
+  [[nodiscard]] bool isProofOfCard(const FileRecord& record, std::size_t index) const {
+    const platform::ItemFacts& onCard = _card->entries[index].facts;
+    return record.digest.algorithm != 0 && record.size == onCard.size && record.modified == onCard.modified;
+  }
+
+  // One file of the card with two digests was read wrongly once: all that is known of it is looked at again.
+  void doubtWhatDisagrees(std::vector<PlannedDestination>& destinations) const {
+    for (std::size_t index = 0; index < _card->entries.size(); ++index) {
+      FileDigest known;
+      bool isDoubtful = false;
+      for (const PlannedDestination& destination : destinations) {
+        const FileRecord& record = destination.records[index];
+        if (!isProofOfCard(record, index)) continue;
+        isDoubtful |= known.algorithm == record.digest.algorithm && known != record.digest;
+        known = record.digest;
+      }
+      if (!isDoubtful) continue;
+      for (PlannedDestination& destination : destinations) destination.records[index] = {};
+    }
+  }
+
   void keepKnownDigests(const std::vector<PlannedDestination>& destinations) {
     _runSettings.knownDigests.resize(_card->entries.size());
-    for (const PlannedDestination& destination : destinations) {
-      for (std::size_t index = 0; index < destination.records.size(); ++index) {
-        FileDigest& known = _runSettings.knownDigests[index];
-        if (known.algorithm == 0) known = destination.records[index].digest;
+    _runSettings.knownProofs.resize(_card->entries.size());
+    for (std::size_t position = 0; position < destinations.size(); ++position) {
+      for (std::size_t index = 0; index < _card->entries.size(); ++index) {
+        const FileRecord& record = destinations[position].records[index];
+        if (!isProofOfCard(record, index)) continue;
+        _runSettings.knownDigests[index] = record.digest;
+        _runSettings.knownProofs[index].insert(position);
       }
     }
   }
@@ -270,6 +317,9 @@ class Offload {
                       .readBack = _line.readBack,
                       .privateFolder = privateFolder()};
     settings.setup.destinations = realPathsOfDestinations();
+    settings.hasLeftovers = std::ranges::any_of(settings.setup.destinations, [&settings](const std::string& path) {
+      return platform::fileExistsAtPath(path + '/' + settings.setup.privateFolder);
+    });
     settings.jobs = _line.jobs;
     settings.stallSeconds = static_cast<double>(_line.stallSeconds);
     for (const platform::Folder& folder : _locks) settings.inherited.push_back(folder.descriptor());
@@ -325,7 +375,7 @@ class Offload {
   int conclude() {
     // Half a listing would look like a card that lost its files: a signal is only noticed, a second one ends the process.
     _signals.wait();
-    post(Looking{.text = "Comparing the card and the destinations once more..."});
+    look("Comparing the card and the destinations once more...");
     const Listing after = cardAtTheEnd();
     std::vector<DestinationListing> destinations;
     std::vector<platform::Volume> volumes;
@@ -388,6 +438,7 @@ class Offload {
   asio::io_context _context;
   Signals _signals;
   std::optional<int> _signal;
+  std::string _looking = "Starting...";
   const Clock::time_point _started = Clock::now();
   int64_t _startedAt = 0;  // seconds since 1970
   PreflightFacts _facts;

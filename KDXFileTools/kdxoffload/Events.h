@@ -19,7 +19,8 @@ enum class JobPhase : uint8_t { copying, readingBack, flushing };
 
 // Something that may take a while goes on before the work is known, or after it is done.
 struct Looking {
-  std::string text{};  // what, in a few words
+  std::string text{};    // what, in a few words
+  bool isAsked = false;  // somebody asked; nothing new
 };
 
 // The work is known. First of all, but for warnings and errors.

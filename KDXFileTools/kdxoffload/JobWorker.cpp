@@ -70,6 +70,23 @@ uint32_t keptMode(uint32_t mode) {
   return mode & withoutSetID;
 }
 
+// What a job calls its file in the private folder: its number, and while it is not proved a temporary name. Anything else
+// there is somebody else's.
+bool isAlias(std::string_view name) {
+  constexpr std::string_view temporary = ".kdxcopy";
+  if (name.ends_with(temporary)) name.remove_suffix(temporary.size());
+  return !name.empty() && std::ranges::all_of(name, [](char c) { return c >= '0' && c <= '9'; });
+}
+
+// A folder has its card's mode since the last run, and may not be one to write in. It gets that mode back at the end.
+bool openToOwner(const Folder& parent, const std::string& name, platform::ErrorPlace error) {
+  constexpr uint32_t writeAndSearch = 0300;
+  const std::optional<Folder> folder = parent.openFolder(name, error);
+  const auto facts = folder ? folder->facts(error) : std::nullopt;
+  if (!facts || (facts->mode & writeAndSearch) == writeAndSearch) return facts.has_value();
+  return folder->setModeAndTime(facts->mode | writeAndSearch, facts->modified, error);
+}
+
 struct Reading {
   std::optional<FileDigest> digest;  // none when it could not be read
 };
@@ -196,11 +213,14 @@ void JobWorker::moveFromAlias(const JobOrder& order, const std::string& alias, J
     Failure failure;
     const std::optional<Folder> aliases = place.root->openFolder(_setup.privateFolder, &failure);
     const auto inTheWay = place.folder.factsOf(name, &failure);
-    const bool makesRoom = order.replaces && inTheWay && inTheWay->kind == ItemKind::file;
+    const auto proved = aliases ? aliases->factsOf(alias, &failure) : std::nullopt;
+    const bool isThere = proved && proved->kind == ItemKind::file;
+    const bool makesRoom = isThere && order.replaces && inTheWay && inTheWay->kind == ItemKind::file;
     const bool moved = aliases && inTheWay && (!makesRoom || place.folder.removeItem(name, &failure)) &&
                        aliases->moveItem(alias, place.folder, name, &failure);
     if (!moved) {
-      failed(result, WorkStatus::inTheWay, failure);
+      const bool isTaken = failure && failure->code == EEXIST;
+      failed(result, isTaken ? WorkStatus::inTheWay : WorkStatus::systemError, failure);
       return;
     }
     if (!place.folder.sync(&failure) || !aliases->sync(&failure)) failed(result, WorkStatus::notKept, failure);
@@ -300,7 +320,7 @@ void JobWorker::makeFolders(const JobOrder& order, JobResult& result) {
       ItemResult& made = result.items.emplace_back();
       Failure failure;
       const std::optional<Folder> parent = _places[place].folder.openFolder(above, &failure);
-      bool isMade = parent && parent->makeFolder(name, &failure);
+      bool isMade = parent && parent->makeFolder(name, &failure) && openToOwner(*parent, name, &failure);
       const bool isReached = isMade && isReachedBySync(_places[place], *parent);
       if (isReached) isSyncedAtEnd[place] = true;
       if (isMade && !isReached) isMade = parent->sync(&failure);
@@ -316,11 +336,14 @@ void JobWorker::makeFolders(const JobOrder& order, JobResult& result) {
 void JobWorker::syncWhere(const std::vector<bool>& places, JobResult& result) const {
   for (std::size_t place = 0; place < _places.size(); ++place) {
     Failure failure;
-    if (!places[place] || _places[place].root->syncFileSystem(&failure)) continue;
-    for (std::size_t item = place; item < result.items.size(); item += _places.size()) {
-      result.items[item].status = WorkStatus::notKept;
-      result.items[item].remark = failure->description.value_or("");
-    }
+    if (places[place] && !_places[place].root->syncFileSystem(&failure)) failItemsAt(place, failure, result);
+  }
+}
+
+void JobWorker::failItemsAt(std::size_t place, const std::optional<platform::Error>& why, JobResult& result) const {
+  for (std::size_t item = place; item < result.items.size(); item += _places.size()) {
+    result.items[item].status = WorkStatus::notKept;
+    result.items[item].remark = why ? why->description.value_or("") : "";
   }
 }
 
@@ -341,9 +364,9 @@ void JobWorker::makeLinks(const JobOrder& order, JobResult& result) {
       made.facts = place.folder.factsOf(item.name, nullptr).value_or(platform::ItemFacts{});
     }
   }
-  for (const Place& place : _places) {
+  for (std::size_t place = 0; place < _places.size(); ++place) {
     Failure failure;
-    if (!place.folder.sync(&failure)) failed(result, WorkStatus::notKept, failure);
+    if (!_places[place].folder.sync(&failure)) failItemsAt(place, failure, result);
   }
 }
 
@@ -394,7 +417,7 @@ void JobWorker::clean(const JobOrder& order, JobResult& /*result*/) {
     const std::optional<Folder> aliases = place.root->openFolder(_setup.privateFolder, nullptr);
     if (_setup.privateFolder.empty() || !aliases) continue;
     for (const std::string& name : aliases->names(nullptr).value_or(std::vector<std::string>())) {
-      std::ignore = aliases->removeItem(name, nullptr);
+      if (isAlias(name)) std::ignore = aliases->removeItem(name, nullptr);
     }
     std::ignore = place.root->removeFolder(_setup.privateFolder, nullptr);
   }

@@ -41,6 +41,7 @@ class JobWorker {
   void sync(const JobOrder& order, JobResult& result);
   void clean(const JobOrder& order, JobResult& result);
 
+  void failItemsAt(std::size_t place, const std::optional<platform::Error>& why, JobResult& result) const;
   // Syncs the file systems of the marked places. Where that fails, so has every item there.
   void syncWhere(const std::vector<bool>& places, JobResult& result) const;
   static bool isReachedBySync(const Place& place, const platform::Folder& folder);

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "KDXFileTools/kdxoffload/JsonText.h"
+#include "KDXFileTools/kdxoffload/MessageLines.h"
 #include "KDXFileTools/kdxoffload/StateLines.h"
 
 namespace kdxoffload {
@@ -165,6 +166,10 @@ void JsonDisplay::take(const Event& event) {
   if (_isFinished) return;
   _running.take(event);
   if (const auto* planned = std::get_if<Planned>(&event)) _results.write(JsonText::lineOf(objectOf(*planned)));
+  if (const auto* looking = std::get_if<Looking>(&event);
+      looking != nullptr && looking->isAsked && _messages != nullptr) {
+    _messages->write(messageLines(event, true));
+  }
   if (const auto* progress = std::get_if<Progress>(&event)) takeState(*progress);
   if (const auto* file = std::get_if<FileEnded>(&event)) _results.write(JsonText::lineOf(objectOf(*file)));
   if (const auto* warned = std::get_if<Warned>(&event)) {

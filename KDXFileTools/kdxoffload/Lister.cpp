@@ -61,8 +61,9 @@ class TreeLister {
     std::optional<platform::Error> error;
     const std::optional<ItemFacts> facts = folder.factsOf(name, &error);
     if (!facts) return leaveOut(pathIn(parent, name), error, false);
-    // Gone since its name was read: the listing at the end says so, if it was there at the start.
-    if (facts->kind == ItemKind::absent) return;
+    // A name that leads to nothing: a damaged folder, or a name that the system can't pass on. A file that went away at this
+    // very moment looks the same, and then the card is not at rest.
+    if (facts->kind == ItemKind::absent) return leaveOut(pathIn(parent, name), noSuchItem(), false);
     if (facts->kind == ItemKind::link && !addLinkTarget(folder, parent, name)) return;
     _listing.entries.push_back({.parent = parent, .name = std::move(name), .facts = *facts});
   }
@@ -76,6 +77,10 @@ class TreeLister {
     }
     _listing.linkTargets.emplace(static_cast<EntryIndex>(_listing.entries.size()), std::move(*target));
     return true;
+  }
+
+  static platform::Error noSuchItem() {
+    return {.domain = "POSIXErrorDomain", .code = ENOENT, .description = {}, .path = {}};
   }
 
   void leaveOut(std::string path, const std::optional<platform::Error>& error, bool isFolder) {

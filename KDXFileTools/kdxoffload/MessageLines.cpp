@@ -43,6 +43,9 @@ std::string messageLines(const Event& event, bool quiet) {
   if (const auto* error = std::get_if<ErrorReported>(&event)) {
     return fmt::format("kdxoffload: {}\n", sentence(error->text, error->path));
   }
+  if (const auto* looking = std::get_if<Looking>(&event); looking != nullptr && looking->isAsked) {
+    return fmt::format("kdxoffload: {}\n", looking->text);
+  }
   if (quiet) return "";
   if (const auto* planned = std::get_if<Planned>(&event)) return planLine(*planned);
   if (const auto* warned = std::get_if<Warned>(&event)) {

@@ -32,6 +32,9 @@ std::vector<EntriesOrder> linkOrders(const std::vector<DestinationSet>& where, c
 // Of the folders whose mode and time are to be kept, the deepest first: to be done one after the other.
 std::vector<EntriesOrder> keepingOrders(const std::vector<DestinationSet>& where, const Listing& card);
 
+// Lets the owner write in those folders, whatever mode they have on the card.
+void keepOpenToOwner(std::deque<EntriesOrder>& keeping);
+
 // The same orders in the same order, each destination by itself: one that is gone fails alone.
 std::deque<EntriesOrder> oneForEachDestination(const std::vector<EntriesOrder>& orders);
 

@@ -22,7 +22,7 @@ using platform::ItemFacts;
 using platform::ItemKind;
 
 // What there is to do about one entry at one destination.
-enum class Step : uint8_t { nothing, proved, copy, replace, compare, makeFolder, makeLink };
+enum class Step : uint8_t { nothing, proved, copy, replace, compare, compareOurs, makeFolder, makeLink };
 
 // A step, or why there is none.
 struct Decision {
@@ -39,6 +39,7 @@ struct Work {
   DestinationSet copy{};
   DestinationSet replace{};
   DestinationSet compare{};
+  DestinationSet compareOurs{};  // and replace what differs, without being asked
 };
 
 // What stands in the way of anything that is not of its kind.
@@ -87,11 +88,25 @@ Step stepForUnknownFile(const ItemFacts& onCard, const ItemFacts& there, const P
   return wishes.replace && onCard.size != there.size ? Step::replace : Step::compare;
 }
 
+// True when the file can be what an interrupted run wrote: nobody has changed it since that run was last at work, and it is
+// no larger than it would be.
+bool isLeftByUs(const FileRecord& record, const ItemFacts& onCard, const ItemFacts& there) {
+  constexpr int64_t lastsLonger = int64_t{120} * 1'000'000'000;  // nanoseconds: signs of life are half a minute apart
+  return isAsOnCard(record, onCard) && there.size <= onCard.size &&
+         there.changed <= record.destinationModified + lastsLonger;
+}
+
+// What an interrupted run left is whole, or a loss of power made it hollow: then it is done again.
+Decision decideLeftFile(const ItemFacts& onCard, const ItemFacts& there) {
+  return {.step = there.size == onCard.size ? Step::compareOurs : Step::replace};
+}
+
 // Of a regular file that stands there and is not the card's own.
 Decision decideStandingFile(const ItemFacts& onCard, const ItemFacts& there, const FileRecord& record, int64_t grain,
                             const PlanWishes& wishes) {
-  if (record.state == FileRecord::State::begun) return {.step = Step::replace};
-  if (record.state == FileRecord::State::none) return {.step = stepForUnknownFile(onCard, there, wishes)};
+  const bool isBegun = record.state == FileRecord::State::begun;
+  if (isBegun && isLeftByUs(record, onCard, there)) return decideLeftFile(onCard, there);
+  if (isBegun || record.state == FileRecord::State::none) return {.step = stepForUnknownFile(onCard, there, wishes)};
   if (!isAsOnCard(record, onCard)) {
     return wishes.replace ? Decision{.step = Step::replace} : obstacle(Obstacle::changedSinceProved);
   }
@@ -160,6 +175,7 @@ class Planner {
     }
     _plan.jobs.insert(_plan.jobs.end(), _smallJobs.begin(), _smallJobs.end());
     countRoom();
+    openFoldersToWriteIn();
     return std::move(_plan);
   }
 
@@ -240,6 +256,7 @@ class Planner {
     if (step == Step::copy) _work[index].copy.insert(destination);
     if (step == Step::replace) _work[index].replace.insert(destination);
     if (step == Step::compare) _work[index].compare.insert(destination);
+    if (step == Step::compareOurs) _work[index].compareOurs.insert(destination);
   }
 
   template <typename Obstacles>
@@ -302,6 +319,8 @@ class Planner {
   void addComparison(EntryIndex index) {
     addJob(std::span(&index, 1),
            {.kind = JobKind::compare, .replaces = _wishes.replace, .destinations = _work[index].compare});
+    addJob(std::span(&index, 1),
+           {.kind = JobKind::compare, .replaces = true, .destinations = _work[index].compareOurs});
   }
 
   // Nothing to do at no destination is no job.
@@ -319,6 +338,28 @@ class Planner {
   [[nodiscard]] uint64_t bytesOf(std::span<const EntryIndex> files) const {
     return std::accumulate(files.begin(), files.end(), uint64_t{0},
                            [this](uint64_t sum, EntryIndex index) { return sum + _card.entries[index].facts.size; });
+  }
+
+  // Folders that stand there already but can't be written in, as those of a read-only medium: "made" anew, they can.
+  void openFoldersToWriteIn() {
+    for (const Job& job : _plan.jobs) {
+      if (job.kind == JobKind::copy || job.replaces) openFolderAbove(_plan.files[job.first], job.destinations);
+    }
+    for (EntryIndex index = 0; index < _card.entries.size(); ++index) {
+      const DestinationSet toMake = _plan.folders[index].with(_plan.links[index]);
+      if (!toMake.empty()) openFolderAbove(index, toMake);
+    }
+  }
+
+  void openFolderAbove(EntryIndex index, DestinationSet destinations) {
+    constexpr uint32_t writeAndSearch = 0300;
+    const EntryIndex parent = _card.entries[index].parent;
+    if (parent == Entry::root) return;
+    for (std::size_t destination = 0; destination < _destinations.size(); ++destination) {
+      const ItemFacts& there = _destinations[destination].listing[parent];
+      const bool isClosed = there.kind == ItemKind::folder && (there.mode & writeAndSearch) != writeAndSearch;
+      if (isClosed && destinations.contains(destination)) _plan.folders[parent].insert(destination);
+    }
   }
 
   void countRoom() {

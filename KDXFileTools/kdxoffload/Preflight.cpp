@@ -29,11 +29,6 @@ bool isInside(const PlaceFacts& place, const PlaceFacts& folder) {
   return folder.exists && contains(place.foldersAbove, folder.identity);
 }
 
-bool isPathInside(std::string_view path, std::string_view folder) {
-  if (path == folder || folder == "/") return true;
-  return path.size() > folder.size() && path.starts_with(folder) && path[folder.size()] == '/';
-}
-
 std::string lastName(const PlaceFacts& place) {
   return std::filesystem::path(place.realPath).filename().string();
 }
@@ -99,7 +94,12 @@ class Checks {
   }
 
   void checkAgainstEachOther(const PlaceFacts& one, const PlaceFacts& other) {
-    if (isSamePlace(one, other)) return refuse("{} and {} are the same destination", one.path, other.path);
+    if (isSamePlace(one, other)) {
+      if (one.exists || one.realPath == other.realPath) {
+        return refuse("{} and {} are the same destination", one.path, other.path);
+      }
+      return refuse("{} and {} may be one name there; make both folders first", one.path, other.path);
+    }
     if (isInside(one, other)) refuse("the destination {} is inside the destination {}", one.path, other.path);
     if (isInside(other, one)) refuse("the destination {} is inside the destination {}", other.path, one.path);
   }
@@ -159,9 +159,8 @@ class Checks {
   }
 
   void checkCatalogue() {
-    const bool isOnCard = (_facts.cataloguePath && isPathInside(*_facts.cataloguePath, _card.realPath)) ||
-                          contains(_facts.catalogueFolders, _card.identity);
-    if (isOnCard && _card.exists) refuse("the catalogue is on the card, which is never written to");
+    if (_card.exists && contains(_facts.catalogueFolders, _card.identity))
+      refuse("the catalogue is on the card, which is never written to");
   }
 
   void warnOfDisks(std::size_t position) {
@@ -213,6 +212,19 @@ std::string withoutSlashesAtEnd(std::string path) {
 }
 
 }  // namespace
+
+std::vector<platform::FileIdentity> foldersOfCatalogue(const std::string& path) {
+  std::error_code none;
+  std::filesystem::path place = std::filesystem::absolute(path, none);
+  // What is there already may be a link to a file elsewhere.
+  if (const auto real = platform::realPathOf(place.string())) place = *real;
+  do {
+    place = place.parent_path();
+  } while (place != place.root_path() && !std::filesystem::is_directory(place, none));
+  std::vector<platform::FileIdentity> folders = platform::foldersAbove(place.string());
+  if (const auto own = platform::identityOfFile(place.string())) folders.push_back(*own);
+  return folders;
+}
 
 Preflight preflight(const PreflightFacts& facts) {
   return Checks(facts).check();

@@ -41,8 +41,7 @@ struct PreflightFacts {
   std::vector<RoomNeeded> room{};  // of each destination; empty while the card is not listed yet
   std::vector<Unlisted> unlisted{};
   bool partial = false;
-  std::optional<std::string> cataloguePath{};  // real path of the catalogue's folder, where it is to be kept
-  // That folder and those above it (platform::foldersAbove), as far as they are there; sees through bind mounts.
+  // The folders that the catalogue is to be kept in or below, as far as they are there (foldersOfCatalogue).
   std::vector<platform::FileIdentity> catalogueFolders{};
 };
 
@@ -52,6 +51,10 @@ struct Preflight {
   std::vector<std::string> refusals{};
   std::vector<std::string> warnings{};
 };
+
+// The folder that a catalogue at the path would be in, or the first one above that is there already, and those above it; sees
+// through links and bind mounts.
+std::vector<platform::FileIdentity> foldersOfCatalogue(const std::string& path);
 
 // A function of the facts alone. Called twice: before the card is listed (places), and with the room needed.
 Preflight preflight(const PreflightFacts& facts);

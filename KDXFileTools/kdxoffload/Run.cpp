@@ -5,6 +5,7 @@
 #include <chrono>
 #include <deque>
 #include <map>
+#include <set>
 #include <utility>
 
 #include "KDXFileTools/kdxoffload/Batch.h"
@@ -23,6 +24,8 @@ using Clock = std::chrono::steady_clock;
 using BatchPointer = std::shared_ptr<Batch>;
 
 constexpr std::chrono::milliseconds betweenStates{250};
+// An interrupted run is known to have been at work until then, and so much longer at most.
+constexpr double secondsBetweenSigns = 30;
 constexpr std::size_t smallJobsAtOnce = 16;
 constexpr std::size_t bigJobsAtOnce = 1;
 // While one batch is being synced the next one goes on.
@@ -69,7 +72,7 @@ struct Run::State : std::enable_shared_from_this<Run::State> {
   void tryAgain();
   void startAgain();
   void makeLinks();
-  EntriesOrder cleaningOrder();
+  std::deque<EntriesOrder> cleaningOrders();
   void clean();
   void keepFolders();
   void end();
@@ -88,12 +91,15 @@ struct Run::State : std::enable_shared_from_this<Run::State> {
   void closeIfOver(const BatchPointer& batch);
   void settle(Batch& batch, const JobResult& synced);
   void prove(const Batch::Finished& finished, std::vector<FileOfRecord>& records);
+  void takeDigest(EntryIndex entry, const FileDigest& digest);
   bool fail(const Job& job, const JobReport& report, bool isRetry);
+  void forgetWhatIsNotOurs(const Job& job, int status);
   [[nodiscard]] std::vector<Job> asItStands(const Job& job) const;
   [[nodiscard]] DestinationSet takenNames(const Job& job) const;
 
   // What is kept of them.
   void addRecords(const Job& job, std::vector<FileOfRecord>& records) const;
+  void addFailures(const Job& job, const JobResult& result);
   void addFailure(EntryIndex entry, int status, const std::string& detail, DestinationSet destinations);
   void takeItems(const EntriesOrder& order, const JobReport& report);
   void remark(std::size_t destination, const std::string& text);
@@ -127,9 +133,19 @@ struct Run::State : std::enable_shared_from_this<Run::State> {
   std::deque<BatchPointer> waiting;  // not all of their jobs have started
   std::size_t openBatches = 0;       // begun and not settled
   std::map<uint64_t, Running> running;
-  std::vector<Job> failedOnce;
-  std::vector<std::string> leftBehind;  // paths of temporary files of jobs that failed
-  bool hasWorked = false;               // something was to be done
+  struct FailedOnce {
+    Job job;
+    JobResult result;
+  };
+  std::vector<FailedOnce> failedOnce;
+  std::set<EntryIndex> differedOnce;  // files whose comparison found a difference
+  struct LeftBehind {
+    std::string path;  // of a temporary file of a job that failed
+    DestinationSet destinations;
+  };
+  std::vector<LeftBehind> leftBehind;
+  double nextSign = 0;     // see secondsBetweenSigns
+  bool hasWorked = false;  // something was to be done
   uint64_t bytesProved = 0;
   uint64_t filesProved = 0;
   uint64_t files = 0;
@@ -220,14 +236,16 @@ void Run::State::tryAgain() {
   stage = Stage::between;
   // What failed for want of room leaves room for the second try.
   std::deque<EntriesOrder> orders;
-  if (!failedOnce.empty()) orders = oneForEachDestination({cleaningOrder()});
+  if (!failedOnce.empty()) orders = cleaningOrders();
   doInTurn(
       std::move(orders), [](const EntriesOrder&, const JobReport&) {}, [this] { startAgain(); });
 }
 
 void Run::State::startAgain() {
   stage = Stage::retries;
-  for (const Batch& batch : retriesOf(std::exchange(failedOnce, {}))) {
+  std::vector<Job> jobs;
+  for (const FailedOnce& failed : std::exchange(failedOnce, {})) jobs.push_back(failed.job);
+  for (const Batch& batch : retriesOf(jobs)) {
     for (const Job& job : asItStands(batch.jobs.front())) {
       waiting.push_back(std::make_shared<Batch>(Batch{.jobs = {job}, .isRetry = true}));
     }
@@ -245,16 +263,22 @@ void Run::State::makeLinks() {
 }
 
 // Removes what jobs that failed have left, and the folder of aliases.
-EntriesOrder Run::State::cleaningOrder() {
-  EntriesOrder order{.order = {.task = Task::clean, .destinations = everywhere()}};
-  for (std::string& path : leftBehind) order.order.items.push_back({.name = std::move(path)});
+std::deque<EntriesOrder> Run::State::cleaningOrders() {
+  std::deque<EntriesOrder> orders;
+  for (std::size_t position = 0; position < settings.setup.destinations.size(); ++position) {
+    EntriesOrder& order = orders.emplace_back();
+    order.order = {.task = Task::clean, .destinations = DestinationSet::only(position)};
+    for (const LeftBehind& left : leftBehind) {
+      if (left.destinations.contains(position)) order.order.items.push_back({.name = left.path});
+    }
+  }
   leftBehind.clear();
-  return order;
+  return orders;
 }
 
 void Run::State::clean() {
   std::deque<EntriesOrder> orders;
-  if (hasWorked) orders = oneForEachDestination({cleaningOrder()});
+  if (hasWorked || settings.hasLeftovers) orders = cleaningOrders();
   // What could not be removed is no harm: the next run replaces it.
   doInTurn(
       std::move(orders), [](const EntriesOrder&, const JobReport&) {}, [this] { keepFolders(); });
@@ -299,12 +323,18 @@ void Run::State::startMore() {
   }
 }
 
-// What has not started never will.
+// What has not started never will: what comes to stand under its name is somebody else's.
 void Run::State::dropWaiting() {
+  std::vector<FileOfRecord> never;
   for (const BatchPointer& batch : std::exchange(waiting, {})) {
+    const bool isOpen = batch->started != 0;
+    for (std::size_t job = batch->started; isOpen && job < batch->jobs.size(); ++job) {
+      if (batch->jobs[job].kind == JobKind::copy) addRecords(batch->jobs[job], never);
+    }
     batch->jobs.resize(batch->started);
-    if (batch->started != 0) closeIfOver(batch);
+    if (isOpen) closeIfOver(batch);
   }
+  catalogue.forget(never);
 }
 
 bool Run::State::mayStart(const Batch& batch) const {
@@ -338,7 +368,8 @@ void Run::State::startJob(const BatchPointer& batch) {
   Running job{.job = batch->jobs[batch->started++], .batch = batch};
   JobOrder order = orderOf(job.job, plan, card);
   order.number = ++lastNumber;
-  order.flushes = !batch->isSmall;
+  // Without a catalogue the next run could not tell a file that a loss of power left hollow from somebody else's.
+  order.flushes = !batch->isSmall || catalogue.problem();
   for (const OrderedItem& item : order.items) job.bytes += item.size;
   const bool copies = job.job.kind == JobKind::copy;
   meter.startJob(order.number, job.bytes, copies, settings.setup.readBack || !copies);
@@ -405,8 +436,6 @@ void Run::State::closeIfOver(const BatchPointer& batch) {
 // Everything of the batch is permanent, or the sync has failed.
 void Run::State::settle(Batch& batch, const JobResult& synced) {
   --openBatches;
-  std::vector<FileOfRecord> lost;
-  for (const Job& job : batch.failed) addRecords(job, lost);
   std::vector<FileOfRecord> proved;
   for (const Batch::Finished& finished : batch.finished) {
     if (synced.status == 0) {
@@ -416,9 +445,7 @@ void Run::State::settle(Batch& batch, const JobResult& synced) {
     JobReport report = finished.report;
     report.result = synced;
     fail(finished.job, report, batch.isRetry);
-    addRecords(finished.job, lost);
   }
-  if (!lost.empty()) catalogue.forget(lost);
   if (!proved.empty()) catalogue.prove(proved);
   if (synced.status != 0) return;
   for (const Batch::Finished& finished : batch.finished) {
@@ -441,10 +468,13 @@ void Run::State::prove(const Batch::Finished& finished, std::vector<FileOfRecord
     FileOfRecord& file = records[record];
     const std::size_t index = item / job.destinations.size();
     const EntryIndex entry = plan.filesOf(job)[index];
-    const bool wasProved = entry < settings.knownDigests.size() && settings.knownDigests[entry].algorithm != 0;
+    const bool wasProved =
+        entry < settings.knownProofs.size() && settings.knownProofs[entry].contains(file.destination);
     const bool isUnread = isCopy && !settings.setup.readBack;
     const bool isAdopted = !isCopy && !wasProved;
-    if (index < digests.size()) results.digests[entry] = digests[index];
+    if (index < digests.size()) takeDigest(entry, digests[index]);
+    // Read twice, and different from itself.
+    if (!isCopy && differedOnce.contains(entry)) results.unstable.insert(entry);
     if (item < report.result.items.size()) {
       const ItemResult& left = report.result.items[item];
       results.after[file.destination][entry] = left.facts;
@@ -461,22 +491,43 @@ void Run::State::prove(const Batch::Finished& finished, std::vector<FileOfRecord
   }
 }
 
+// A file of the card that once gave another digest, here or in an earlier run, does not read the same each time.
+void Run::State::takeDigest(EntryIndex entry, const FileDigest& digest) {
+  const FileDigest known = entry < settings.knownDigests.size() ? settings.knownDigests[entry] : FileDigest{};
+  if (known.algorithm == digest.algorithm && known != digest) results.unstable.insert(entry);
+  results.digests[entry] = digest;
+}
+
 // True when the job will be tried once more.
 bool Run::State::fail(const Job& job, const JobReport& report, bool isRetry) {
   const JobResult& result = report.result;
+  // What differs makes room where that was asked for.
+  const bool makesRoom = job.kind == JobKind::compare && job.replaces && result.status == WorkStatus::differs;
   for (const EntryIndex file : plan.filesOf(job)) {
     if (result.status == sourceReadDifferently) results.unstable.insert(file);
-    if (job.kind == JobKind::copy && !job.usesAlias) leftBehind.push_back(card.pathOf(file) + ".kdxcopy");
+    if (result.status == WorkStatus::differs && !makesRoom) differedOnce.insert(file);
+    if (job.kind == JobKind::copy && !job.usesAlias) {
+      leftBehind.push_back({.path = card.pathOf(file) + ".kdxcopy", .destinations = job.destinations});
+    }
   }
   if (!isRetry && signal == 0) {
-    failedOnce.push_back(job);
-    // What differs makes room where that was asked for.
-    const bool makesRoom = job.kind == JobKind::compare && job.replaces && result.status == WorkStatus::differs;
-    if (makesRoom) failedOnce.back().kind = JobKind::copy;
+    failedOnce.push_back({.job = job, .result = result});
+    if (makesRoom) failedOnce.back().job.kind = JobKind::copy;
     return true;
   }
-  for (const EntryIndex file : plan.filesOf(job)) addFailure(file, result.status, result.reason, job.destinations);
+  forgetWhatIsNotOurs(job, result.status);
+  addFailures(job, result);
   return false;
+}
+
+// Somebody else's file stands at a name that a job was about to write. In any other case it may be that what stands there now
+// is what the job left.
+void Run::State::forgetWhatIsNotOurs(const Job& job, int status) {
+  constexpr int nameIsTaken = 109;
+  if (status != nameIsTaken && status != WorkStatus::inTheWay && status != WorkStatus::differs) return;
+  std::vector<FileOfRecord> records;
+  addRecords(job, records);
+  catalogue.forget(records);
 }
 
 // The job as it is to be tried again: each destination by itself, so that one that is gone, full or different takes nothing
@@ -521,6 +572,10 @@ void Run::State::addRecords(const Job& job, std::vector<FileOfRecord>& records) 
   }
 }
 
+void Run::State::addFailures(const Job& job, const JobResult& result) {
+  for (const EntryIndex file : plan.filesOf(job)) addFailure(file, result.status, result.reason, job.destinations);
+}
+
 void Run::State::addFailure(EntryIndex entry, int status, const std::string& detail, DestinationSet destinations) {
   const std::string reason = reasonForStatus(status);
   const std::string whole = detail.empty() ? reason : reason + " (" + detail + ")";
@@ -537,7 +592,8 @@ void Run::State::takeItems(const EntriesOrder& order, const JobReport& report) {
       if (!order.order.destinations.contains(position)) continue;
       const bool isKnown = item < report.result.items.size();
       const ItemResult unknown{.status = report.result.status, .remark = report.result.reason};
-      const ItemResult& left = isKnown ? report.result.items[item] : unknown;
+      const bool isGood = isKnown && (report.result.status == 0 || report.result.items[item].status != 0);
+      const ItemResult& left = isGood ? report.result.items[item] : unknown;
       ++item;
       if (left.status == 0) {
         results.setProof(entry, position, Proof::copied);
@@ -641,6 +697,7 @@ void Run::State::postFile(EntryIndex entry, double jobSeconds, std::optional<uin
 
 // The files that are not proved.
 void Run::State::postRest() {
+  for (const FailedOnce& failed : failedOnce) addFailures(failed.job, failed.result);
   for (EntryIndex index = 0; index < card.entries.size(); ++index) {
     if (!isFile(index) || isReported[index]) continue;
     isReported[index] = true;
@@ -679,6 +736,10 @@ void Run::State::tellState(bool isAsked) {
 }
 
 void Run::State::watch() {
+  if (now() >= nextSign) {
+    nextSign = now() + secondsBetweenSigns;
+    catalogue.stillAtWork(std::chrono::system_clock::now());
+  }
   clock.expires_after(betweenStates);
   clock.async_wait([self = shared_from_this()](std::error_code error) {
     if (error || self->stage == Stage::over) return;

@@ -29,8 +29,10 @@ struct RunSettings {
   std::vector<int> inherited{};                 // see WorkerPool
   std::vector<std::string> destinationPaths{};  // as given, for displays
   std::string cardPath{};                       // the same
-  // Digests of what was proved before, one for each entry of the card; none where there is none.
+  // Digests of what was proved before of the card as it is now, one for each entry of the card; none where there is none.
   std::vector<FileDigest> knownDigests{};
+  std::vector<DestinationSet> knownProofs{};  // and where
+  bool hasLeftovers = false;                  // a destination has the private folder of a run that was interrupted
   // What stood at each destination when the plan was made, one listing a destination; none in tests that look at no end.
   std::vector<DestinationListing> foundBefore{};
   // For every entry of the card: at which destinations this folder does not have its mode and time yet.

@@ -11,6 +11,7 @@
 #include "KDXFileTools/kdxoffload/Changes.h"
 #include "KDXFileTools/kdxoffload/ExitStatus.h"
 #include "KDXFileTools/kdxoffload/JobOrder.h"
+#include "KDXFileTools/kdxoffload/NameClashes.h"
 #include "KDXFileTools/kdxoffload/SameTime.h"
 
 namespace kdxoffload {
@@ -31,6 +32,7 @@ class Judgement {
         _fitsTogether(fitTogether(facts)),
         _changesOfCard(changesOfCard(facts.before, facts.after)) {
     for (const PlannedFailure& failure : facts.plan.failures) _obstacles.try_emplace(failure.entry, &failure);
+    findSharedNames();
   }
 
   Verdict give() {
@@ -47,8 +49,17 @@ class Judgement {
   }
 
  private:
+  // Whether a destination takes two names for one may only show once both are there.
+  void findSharedNames() {
+    if (!_fitsTogether) return;
+    const NameClashes clashes = findNameClashes(_facts.before);
+    if (clashes.groups.empty()) return;
+    for (const DestinationListing& there : _facts.destinations)
+      _sharesName.push_back(entriesTakenForOne(clashes, there));
+  }
+
   // An entry at one destination.
-  enum class Place : uint8_t { asProved, notProved, gone, changed, cardsOwnFile, sameFileTwice };
+  enum class Place : uint8_t { asProved, notProved, gone, changed, cardsOwnFile, sameFileTwice, sharesName };
 
   [[nodiscard]] const Entry& entryAt(EntryIndex index) const { return _facts.before.entries[index]; }
   [[nodiscard]] std::size_t destinations() const { return _facts.destinationPaths.size(); }
@@ -92,6 +103,7 @@ class Judgement {
     const ItemFacts& found = _facts.destinations[destination][index];
     if (found.kind == ItemKind::absent) return Place::gone;
     if (found.kind != wanted.kind) return Place::changed;
+    if (!_sharesName.empty() && _sharesName[destination][index]) return Place::sharesName;
     if (wanted.kind == ItemKind::folder) return Place::asProved;
     if (wanted.kind == ItemKind::file && found.size != wanted.size) return Place::changed;
     if (!isAsSeenAfterProof(index, destination)) return Place::changed;
@@ -165,7 +177,7 @@ class Judgement {
     if (_obstacles.contains(index)) return false;
     for (std::size_t destination = 0; destination < destinations(); ++destination) {
       const Place place = placeOf(index, destination);
-      const bool isOwn = place != Place::notProved && place != Place::cardsOwnFile && place != Place::sameFileTwice;
+      const bool isOwn = place == Place::asProved || place == Place::gone || place == Place::changed;
       if (!isOwn) return false;
     }
     return true;
@@ -211,6 +223,11 @@ class Judgement {
     for (std::size_t destination = 0; destination < destinations(); ++destination) {
       const Place place = placeOf(index, destination);
       if (place == Place::cardsOwnFile) return withStatus(index, WorkStatus::cardsOwnFile);
+      if (place == Place::sharesName) {
+        return {.path = pathOf(index),
+                .reason = reasonForObstacle(Obstacle::sameNameTwice) + where(DestinationSet::only(destination)),
+                .advice = adviceForObstacle(Obstacle::sameNameTwice)};
+      }
       if (place == Place::sameFileTwice) {
         return {.path = pathOf(index),
                 .reason = "two destinations hold one and the same file",
@@ -375,6 +392,7 @@ class Judgement {
   bool _fitsTogether;
   Verdict _verdict;
   std::map<EntryIndex, const PlannedFailure*> _obstacles;  // the first of each
+  std::vector<std::vector<bool>> _sharesName;              // of each destination; empty where no names clash at all
   Changes _changesOfCard;
   Changes _changesAtDestinations;
   uint64_t _filesNotProved = 0;

@@ -17,7 +17,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds betweenLooks{1};
 // A process that is in the middle of a call of the system can't be ended: after so long nobody waits for it any more.
-constexpr std::chrono::seconds untilGivenUp{10};
+constexpr double patienceWithFlushes = 10;   // times that of other work
 constexpr std::size_t longestErrors = 4096;  // bytes
 
 // Hands all that the pipe holds at the moment to `take`. False when nothing will come any more.
@@ -54,6 +54,7 @@ class WorkerPool::Worker : public std::enable_shared_from_this<WorkerPool::Worke
 
   void give(const JobOrder& order, Done done) {
     _number = order.number;
+    _isSync = order.task == Task::sync;
     _isCopying = order.task == Task::copy || order.task == Task::sequence || order.task == Task::compare;
     _done = std::move(done);
     _report = {};
@@ -67,6 +68,8 @@ class WorkerPool::Worker : public std::enable_shared_from_this<WorkerPool::Worke
 
   [[nodiscard]] bool isBusy() const { return static_cast<bool>(_done); }
   [[nodiscard]] bool isCopying() const { return isBusy() && _isCopying; }
+  // A flush counts as no input or output, and writes what other programs left too.
+  [[nodiscard]] bool isFlushing() const { return _isSync || _report.output.phase() == JobPhase::flushing; }
   [[nodiscard]] bool isIdle() const { return !isBusy() && _orders.is_open() && !_hasEnded; }
   [[nodiscard]] std::size_t taken() const { return _taken; }
   [[nodiscard]] bool hasEnded() const { return _hasEnded; }
@@ -194,6 +197,7 @@ class WorkerPool::Worker : public std::enable_shared_from_this<WorkerPool::Worke
   // Of the order under way.
   uint64_t _number = 0;
   bool _isCopying = false;
+  bool _isSync = false;
   Done _done;  // empty while there is none
   JobReport _report;
   std::optional<uint64_t> _activity;
@@ -210,7 +214,7 @@ struct WorkerPool::State : std::enable_shared_from_this<WorkerPool::State> {
   Moved moved;
   asio::steady_timer clock;
   std::vector<std::shared_ptr<Worker>> workers;
-  bool isClosed = false;
+  std::optional<Clock::time_point> closed{};  // when
 
   void watch() {
     clock.expires_after(betweenLooks);
@@ -242,7 +246,7 @@ struct WorkerPool::State : std::enable_shared_from_this<WorkerPool::State> {
 
   // Once a worker is free again.
   void retire(Worker& worker) const {
-    if (isClosed || worker.taken() >= settings.ordersOfAWorker) worker.closeOrders();
+    if (closed || worker.taken() >= settings.ordersOfAWorker) worker.closeOrders();
   }
 };
 
@@ -270,16 +274,25 @@ void WorkerPool::Worker::forget() {
 }
 
 void WorkerPool::Worker::look(double stallSeconds) {
-  if (!isBusy() || _hasEnded) return;
-  const std::optional<uint64_t> activity = _process.activity();
+  if (_hasEnded) return;
   const Clock::time_point now = Clock::now();
+  const std::chrono::duration<double> untilGivenUp(_pool->settings.secondsUntilGivenUp);
+  if (!isBusy()) {
+    // One that does not go when there is nothing left to do.
+    if (_pool->closed && now - *_pool->closed > untilGivenUp) forget();
+    return;
+  }
+  const std::optional<uint64_t> activity = _process.activity();
   if (!activity || activity != _activity) {
     _activity = activity;
     if (!_wasStalled) _lastActivity = now;
   }
+  const std::chrono::duration<double> patience(isFlushing() ? stallSeconds * patienceWithFlushes : stallSeconds);
   const std::chrono::duration<double> idle = now - _lastActivity;
-  if (idle.count() < stallSeconds) return;
-  if (_wasStalled && idle - std::chrono::duration<double>(stallSeconds) > untilGivenUp) {
+  if (idle < patience) return;
+  if (_wasStalled && idle - patience > untilGivenUp) {
+    // It takes no more orders: the next one comes while this one's end is told.
+    _hasEnded = true;
     endWithStatus(WorkStatus::stalled);
     forget();
     return;
@@ -323,7 +336,7 @@ void WorkerPool::stop() {
 }
 
 void WorkerPool::close() {
-  _state->isClosed = true;
+  _state->closed = Clock::now();
   for (const std::shared_ptr<Worker>& worker : _state->workers) worker->closeOrders();
 }
 

@@ -31,8 +31,10 @@ class WorkerPool {
     WorkerSetup setup{};
     std::string program{platform::thisProgram};  // that the workers run
     std::size_t ordersOfAWorker = 64;  // then it is replaced: what jobs leave behind in a process does not pile up
-    double stallSeconds = 300;         // without any input or output an order is ended
-    std::vector<int> inherited{};      // descriptors that live as long as the workers: the destinations' locks
+    double stallSeconds = 300;  // without any input or output an order is ended; a flush may take 10 times as long
+    // After that long a killed worker that does not go, and an idle one that is asked to, is left to itself.
+    double secondsUntilGivenUp = 10;
+    std::vector<int> inherited{};  // descriptors that live as long as the workers: the destinations' locks
   };
   using Done = std::function<void(JobReport)>;
   using Moved = std::function<void(uint64_t number, const WorkerOutput&)>;
@@ -52,7 +54,7 @@ class WorkerPool {
   // Ends the workers that copy or compare; each of their orders ends with the status of its process. Temporary files are left.
   // What else is under way goes on, and new orders may be given.
   void stop();
-  // Lets the workers end by themselves; only while none is running.
+  // Lets the workers end by themselves, and kills those that do not; only while none is running.
   void close();
 
  private:

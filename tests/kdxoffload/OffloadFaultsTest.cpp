@@ -5,14 +5,15 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 
 #include "tests/FaultyFileSystem.h"
 #include "tests/support/CardOffload.h"
+#include "tests/support/ChildProcess.h"
 
 namespace fs = std::filesystem;
 
@@ -39,14 +40,6 @@ class OffloadFaults : public CardOffload {
   static void expectAllIn(const fs::path& folder) {
     EXPECT_EQ(clips, namesBelow(folder));
     for (const std::string& clip : clips) EXPECT_TRUE(bytesOf(clip) == readFile(folder / clip)) << clip;
-  }
-
-  // The processes that the process has started: the workers of an offload.
-  static std::vector<pid_t> childrenOf(pid_t process) {
-    std::ifstream list("/proc/" + std::to_string(process) + "/task/" + std::to_string(process) + "/children");
-    std::vector<pid_t> children;
-    for (pid_t child = 0; list >> child;) children.push_back(child);
-    return children;
   }
 };
 
@@ -244,4 +237,115 @@ TEST_F(OffloadFaults, TenThousandFoldersOneInAnotherArrive) {
   EXPECT_EQ(0, run.exitStatus) << run.output.substr(0, 2000);
   EXPECT_THAT(lastLine(run), MatchesRegex("SAFE TO ERASE: 1 file .*"));
   EXPECT_EQ(0, offload({"card", "a"}).exitStatus);
+}
+
+TEST_F(OffloadOnFaultyFileSystem, AComparisonThatFailedOnceIsNotSafeInThatRun) {
+  for (const std::string& clip : clips) writeFile(scratch.file("a/" + clip), bytesOf(clip));
+  server->whenReading("card/B.mov").times(1).flipBitAt(2 * MiB);
+  const ToolRun run = offload({server->path("card"), "a"});
+  EXPECT_EQ(2, run.exitStatus) << run.output;
+  EXPECT_THAT(run.output, HasSubstr("B.mov"));
+  EXPECT_EQ(0, offload({server->path("card"), "a"}).exitStatus);
+}
+
+TEST_F(OffloadOnFaultyFileSystem, ALinkWhoseFolderCouldNotBeSyncedIsNotProved) {
+  ASSERT_EQ(0, offloadToFaulty().exitStatus);
+  fs::create_symlink("A.mov", path("card/link"));
+  server->whenSyncing("a").fail(EIO);
+  const ToolRun run = offloadToFaulty();
+  EXPECT_EQ(2, run.exitStatus) << run.output;
+  EXPECT_EQ("DO NOT ERASE: 1 folder or link is not proved.", lastLine(run));
+  server->clear();
+  EXPECT_EQ(0, offloadToFaulty().exitStatus);
+}
+
+TEST_F(OffloadOnFaultyFileSystem, TwoEntriesThatADestinationTakesForOneNameAreNeverSafe) {
+  server->whenLookingUp("*").ignoreCase();
+  for (const char* file : {"Clips/a.mov", "CLIPS/b.mov", "read.me", "READ.ME"})
+    writeFile(scratch.file(std::string("card/") + file), "same");
+  for (int run = 0; run < 2; ++run) {
+    const ToolRun found = offloadToFaulty();
+    EXPECT_EQ(2, found.exitStatus) << found.output;
+    EXPECT_THAT(found.output, HasSubstr("READ.ME"));
+    EXPECT_THAT(found.output, HasSubstr("CLIPS"));
+  }
+}
+
+TEST_F(OffloadFaults, ACardThatReadsDifferentlyThanInAnEarlierRunIsNotSafe) {
+  fillCardWithClips(path("card"));
+  ASSERT_EQ(0, offload({"card", "a"}).exitStatus);
+  const auto time = fs::last_write_time(path("card/B.mov"));
+  damageFile(path("card/B.mov"), 4711);
+  fs::last_write_time(path("card/B.mov"), time);
+  const ToolRun run = offload({"card", "a", "b"});
+  EXPECT_EQ(2, run.exitStatus) << run.output;
+  EXPECT_EQ("DO NOT ERASE: 1 of 3 files is not proved.", lastLine(run));
+  // Both copies are read and compared with the card from then on.
+  EXPECT_EQ(2, offload({"card", "a", "b"}).exitStatus);
+}
+
+TEST_F(OffloadFaults, ACatalogueOnTheCardIsRefusedHoweverItIsCalled) {
+  fillCardWithClips(path("card"));
+  fs::create_directory_symlink("card", path("way"));
+  for (const char* catalogue : {"card/c.sqlite", "way/c.sqlite", "./card/new/c.sqlite"}) {
+    const ToolRun run = offload({"--catalogue", catalogue, "card", "a"});
+    EXPECT_EQ(1, run.exitStatus) << catalogue;
+    EXPECT_THAT(run.errors, HasSubstr("the catalogue is on the card"));
+  }
+  EXPECT_EQ(clips, namesBelow(path("card")));
+}
+
+TEST_F(OffloadFaults, WhatSomebodyKeepsInTheWorkFolderStays) {
+  fillCardWithClips(path("card"));
+  writeFile(scratch.file("card/\xff"), "needs an alias");
+  writeFile(scratch.file("a/.kdxoffload-work/notes.txt"), "precious");
+  writeFile(scratch.file("a/.kdxoffload-work/17.kdxcopy"), "left by a run that was killed");
+  EXPECT_EQ(0, offload({"card", "a"}).exitStatus);
+  EXPECT_EQ("precious", readFile(path("a/.kdxoffload-work/notes.txt")));
+  EXPECT_FALSE(fs::exists(path("a/.kdxoffload-work/17.kdxcopy")));
+}
+
+TEST_F(OffloadFaults, WhatCameUnderANameThatAStoppedRunNeverBeganIsKept) {
+  for (int file = 0; file < 300; ++file) writeFile(scratch.file("card/" + std::to_string(file * file)), "card's");
+  writeFile(scratch.file("card/big.mov"), mediaBytes(64 * MiB));
+  ToolStart started = start({"--jobs", "1", "card", "a"});
+  started.meanwhile = [this](pid_t offload) {
+    waitForFile(path("a/0"));
+    ::kill(offload, SIGINT);
+  };
+  EXPECT_EQ(128 + SIGINT, runTool(started).exitStatus);
+  const std::string last = path("a/" + std::to_string(299 * 299));
+  if (fs::exists(last)) GTEST_SKIP() << "the run was over before it was stopped";
+  writeFile(last, "theirs");
+  const ToolRun run = offload({"card", "a"});
+  EXPECT_EQ(2, run.exitStatus) << run.output;
+  EXPECT_EQ("theirs", readFile(last));
+}
+
+TEST_F(OffloadFaults, AFolderThatCannotBeWrittenInOnTheCardDoesNotStopTheNextRun) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to become somebody else";
+  constexpr uid_t nobody = 65534;
+  const auto asNobody = [this](std::vector<std::string> arguments) {
+    ToolStart started = start(std::move(arguments));
+    started.inChild = [] {
+      if (::setgid(nobody) != 0 || ::setuid(nobody) != 0) ::_exit(99);
+    };
+    return runTool(started);
+  };
+  writeFile(scratch.file("card/D/a.mov"), "first");
+  fs::create_directories(path("a"));
+  for (const char* name : {"", "card", "card/D", "card/D/a.mov", "a", "state"}) {
+    ASSERT_EQ(0, ::chown(path(name).c_str(), nobody, nobody));
+  }
+  fs::permissions(path("card/D"), fs::perms(0555));
+  const ToolRun first = asNobody({"card", "a"});
+  if (first.exitStatus == 126 || first.exitStatus == 127) GTEST_SKIP() << "the program is where nobody else can run it";
+  ASSERT_EQ(0, first.exitStatus) << first.output << first.errors;
+  EXPECT_EQ(fs::perms(0555), fs::status(path("a/D")).permissions());
+  writeFile(path("card/D/b.mov"), "second");
+  ASSERT_EQ(0, ::chown(path("card/D/b.mov").c_str(), nobody, nobody));
+  const ToolRun second = asNobody({"card", "a"});
+  EXPECT_EQ(0, second.exitStatus) << second.output << second.errors;
+  EXPECT_EQ("second", readFile(path("a/D/b.mov")));
+  EXPECT_EQ(fs::perms(0555), fs::status(path("a/D")).permissions());
 }

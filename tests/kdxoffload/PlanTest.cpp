@@ -220,12 +220,32 @@ TEST_F(PlanOfACard, AFileThatChangedSinceItWasProvedIsAFailureUnlessItMayBeRepla
   EXPECT_THAT(jobs(), ElementsAre("copy replacing clip.mov to 0"));
 }
 
-TEST_F(PlanOfACard, WhatAKilledRunBeganIsDoneAgainInPlace) {
-  card().file("clip.mov");
-  at(0).file("clip.mov", 7);
-  record(0, "clip.mov", FileRecord::State::begun);
+TEST_F(PlanOfACard, WhatAKilledRunLeftUnprovedIsComparedAndDoneAgainIfItDiffers) {
+  card().file("whole.mov").file("short.mov");
+  at(0).file("whole.mov").file("short.mov", 7);
+  for (const char* name : {"whole.mov", "short.mov"}) record(0, name, FileRecord::State::begun);
   plan();
-  EXPECT_THAT(jobs(), ElementsAre("copy replacing clip.mov to 0"));
+  EXPECT_THAT(jobs(), ElementsAre("copy replacing short.mov to 0", "compare replacing whole.mov to 0"));
+}
+
+TEST_F(PlanOfACard, WhatCameAfterAKilledRunIsSomebodyElses) {
+  card().file("later.mov").file("longer.mov").file("changed.mov");
+  at(0).file("later.mov").file("longer.mov", 1'000'000).file("changed.mov");
+  for (const char* name : {"later.mov", "longer.mov", "changed.mov"}) record(0, name, FileRecord::State::begun);
+  record(0, "later.mov", FileRecord::State::begun).destinationModified = -int64_t{1'000'000'000} * 3600;
+  record(0, "changed.mov", FileRecord::State::begun).modified -= 1;
+  plan();
+  EXPECT_THAT(jobs(), ElementsAre("compare changed.mov to 0", "compare later.mov to 0", "compare longer.mov to 0"));
+}
+
+TEST_F(PlanOfACard, AFolderThatCannotBeWrittenInIsOpenedOnlyForWhatIsToBeWrittenInIt) {
+  card().folder("full").file("full/a").folder("open").file("open/b").folder("done").file("done/c");
+  at(0).folder("full").folder("open").folder("done").file("done/c");
+  for (const char* folder : {"full", "done"}) at(0).facts(folder).mode = 0555;
+  at(0).facts("open").mode = 0755;
+  record(0, "done/c");
+  const Plan& made = plan();
+  EXPECT_THAT(marked(made.folders), ElementsAre("full at 0"));
 }
 
 TEST_F(PlanOfACard, AFileWithoutARecordIsComparedAndNotReplacedUnasked) {

@@ -107,7 +107,9 @@ TEST(Preflight, TwoToBeMadeInOneFolderAreTheSameByTheirNames) {
   for (PlaceFacts& place : facts.destinations) place.volume.names = NameFolding::exact;
   EXPECT_THAT(refusalsOf(facts), IsEmpty());
   for (PlaceFacts& place : facts.destinations) place.volume.names = NameFolding::caseless;
-  EXPECT_THAT(refusalsOf(facts), ElementsAre("/a/Day1 and /a/day1 are the same destination"));
+  EXPECT_THAT(refusalsOf(facts), ElementsAre("/a/Day1 and /a/day1 may be one name there; make both folders first"));
+  facts.destinations[1] = facts.destinations[0];
+  EXPECT_THAT(refusalsOf(facts), ElementsAre("/a/Day1 and /a/Day1 are the same destination"));
 }
 
 TEST(Preflight, ADestinationThatCannotBeMadeOrWrittenIsRefused) {
@@ -169,11 +171,7 @@ TEST(Preflight, ThousandsThatCannotBeReadAreNotThousandsOfLines) {
 
 TEST(Preflight, ACatalogueOnTheCardIsRefused) {
   PreflightFacts facts = cardAndTwoDisks();
-  facts.cataloguePath = "/card/state";
-  EXPECT_THAT(refusalsOf(facts), ElementsAre(HasSubstr("the catalogue is on the card")));
-  facts.cataloguePath = "/card";
-  EXPECT_THAT(refusalsOf(facts), ElementsAre(HasSubstr("the catalogue is on the card")));
-  facts.cataloguePath = "/cards/state";
+  facts.catalogueFolders = {facts.destinations[0].identity};
   EXPECT_THAT(refusalsOf(facts), IsEmpty());
   facts.catalogueFolders = {facts.card.identity};
   EXPECT_THAT(refusalsOf(facts), ElementsAre(HasSubstr("the catalogue is on the card")));
@@ -275,6 +273,17 @@ TEST_F(PlaceFactsOnDisk, APlaceWithoutAParentAFileAndALinkToNowhereAreWhatTheyAr
   std::filesystem::create_symlink("nowhere", path("link"));
   const PlaceFacts link = placeFacts(path("link"));
   EXPECT_TRUE(link.exists && !link.isFolder);
+}
+
+TEST_F(PlaceFactsOnDisk, TheFoldersOfACatalogueAreKnownThroughLinksAndBeforeTheyAreMade) {
+  const auto card = platform::identityOfFile(folder("card")).value();
+  std::filesystem::create_directory_symlink(folder("card/state"), path("link"));
+  writeFile(path("card/other.sqlite"), "");
+  std::filesystem::create_symlink(path("card/other.sqlite"), path("c.sqlite"));
+  for (const char* catalogue : {"card/c.sqlite", "card/state/missing/c.sqlite", "link/c.sqlite", "c.sqlite"}) {
+    EXPECT_THAT(foldersOfCatalogue(path("") + catalogue), testing::Contains(card)) << catalogue;
+  }
+  EXPECT_THAT(foldersOfCatalogue(path("elsewhere.sqlite")), testing::Not(testing::Contains(card)));
 }
 
 TEST_F(PlaceFactsOnDisk, ALockIsSeenAndNoneIsLeft) {

@@ -198,7 +198,7 @@ TEST_F(RunTest, AFileThatChangedSinceItWasListedFailsAlone) {
   ASSERT_TRUE(results.failures.contains(entryOf("changing.mov")));
   EXPECT_EQ(WorkStatus::sourceChanged, results.failures.at(entryOf("changing.mov")).status);
   EXPECT_TRUE(results.isProvedEverywhere(entryOf("steady.mov")));
-  EXPECT_EQ(FileRecord::State::none, stateOf("a", "changing.mov"));
+  EXPECT_EQ(FileRecord::State::begun, stateOf("a", "changing.mov"));
   EXPECT_EQ(
       (std::map<std::string, FileOutcome>{{"changing.mov", FileOutcome::failed}, {"steady.mov", FileOutcome::proved}}),
       recorder.outcomes());
@@ -250,7 +250,8 @@ TEST_F(RunTest, AStopEndsWhatRunsAndLeavesNothingHalfDone) {
   EXPECT_EQ(1U, recorder.of<JobStarted>().size());
   EXPECT_EQ(2U, results.failures.size());
   EXPECT_THAT(namesBelow(path("a")), ElementsAre());
-  EXPECT_EQ(FileRecord::State::none, stateOf("a", "A.mov"));
+  EXPECT_EQ(FileRecord::State::begun, stateOf("a", "A.mov"));
+  EXPECT_EQ(FileRecord::State::none, stateOf("a", "B.mov"));
 }
 
 TEST_F(RunTest, AFolderThatCannotBeMadeFailsWithWhatIsInIt) {

@@ -34,6 +34,8 @@ class TreeInMemory {
     return *this;
   }
 
+  platform::ItemFacts& facts(const std::string& path) { return _facts.at(path); }
+
   [[nodiscard]] kdxoffload::Listing listing() const {
     kdxoffload::Listing listing;
     addBelow(listing, kdxoffload::Entry::root, "");

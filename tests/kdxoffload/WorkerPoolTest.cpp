@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <asio.hpp>
 #include <filesystem>
@@ -10,6 +11,8 @@
 #include "digest/KDXDigestContext.h"
 #include "platform/FileManager.h"
 #include "platform/Process.h"
+#include "tests/FaultyFileSystem.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -37,7 +40,11 @@ class WorkerPoolTest : public testing::Test {
   JobOrder copyOf(const std::string& name, const std::string& bytes) {
     const std::string path = scratch.path() / "card" / name;
     writeFile(path, bytes);
-    const auto facts = platform::Folder::open(scratch.path() / "card", nullptr)->factsOf(name, nullptr).value();
+    return copyIn(path);
+  }
+  JobOrder copyIn(const fs::path& path) {
+    const std::string name = path.filename();
+    const auto facts = platform::Folder::open(path.parent_path(), nullptr)->factsOf(name, nullptr).value();
     return {.number = ++number,
             .task = Task::copy,
             .destinations = DestinationSet::only(0),
@@ -127,6 +134,49 @@ TEST_F(WorkerPoolTest, AWorkerThatNeitherReadsNorWritesIsEnded) {
   fs::permissions(impatient.program, fs::perms::owner_all);
   const auto reports = perform(impatient, {order});
   EXPECT_EQ(WorkStatus::stalled, reports.at(1).result.status);
+}
+
+TEST_F(WorkerPoolTest, AnIdleWorkerThatDoesNotGoIsKilled) {
+  WorkerPool::Settings impatient = settings();
+  impatient.secondsUntilGivenUp = 0.1;
+  asio::io_context context;
+  WorkerPool pool(context, impatient, [](uint64_t, const WorkerOutput&) {});
+  pool.give(copyOf("clip.mov", "bytes"), [&](const JobReport& report) {
+    EXPECT_EQ(0, report.result.status);
+    for (const pid_t worker : childrenOf(::getpid())) ::kill(worker, SIGSTOP);
+    pool.close();
+  });
+  context.run();
+}
+
+TEST_F(WorkerPoolTest, AfterAJobThatCannotBeEndedTheNextOnesGoOn) {
+  if (!FaultyFileSystem::availability().usable) GTEST_SKIP() << FaultyFileSystem::availability().reason;
+  FaultyFileSystem server(scratch.path());
+  fs::create_directory(server.stored("card"));
+  for (const char* name : {"hangs", "1", "2"}) writeFile(server.stored("card") / name, "bytes");
+  // A request that its server keeps: no signal ends it.
+  server.whenReading("card/hangs").delayBy(std::chrono::hours(1));
+  WorkerPool::Settings impatient = settings();
+  impatient.setup.card = server.path("card");
+  impatient.stallSeconds = impatient.secondsUntilGivenUp = 0.5;
+  asio::io_context context;
+  WorkerPool pool(context, impatient, [](uint64_t, const WorkerOutput&) {});
+  std::vector<int> statuses;
+  std::vector<std::string> names{"1", "hangs", "2"};
+  std::function<void()> next = [&] {
+    if (statuses.size() == 3) {
+      server.clear();
+      pool.close();
+      return;
+    }
+    pool.give(copyIn(server.path("card") / names[statuses.size()]), [&](const JobReport& report) {
+      statuses.push_back(report.result.status);
+      next();
+    });
+  };
+  next();
+  context.run();
+  EXPECT_EQ((std::vector<int>{0, WorkStatus::stalled, 0}), statuses);
 }
 
 TEST_F(WorkerPoolTest, AProcessThatEndsWellWithoutAnAnswerProvesNothing) {

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <fstream>
 
 #include "platform/Process.h"
 #include "tests/support/ScratchDirectory.h"
@@ -20,6 +21,13 @@ int statusOfChild(const std::function<void()>& work) {
   int status = 0;
   EXPECT_EQ(child, ::waitpid(child, &status, 0));
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+std::vector<pid_t> childrenOf(pid_t process) {
+  std::ifstream list("/proc/" + std::to_string(process) + "/task/" + std::to_string(process) + "/children");
+  std::vector<pid_t> children;
+  for (pid_t child = 0; list >> child;) children.push_back(child);
+  return children;
 }
 
 ChildRun runInChild(const std::function<void()>& task) {

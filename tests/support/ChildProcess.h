@@ -1,7 +1,10 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <functional>
 #include <string>
+#include <vector>
 
 // What a child process returns with that did its work and was not ended by it.
 inline constexpr int cameBack = 77;
@@ -15,6 +18,9 @@ struct ChildRun {
 // How a child process ends that does the work and nothing else: its exit status, or 128 + signal.
 // To be called before this process has started a thread that the work needs.
 int statusOfChild(const std::function<void()>& work);
+
+// The processes that the process has started and that still run: the workers of an offload.
+std::vector<pid_t> childrenOf(pid_t process);
 
 // The same with all that the child prints: descriptors 1 and 2, in the order in which they were written.
 ChildRun runInChild(const std::function<void()>& task);
