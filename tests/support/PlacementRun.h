@@ -5,12 +5,12 @@
 
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
 
-// What moveFilesInPlace and flushFilesystem print when all goes well.
+// What the phases of a job's placement print when all goes well.
 inline constexpr const char* movingLine = "INFO: moving files in place..\n";
 inline constexpr const char* flushingLine = "INFO: flushing files\n";
 inline constexpr const char* closingLines = "INFO: done.\n\n";
 
-// The result of a phase.
+// What a phase gave.
 struct Placement {
   bool succeeded = false;
   std::optional<platform::Error> error;
@@ -20,5 +20,5 @@ struct Placement {
 Placement moveInPlace(KDXDispatchCopy& job);
 Placement flushed(KDXDispatchCopy& job);
 
-// The line for a file that could not be made permanent.
+// The line of a file that could not be made permanent.
 std::string couldNotSync(const std::string& path);
