@@ -17,7 +17,7 @@ namespace kdxoffload {
 
 enum class JobPhase : uint8_t { copying, readingBack, flushing };
 
-// The work is known. The first event, apart from warnings and errors.
+// The work is known. First of all, but for warnings and errors.
 struct Planned {
   std::string card{};                       // as given
   std::vector<std::string> destinations{};  // as given
@@ -130,8 +130,8 @@ struct Finished {
 using Event = std::variant<Planned, JobStarted, JobPhaseChanged, JobProgressed, JobEnded, FileEnded, Progress, Warned,
                            ErrorReported, Stopping, Finished>;
 
-// Gets the events: a display, a manifest, a report. Called on the thread of the run, in the order of the events. It must not
-// wait for anything, and can't change what the run does.
+// Somebody whom the events are shown to: a display, a manifest, a report. Called on the thread of the run, in the order of
+// the events; must not wait for anything, and can't change what the run does.
 class Listener {
  public:
   Listener() = default;

@@ -37,7 +37,7 @@ class OutputStream {
   // How many texts were dropped because too much was waiting.
   [[nodiscard]] uint64_t dropped() const;
 
-  // Waits until everything is written, but not longer than this. False when something is not written.
+  // Waits until all is out, for at most so long. False when something is not.
   bool finish(double seconds);
 
  private:

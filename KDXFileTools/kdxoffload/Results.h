@@ -42,7 +42,7 @@ class Results {
   [[nodiscard]] bool isProvedEverywhere(EntryIndex entry) const;
   [[nodiscard]] DestinationSet provedAt(EntryIndex entry) const;
 
-  // The first failure of a file stays.
+  // The first failure of a file stays, until a later try succeeds.
   std::map<EntryIndex, Failure> failures{};
   // Files that read differently once: never safe in this run, whatever a later try said.
   std::set<EntryIndex> unstable{};
