@@ -1,7 +1,7 @@
 #pragma once
 
-// The plain interface of the library: it is fixed at build time, so a start that digests a small file pays for no
-// provider look-up and no configuration file.
+// The plain interface of the library, which is fixed at build time: digesting a small file then needs neither a provider
+// look-up nor a configuration file.
 #define OPENSSL_SUPPRESS_DEPRECATED
 #include <openssl/sha.h>
 

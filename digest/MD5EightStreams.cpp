@@ -4,7 +4,7 @@
 
 #include <cpuid.h>
 
-// Not the compiler's own query, which would ask at every start.
+// Not with the compiler's own query, which would ask at every start of the program.
 MD5EightStreamsOfThisProcessor md5EightStreamsOfThisProcessor() {
   unsigned eax = 0;
   unsigned ebx = 0;

@@ -1,8 +1,8 @@
 #pragma once
 
 // The steps of MD5 (RFC 1321) on vectors of eight words, for files that are compiled with the vector instructions of newer
-// processors. Nothing in these may be an inline function of anybody else's header, or that function could replace the plain
-// one in the whole program.
+// processors. These files must not use inline functions of other headers: the linker could take their version of such a
+// function, with the newer instructions, for the whole program.
 
 #include "digest/MD5EightStreams.h"
 
@@ -33,7 +33,7 @@ struct State {
 template <int round>
 [[gnu::always_inline]] inline Lanes mix(const State& s) {
   if constexpr (round == 0) return s.d ^ (s.b & (s.c ^ s.d));
-  if constexpr (round == 1) return s.d & s.b;  // no bit of it is in ~d & c, which is added before
+  if constexpr (round == 1) return s.d & s.b;  // has no bit in common with ~d & c, which is added earlier
   if constexpr (round == 2) return s.b ^ (s.c ^ s.d);
   if constexpr (round == 3) return s.c ^ (s.b | ~s.d);
 }
@@ -44,8 +44,8 @@ template <int step>
   constexpr int rotation = rotations[round][step % 4];
   Lanes sum = s.a + words[(step * wordFactors[round] + wordOffsets[round]) % 16] + sines[step];
   if constexpr (round == 1) sum += ~s.d & s.c;
-  // Every step waits for the one before it, but not for this sum. Without a barrier g++ adds in another order that makes
-  // the sum wait too: 400 MB/s a stream instead of 450, with AVX2 on an older processor.
+  // Every step waits for the one before it, but this sum need not wait. Without a barrier g++ adds in another order, in which
+  // the sum waits too: 400 MB/s a stream instead of 450, with AVX2 on an older processor.
   asm("" : "+v"(sum));
   sum += mix<round>(s);
   s = State{s.d, s.b + (sum << rotation | sum >> (32 - rotation)), s.b, s.c};
@@ -65,7 +65,7 @@ template <int step = 0>
   *static_cast<UnalignedLanes*>(to) = words;
 }
 
-// Eight words of each stream become the same word of all streams, eight times.
+// Turns eight words of each stream into eight vectors, each with the same word of all streams.
 [[gnu::always_inline]] inline void transposeEightWords(const std::byte* const* data, std::size_t offset, Lanes* words) {
   Lanes rows[lanes];
   for (int stream = 0; stream < lanes; ++stream) {

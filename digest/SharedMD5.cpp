@@ -11,13 +11,13 @@
 namespace {
 
 constexpr std::size_t blockSize = MD5_CBLOCK;
-// What is digested between two looks at what else has to be, some 0.07 ms: so long a new feed may wait.
+// Digested before a thread looks for other feeds, in some 0.07 ms. A new feed may have to wait that long.
 constexpr std::size_t blocksOfSlice = 512;
-// For how many slices, some 40 ms, threads go on sharing when there would be a core for each: who is missing reads its next
-// bytes, which it does the sooner if it finds a core free.
+// For how many slices, some 40 ms, threads go on sharing although there is a core for each: the absent thread is still
+// reading its next bytes, and reads faster if it finds a free core.
 constexpr std::size_t slicesToGoOnSharing = 512;
 
-// Null where digests can't share a core.
+// Null if this processor can't digest several streams at once.
 MD5EightStreams* eightStreams() {
   static MD5EightStreams* const fastest = md5EightStreamsOfThisProcessor().fastest();
   return fastest;
@@ -29,9 +29,9 @@ MD5EightStreams* eightStreams() {
 struct SharedMD5::Feed {
   MD5_CTX& digest;
   const std::byte* next;              // changed by the thread that has taken the feed
-  std::size_t blocks;                 // not digested yet; likewise
-  bool isTaken = false;               // some thread digests a slice of it; guarded by _mutex
-  std::condition_variable changed{};  // for its own thread: it has ended, or is not shared any more
+  std::size_t blocks;                 // not digested yet; changed by the same thread
+  bool isTaken = false;               // a thread is digesting a slice of it; guarded by _mutex
+  std::condition_variable changed{};  // wakes the calling thread: the feed has ended, or is no longer shared
 };
 
 namespace {
@@ -107,7 +107,7 @@ std::size_t SharedMD5::workersNeeded() const {
   return std::min(_cores, (_unfinished.size() + streamsOfMD5EightStreams - 1) / streamsOfMD5EightStreams);
 }
 
-// Where no thread can be had, every feed's own goes on digesting it.
+// If no thread can be started, each calling thread goes on digesting its own feed.
 void SharedMD5::startWorkers() {
   try {
     while (_workers.size() < workersNeeded()) _workers.emplace_back([this] { work(); });
@@ -142,7 +142,7 @@ void SharedMD5::countSlice() {
   }
 }
 
-// The feeds that one worker digests next: its share of all.
+// Takes the feeds that one worker digests next: its share of all.
 SharedMD5::Feeds SharedMD5::take() {
   const std::size_t workers = std::min(_workers.size(), workersNeeded());
   const std::size_t share = (_unfinished.size() + workers - 1) / workers;
@@ -181,7 +181,7 @@ void SharedMD5::digestSlice(const Feeds& feeds) {
 void SharedMD5::digestTogether(const Feeds& feeds, std::size_t blocks) {
   MD5EightStates states{};
   const std::byte* data[streamsOfMD5EightStreams];
-  // Lanes that are left over digest the first stream once more, for nobody.
+  // Lanes that are left over digest the first stream again, and the result is not used.
   std::ranges::fill(data, feeds.front()->next);
   for (std::size_t lane = 0; lane < feeds.size(); ++lane) {
     const MD5_CTX& digest = feeds[lane]->digest;

@@ -10,24 +10,24 @@
 
 #include "platform/Mutex.h"
 
-// Feeds MD5 digests of several threads. As long as there is a core for each of them, each thread digests by itself with the
-// library, which is the fastest for one stream. When there are more, up to eight share a core: a thread of this object digests
-// the bytes of all side by side (MD5EightStreams.h) while their own threads sleep. Every digest is then a third to a half
-// slower than alone, but the core does the work of four or five.
+// Feeds the MD5 digests of several threads. As long as there is a core for each thread, each digests its own bytes with the
+// library, which is the fastest way for one stream. When there are more threads than cores, up to eight digests share a core:
+// a thread of this object digests all of them side by side (MD5EightStreams.h) while the calling threads sleep. Each digest is
+// then a third to a half slower than alone, but the core does the work of four or five.
 class SharedMD5 {
  public:
-  // For the cores that this process may use, once for the process and never destroyed.
+  // The only one of the process, for the cores that it may use. Never destroyed.
   static SharedMD5& shared();
 
   // `cores` is how many threads may digest at the same time.
   explicit SharedMD5(std::size_t cores);
-  // Not while a digest is fed.
+  // Not to be called while a digest is fed.
   ~SharedMD5();
   SharedMD5(const SharedMD5&) = delete;
   SharedMD5& operator=(const SharedMD5&) = delete;
 
-  // Feeds `length` bytes to the digest, which is the caller's until the call returns: they are all digested then. Any
-  // thread; one at a time for each digest.
+  // Feeds `length` bytes to the digest, and returns when all of them are digested. Any thread may call it, but for each digest
+  // one at a time.
   void update(MD5_CTX& digest, const void* bytes, std::size_t length);
 
  private:
@@ -47,12 +47,12 @@ class SharedMD5 {
 
   const std::size_t _cores;
   platform::Mutex _mutex;
-  std::condition_variable _feedsToShare;                  // there may be some for a worker, or it is to end
+  std::condition_variable _feedsToShare;                  // wakes a worker: there may be feeds for it, or it must end
   Feeds _unfinished KDX_GUARDED_BY(_mutex);               // with blocks left, in the order of their calls
-  std::size_t _slicesToShare KDX_GUARDED_BY(_mutex) = 0;  // digested together even if there is a core for each feed
-  std::size_t _busyWorkers KDX_GUARDED_BY(_mutex) = 0;    // that digest a slice at the moment
+  std::size_t _slicesToShare KDX_GUARDED_BY(_mutex) = 0;  // to digest together even if there is a core for each feed
+  std::size_t _busyWorkers KDX_GUARDED_BY(_mutex) = 0;    // are digesting a slice now
   bool _isEnding KDX_GUARDED_BY(_mutex) = false;
-  // They digest what is shared and nothing else: a thread that came with bytes of its own would leave the others' to rest
-  // when it is through with them, until another has woken. Started when there is something to share for the first time.
+  // They digest only what is shared. (A calling thread in their place would stop when its own bytes are digested, and the
+  // other feeds would rest until another thread has woken.) Started when feeds are shared for the first time.
   std::vector<std::thread> _workers KDX_GUARDED_BY(_mutex);
 };

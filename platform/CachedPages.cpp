@@ -25,8 +25,8 @@ int pushPages(int descriptor, int64_t offset, int64_t length) {
 }
 
 int64_t directAlignment(int descriptor) {
-  // A page is what nearly every device is content with, as large as the blocks of most file systems get, and what the
-  // buffers are aligned to.
+  // A page satisfies nearly every device, is as large as the largest blocks of most file systems, and is the alignment of
+  // the buffers.
   const auto page = static_cast<int64_t>(pageSize());
   struct statx facts = {};
   const bool told = ::statx(descriptor, "", AT_EMPTY_PATH, STATX_DIOALIGN, &facts) == 0;

@@ -3,28 +3,28 @@
 #include <cstddef>
 #include <cstdint>
 
-// The pages of a file that the system keeps in memory: what the tool reads to prove a file has to come from the device,
-// and what it copies must not push out what others need.
+// The pages of a file that the system keeps in memory. What the tool reads to verify a file must come from the device, and
+// what it copies must not push other programs' files out of memory.
 namespace platform {
 
-// Dropped in pieces of this size or more: small ones cost more than they save.
+// Pages are dropped in pieces of at least this size: smaller ones cost more than they save.
 inline constexpr int64_t smallestDrop = int64_t{8} << 20;
 
-// One call of the system moves no more than this, a multiple of every alignment.
+// The most that one system call is asked to transfer; a multiple of every alignment.
 inline constexpr std::size_t largestTransfer = std::size_t{1} << 30;
 
-// Gives up the cached pages of `length` bytes at `offset` (0: to the end of the file). Advice: pages that are dirty, or
-// mapped by another process, stay.
+// Drops the cached pages of `length` bytes at `offset` (length 0: to the end of the file). This is only advice: pages that
+// are dirty, or mapped by another process, stay.
 void dropPages(int descriptor, int64_t offset, int64_t length);
 
-// Writes the dirty pages of `length` bytes at `offset` (0: to the end of the file) to the device and waits for them.
+// Writes the dirty pages of `length` bytes at `offset` (length 0: to the end of the file) to the device and waits for them.
 // Returns 0, or the errno value of the failure.
 [[nodiscard]] int pushPages(int descriptor, int64_t offset, int64_t length);
 
-// Alignment, in bytes, that offset and length of a transfer past the cache need for this file; its address needs no more
-// than that of a buffer (Memory.h). 0 when the file system says that it has no such transfers, also where it would take the
-// flag and use the cache. Where the system can't tell it is a guess, and a transfer that is refused takes the road through
-// the cache.
+// Alignment, in bytes, of offset and length that transfers past the cache need for this file. The address needs no more
+// than the alignment of a buffer (Memory.h). 0 when the file system says that it has no such transfers, even if it would
+// accept the flag and use the cache. Where the system does not report the alignment this is a guess; a transfer that is
+// refused then goes through the cache.
 [[nodiscard]] int64_t directAlignment(int descriptor);
 
 // Switches transfers past the cache (O_DIRECT) on or off. False when the file system refuses.

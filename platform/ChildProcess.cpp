@@ -26,7 +26,7 @@ struct Pipe {
   FileDescriptor write;
 };
 
-// Both ends beyond the numbers that a child finds its own at, so that none of them is overwritten before it was used.
+// Both ends get numbers above those that the child uses, so that dup2 in the child overwrites none of them too early.
 std::optional<Pipe> makePipe() {
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) return std::nullopt;
@@ -43,14 +43,14 @@ void makeNonblocking(const FileDescriptor& descriptor) {
   ::fcntl(descriptor.get(), F_SETFL, ::fcntl(descriptor.get(), F_GETFL) | O_NONBLOCK);
 }
 
-// What the child does between its birth and the program's start. Only calls that are allowed there.
+// What the child does between fork and exec, with calls that are allowed there.
 [[noreturn]] void becomeProgram(const std::array<int, firstFreeDescriptor>& descriptors,
                                 const std::vector<int>& inherited, const char* program, char* const* arguments,
                                 pid_t parent) {
   ::setpgid(0, 0);
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (::getppid() != parent) ::_exit(EXIT_FAILURE);
-  // The copies, at whatever numbers, stay open in the program.
+  // The copies stay open in the program; their numbers do not matter.
   for (const int descriptor : inherited) ::fcntl(descriptor, F_DUPFD, firstFreeDescriptor);
   for (int number = 0; number < firstFreeDescriptor; ++number) {
     if (::dup2(descriptors[static_cast<std::size_t>(number)], number) < 0) ::_exit(EXIT_FAILURE);
@@ -139,7 +139,7 @@ ChildProcess& ChildProcess::operator=(ChildProcess&& other) noexcept {
 }
 
 ChildProcess::~ChildProcess() {
-  // One that can't die now, in the middle of a call of the system, is left to the system: nobody waits for it.
+  // A child that can't end now, because it is inside a system call, is left to the system, without waiting.
   kill();
   exitStatus();
 }

@@ -20,7 +20,7 @@ void ConcurrentQueue::start(Task task) {
     task();
     taskEnded();
   });
-  // Behind the task: a new thread then finds it instead of going to sleep first.
+  // After the task is posted, so that a new thread finds it and does not go to sleep first.
   if (++_unfinished > _threads) {
     _workers.addThread();
     ++_threads;
@@ -31,7 +31,7 @@ void ConcurrentQueue::taskEnded() {
   MutexLock lock(_mutex);
   const bool isLast = --_unfinished == 0;
   lock.unlock();
-  // Without the lock, which the woken thread takes first. The queue stays until its threads have ended.
+  // Unlocked first, because the woken thread takes the lock. The queue is not destroyed before its threads have ended.
   if (isLast) _changed.notify_all();
 }
 

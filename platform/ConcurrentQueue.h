@@ -11,9 +11,9 @@
 
 namespace platform {
 
-// Runs its tasks side by side. There is a thread for every task that has not ended, however many, so tasks may block or
-// wait for one another; threads are kept for later tasks. Destroying the queue waits until every task has run; its own
-// tasks must not destroy it.
+// Runs its tasks at the same time. There is a thread for every task that has not ended, without a limit, so tasks may block
+// or wait for one another. Threads are kept for later tasks. The destructor waits until every task has run; a task must not
+// destroy its own queue.
 class ConcurrentQueue final : public DispatchQueue {
  public:
   explicit ConcurrentQueue(std::string label) : _workers(std::move(label)) {}
@@ -23,7 +23,7 @@ class ConcurrentQueue final : public DispatchQueue {
   // Runs on the calling thread.
   void barrierSync(const Task& task) override;
 
-  // Calls task(0) ... task(iterations - 1) side by side, the last one on the calling thread, and returns when all of
+  // Calls task(0) ... task(iterations - 1) at the same time, the last one on the calling thread, and returns when all of
   // them have ended.
   void apply(std::size_t iterations, const std::function<void(std::size_t)>& task);
 

@@ -18,7 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Volumes on volumes on volumes; what is deeper has gone in a circle.
+// Volumes may lie on volumes. More layers than this can only be a circle.
 constexpr int mostLayers = 8;
 
 fs::path folderOfDevice(uint64_t device) {
@@ -54,7 +54,7 @@ std::vector<fs::path> partsOf(const fs::path& folder) {
   return parts;
 }
 
-// File systems that are no block device themselves (btrfs) name one as what is mounted.
+// A file system with a device number of its own (btrfs) names its block device as the source of the mount.
 uint64_t blockDeviceOf(const Mount& mount) {
   struct stat facts = {};
   if (::major(mount.device) != 0 || ::stat(mount.source.c_str(), &facts) != 0) return mount.device;

@@ -8,8 +8,8 @@
 
 namespace platform {
 
-// The disks, in order and each once, that hold what is mounted: of a partition its disk, of a volume made of others their
-// disks, of an image the disks that its file is on. Empty where there is none, or it is not known.
+// The disks that the mounted file system is on, in order and each once. For a partition its disk, for a volume made of
+// others their disks, for an image the disks of its file. Empty where there is none, or where it is not known.
 std::vector<uint64_t> disksOf(const Mount& mount);
 
 }  // namespace platform

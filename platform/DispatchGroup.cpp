@@ -8,7 +8,8 @@ void DispatchGroup::enter() {
 }
 
 void DispatchGroup::leave() {
-  // The waiter may destroy the group as soon as the count is 0. It is woken without the lock, which it takes first.
+  // Keeps the state alive: the waiter may destroy the group as soon as the count is 0. Unlocks before it wakes the waiter,
+  // which takes the lock.
   const std::shared_ptr<State> state = _state;
   MutexLock lock(state->mutex);
   const bool isEmpty = --state->entered == 0;

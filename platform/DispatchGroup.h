@@ -9,11 +9,11 @@
 namespace platform {
 
 // Counts pieces of work under way and lets threads wait until there are none. Any thread may enter, leave and wait.
-// What was written before a leave is visible after the wait that it ended.
+// What a thread wrote before it left is visible to the threads whose wait this ended.
 class DispatchGroup {
  public:
   void enter();
-  // One call for every enter. The group may be destroyed as soon as a wait has returned.
+  // Once for every enter. The group may be destroyed as soon as a wait has returned.
   void leave();
   // Waits, without a time limit, until every enter was followed by its leave.
   void wait();

@@ -18,7 +18,8 @@ FileDescriptor openUnlessPipe(const std::string& path, int flags) {
   const int always = flags | O_CLOEXEC | O_NOFOLLOW;
   FileDescriptor file(::open(path.c_str(), always | O_NONBLOCK, lessTheUmask));
   if (file.isOpen() || errno != EAGAIN) return file;
-  // Somebody holds a lease on the file and is now asked to give it up, which is worth waiting for. A pipe never says so.
+  // EAGAIN: another process holds a lease on the file and is now asked to give it up, so waiting helps. A pipe never gives
+  // EAGAIN here.
   return FileDescriptor(::open(path.c_str(), always, lessTheUmask));
 }
 

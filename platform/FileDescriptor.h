@@ -22,22 +22,22 @@ class FileDescriptor {
   [[nodiscard]] bool isOpen() const { return _descriptor >= 0; }
   [[nodiscard]] int get() const { return _descriptor; }
 
-  // Hands the open descriptor over: closing it is the caller's from now on.
+  // Gives up the open descriptor: from now on the caller must close it.
   int release() { return std::exchange(_descriptor, -1); }
 
-  // Closes now, for callers to whom the result matters: 0, or the errno value of the close. Nothing open is 0.
+  // Closes now, for callers that need the result: 0, or the errno value of close. 0 when nothing is open.
   int close();
 
  private:
   int _descriptor = -1;
 };
 
-// Opens the file at the path itself: no link is followed, which could lead out of the folder, and a pipe that was planted
-// there is not waited for. Not open when that fails; errno then tells why.
+// Opens the file at the path itself. Does not follow a link, which could lead out of the folder, and does not wait for a
+// pipe that was planted there. Not open when that fails; errno then has the reason.
 FileDescriptor openUnlessPipe(const std::string& path, int flags);
 
-// What a pipe has at the moment, up to 64 KiB. One that has nothing is waited for, unless it was opened not to block. Empty
-// at its end, when it has nothing and does not block (errno is EAGAIN then and only then), and when it can't be read.
+// Reads what a pipe holds at the moment, up to 64 KiB. Waits for an empty pipe, unless it is not blocking. Returns nothing
+// at the end of the pipe, when it can't be read, and when it is empty and not blocking; only then is errno EAGAIN.
 std::string readSome(int descriptor);
 
 }  // namespace platform

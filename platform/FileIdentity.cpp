@@ -36,7 +36,7 @@ std::optional<FileStamp> stampWithoutCreation(int directory, const char* path, i
                         static_cast<uint64_t>(facts.st_size));
 }
 
-// The server is asked, where there is one: what the system remembers may be that of a file which is there no more.
+// Asks the server, if there is one: what the system remembers may be about a file that is no longer there.
 std::optional<FileStamp> stamp(int directory, const char* path, int flags) {
   struct statx facts = {};
   const unsigned wanted = STATX_INO | STATX_BTIME | STATX_MTIME | STATX_SIZE;
@@ -101,7 +101,7 @@ PinnedFile PinnedFile::ofItem(const std::string& path) {
 
 PinnedFile::PinnedFile(const std::string& path, int flags) : _file(::open(path.c_str(), O_PATH | O_CLOEXEC | flags)) {
   if (!_file.isOpen()) return;
-  // Beyond the standard descriptors: which file gets a closed standard input's number is no matter of this one.
+  // Not one of the standard descriptors: if standard input is closed, its number must be left for the source.
   constexpr int behindStandardDescriptors = 3;
   if (_file.get() < behindStandardDescriptors) {
     _file = FileDescriptor(::fcntl(_file.get(), F_DUPFD_CLOEXEC, behindStandardDescriptors));
@@ -128,7 +128,7 @@ std::optional<bool> PinnedFile::standsAt(const std::string& path) const {
   const std::optional<FileStamp> found = stampOfItem(path);
   if (!found) return errno == ENOENT ? std::optional(false) : std::nullopt;
   const std::optional<FileStamp> now = stamp();
-  // Looked at in the same moment one file has one number.
+  // Both stamps are taken at the same moment, so one file has one number.
   return now ? std::optional(now->number == found->number && now->size == found->size) : std::nullopt;
 }
 

@@ -18,14 +18,14 @@ namespace platform {
 
 namespace {
 
-// For file systems without a rename that replaces nothing: a link never replaces anything either. Returns 0 or errno; none
-// where no link could be made, which has as many errors as there are file systems without links.
+// For file systems without a rename that replaces nothing: a link never replaces anything either. Returns 0 or errno. None
+// where no link could be made: file systems without links give many different errors.
 std::optional<int> moveWithLink(const PinnedFile& item, const std::string& from, const std::string& to) {
   if (::link(from.c_str(), to.c_str()) != 0) return errno == EEXIST ? std::optional(EEXIST) : std::nullopt;
-  // The number of a file may be another one under another name: the old name, which it still has, tells which was linked.
+  // A file may have another number under another name, so the check uses the old name, which the file still has.
   const std::optional<bool> isLinked = item.standsAt(from);
   if (isLinked == true) return ::unlink(from.c_str()) == 0 ? 0 : errno;
-  // Another file came to the old name, before the link or after it.
+  // Another file has come to the old name, before or after the link was made.
   if (isLinked == false && item.standsAt(to) == true) return 0;
   std::ignore = ::unlink(to.c_str());
   return ESTALE;
@@ -36,8 +36,8 @@ int renameWithoutReplacing(const std::string& from, const std::string& to) {
   return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0 ? 0 : errno;
 }
 
-// Without the help of the file system: as close as can be had. Returns 0 or errno. Only a name that is known to be free is
-// taken.
+// The best that is possible without help from the file system. Takes a name only if it is known to be free. Returns 0 or
+// errno.
 int renameWithCheck(const std::string& from, const std::string& to) {
   struct stat facts = {};
   if (::lstat(to.c_str(), &facts) == 0) return EEXIST;
@@ -45,7 +45,7 @@ int renameWithCheck(const std::string& from, const std::string& to) {
   return ::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
 }
 
-// Another file came in between the look at it and the rename.
+// For another file that was renamed, because it came to the old name between the check and the rename.
 void giveBack(const std::string& to, const std::string& from) {
   if (isRefused(renameWithoutReplacing(to, from))) std::ignore = renameWithCheck(to, from);
 }
@@ -62,7 +62,7 @@ int move(const PinnedFile& item, const std::string& from, const std::string& to)
   return ESTALE;
 }
 
-// For a directory that may be written but not read: it is synced with its whole file system, or with all of them.
+// For a directory that may be written but not read: syncs its whole file system, or else all file systems.
 int syncFileSystemOf(int file) {
   if (::syncfs(file) == 0) return 0;
   if (!isRefused(errno)) return -1;
@@ -70,14 +70,14 @@ int syncFileSystemOf(int file) {
   return 0;
 }
 
-// `file` is open in the directory.
+// `file` is an open file in the directory.
 int syncDirectoryOf(const std::string& path, int file) {
   const std::string directory = FileURL(path).deletingLastPathComponent().path();
   const char* const name = directory.empty() ? "." : directory.c_str();
   const FileDescriptor descriptor(::open(name, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!descriptor.isOpen()) return errno == EACCES ? syncFileSystemOf(file) : -1;
   const int result = ::fsync(descriptor.get());
-  // Such file systems sync no directories: the name was permanent at once, or will be when the file system likes.
+  // This file system does not sync directories: the name is permanent already, or will be at a time of its choice.
   return result != 0 && (errno == EINVAL || errno == ENOTSUP) ? 0 : result;
 }
 
@@ -122,8 +122,7 @@ std::optional<int> makeFileSystemPermanent(const std::string& path) {
   if (!descriptor.isOpen()) return errno == ENOENT ? 0 : -1;
   const int result = ::syncfs(descriptor.get());
   if (result != 0) return isRefused(errno) ? std::nullopt : std::optional(result);
-  // There are file systems that give everything to the device and leave it in the device's cache, which the sync of a file
-  // empties.
+  // Some file systems write everything to the device but leave it in the device's cache. The sync of a file empties that.
   return ::fdatasync(descriptor.get());
 }
 

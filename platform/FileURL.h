@@ -7,12 +7,12 @@
 
 namespace platform {
 
-// The place of a file: an absolute path, taken lexically. ".", "..", doubled slashes and symbolic links stay as they
+// The place of a file: an absolute path, taken literally. ".", "..", doubled slashes and symbolic links stay as they
 // were given; only slashes at the end are dropped. A value: two URLs are equal when their paths are.
 class FileURL {
  public:
-  // A relative path is put behind the working directory of this moment. When the working directory cannot be told (it
-  // was removed) the path stays relative, and every use of it fails by itself.
+  // Puts the current working directory in front of a relative path. If the working directory is not known (it was removed),
+  // the path stays relative, and every use of it fails.
   explicit FileURL(std::string_view path);
 
   // None when the argument is not valid UTF-8.
@@ -28,8 +28,8 @@ class FileURL {
   // "/a/clip.mov" and "kdxcopy" give "/a/clip.mov.kdxcopy". The root has no name to extend and stays as it is.
   [[nodiscard]] FileURL appendingPathExtension(std::string_view extension) const;
 
-  // Undoes appendingPathExtension: takes the last "." of the last component and what follows away. A component without a
-  // "." behind its first character has no extension and stays as it is.
+  // Undoes appendingPathExtension: removes the last "." of the last component, and what follows. A component without a "."
+  // after its first character has no extension and stays as it is.
   [[nodiscard]] FileURL deletingPathExtension() const;
 
   auto operator<=>(const FileURL&) const = default;

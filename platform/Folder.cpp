@@ -60,7 +60,7 @@ ItemFacts factsFrom(const struct stat& found) {
 }
 
 std::array<timespec, 2> onlyModified(int64_t modified) {
-  // Rounded down, so that the nanoseconds of a time before 1970 count forwards as the system wants them.
+  // Rounded down: the system wants positive nanoseconds, also for times before 1970.
   int64_t seconds = modified / nanosecondsPerSecond;
   int64_t rest = modified % nanosecondsPerSecond;
   if (rest < 0) {
@@ -70,14 +70,14 @@ std::array<timespec, 2> onlyModified(int64_t modified) {
   return {timespec{.tv_sec = 0, .tv_nsec = UTIME_OMIT}, timespec{.tv_sec = seconds, .tv_nsec = rest}};
 }
 
-// Opens a folder below another one, with no link on the way. `path` is short enough for one call.
+// Opens a folder below another one, and follows no link. `path` must be short enough for one call.
 int openBelow(int folder, const std::string& path) {
   open_how how{};
   how.flags = openFolderFlags;
   how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
   for (;;) {
     const long opened = ::syscall(SYS_openat2, folder, path.c_str(), &how, sizeof how);
-    // What can't be told to be safe, because something was renamed at this moment, is tried again.
+    // EAGAIN: something was renamed at this moment, so the system can't say that the path is safe.
     if (opened < 0 && (errno == EAGAIN || errno == EINTR)) continue;
     return static_cast<int>(opened);
   }
@@ -93,7 +93,7 @@ std::vector<std::string> namesIn(std::string_view path) {
   return names;
 }
 
-// The way in pieces that one call takes each.
+// The path in pieces that are short enough for one call each.
 std::vector<std::string> piecesOf(std::string_view path) {
   constexpr std::size_t longest = PATH_MAX - 2;
   std::vector<std::string> pieces;
@@ -114,7 +114,7 @@ bool leadsUp(std::string_view path) {
   return false;
 }
 
-// Opens the folder of this one name; where the system has no openat2 (before 5.6, or in a sandbox) that is all it takes.
+// Opens the folder of this one name. Where the system has no openat2 (before 5.6, or in a sandbox), this is enough.
 int openStep(int folder, const std::string& name) {
   return ::openat(folder, name.c_str(), openFolderFlags);
 }
@@ -153,7 +153,7 @@ struct CloseStream {
 };
 using Stream = std::unique_ptr<DIR, CloseStream>;
 
-// On a descriptor of its own, which shares its position with the folder's.
+// On a descriptor of its own, which shares its position with that of the folder.
 Stream openStream(int folder) {
   FileDescriptor own(::fcntl(folder, F_DUPFD_CLOEXEC, 0));
   if (!own.isOpen()) return nullptr;
@@ -296,8 +296,8 @@ bool Folder::sync(ErrorPlace error) const {
 bool Folder::syncFileSystem(ErrorPlace error) const {
   if (!canSyncFileSystem()) return fail(error, posixError("syncfs", "", ENOTSUP));
   if (::syncfs(_folder.get()) != 0) return fail(error, posixError("syncfs", "", errno));
-  // There are file systems that give everything to the device and leave it in the device's cache, which the sync of a
-  // folder or file empties.
+  // Some file systems write everything to the device but leave it in the device's cache. The sync of a folder or file
+  // empties that.
   return sync(error);
 }
 

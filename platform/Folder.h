@@ -24,29 +24,29 @@ struct ItemFacts {
   FileIdentity identity{};
 };
 
-// An open folder. All below is reached through descriptors, so that no symbolic link is ever followed, paths may have any
-// length, and a folder that is renamed meanwhile stays the one that was meant. Move only, any thread, one at a time.
+// An open folder. Everything below it is reached through descriptors. So no symbolic link is ever followed, paths may have
+// any length, and a folder that is renamed meanwhile is still the right one. Move only; used by one thread at a time.
 //
-// Paths are relative, with "/" between names, no matter how long; "" is the folder itself. A ".." is refused. Names are the
-// last part of a path, without "/". Failures are POSIXErrorDomain errors; a link on the way is ELOOP.
+// Paths are relative, with "/" between names; "" is the folder itself. A ".." is refused. Names are the last part of a path,
+// without "/". Failures are POSIXErrorDomain errors; a link on the way gives ELOOP.
 class Folder {
  public:
-  // Through links, as the user gave the path.
+  // Opens the folder at the path that the user gave, through links.
   static std::optional<Folder> open(const std::string& path, ErrorPlace error);
 
   [[nodiscard]] std::optional<Folder> openFolder(std::string_view path, ErrorPlace error) const;
-  // The folder that this one is in at the moment, wherever that is.
+  // The folder that this one is in now, wherever it may have been moved.
   [[nodiscard]] std::optional<Folder> openParent(ErrorPlace error) const;
-  // Makes those folders on the way that are missing, with mode 0777 less the umask.
+  // Makes the missing folders of the path, with mode 0777 less the umask, and opens the last one.
   [[nodiscard]] std::optional<Folder> makeFolders(std::string_view path, ErrorPlace error) const;
-  // Makes the one folder, unless it is there already.
+  // Makes one folder, unless it exists.
   bool makeFolder(const std::string& name, ErrorPlace error) const;
-  // A regular file, for reading; not waited for when it is a pipe.
+  // Opens a regular file for reading. Does not wait for a pipe.
   [[nodiscard]] FileDescriptor openFile(const std::string& name, ErrorPlace error) const;
 
-  // Of all that stands in it, in no order, without "." and "..". None when they can't be read to the end.
+  // The names of everything in it, in no order, without "." and "..". None when they can't be read to the end.
   [[nodiscard]] std::optional<std::vector<std::string>> names(ErrorPlace error) const;
-  // What stands there; absent when nothing does. None when that can't be told.
+  // What stands at the name; absent when nothing does. None when that can't be found out.
   [[nodiscard]] std::optional<ItemFacts> factsOf(const std::string& name, ErrorPlace error) const;
   [[nodiscard]] std::optional<ItemFacts> facts(ErrorPlace error) const;  // its own
   [[nodiscard]] std::optional<std::string> linkTarget(const std::string& name, ErrorPlace error) const;
@@ -62,18 +62,18 @@ class Folder {
   bool setModeAndTime(uint32_t mode, int64_t modified, ErrorPlace error) const;  // its own
   bool setLinkTime(const std::string& name, int64_t modified, ErrorPlace error) const;
 
-  // Makes the names in the folder permanent; passed over where the file system knows no such thing.
+  // Makes the names in the folder permanent. True also where the file system can't sync folders.
   bool sync(ErrorPlace error) const;
-  // Makes everything on its file system permanent. False also where the device is not reached that way (canSyncFileSystem).
+  // Makes everything on its file system permanent. False also where this would not reach the device (canSyncFileSystem).
   bool syncFileSystem(ErrorPlace error) const;
   [[nodiscard]] bool canSyncFileSystem() const;
 
-  // Takes the one lock of this folder for as long as the folder is open, here and in child processes that inherit it.
-  // False when somebody else has it (EWOULDBLOCK) or there are no locks here (other codes).
+  // Takes the one lock of this folder, and keeps it as long as the folder is open, here or in child processes that inherit
+  // it. False when another process has the lock (EWOULDBLOCK), or when the file system has no locks (other codes).
   bool lock(ErrorPlace error) const;
 
-  // A path that leads to this folder, and with "/" and a name behind it to what stands in it, for as long as it is open and
-  // in this process alone. Short, and without the folder's name.
+  // A path that leads to this folder and, with "/" and a name added, to what is in it. Short, without the folder's name, and
+  // valid only in this process while the folder is open.
   [[nodiscard]] std::string path() const;
   [[nodiscard]] int descriptor() const { return _folder.get(); }
 
@@ -82,15 +82,16 @@ class Folder {
   FileDescriptor _folder;
 };
 
-// Makes the folder at the path, and its name permanent; the one above must be there. One that is there already is an error.
+// Makes the folder at the path, and makes its name permanent. The folder above must exist. It is an error if the folder
+// exists already.
 bool makeOneFolder(const std::string& path, ErrorPlace error);
 
-// Of an open file or folder: sets mode and time of change. Not permanent before a sync.
+// Sets mode and time of change of an open file or folder. They are not permanent before a sync.
 bool setModeAndTime(int file, uint32_t mode, int64_t modified, ErrorPlace error);
-// Makes all that the file holds permanent, with mode and time.
+// Makes the whole content of the file permanent, with mode and time.
 bool syncFile(int file, ErrorPlace error);
 std::optional<ItemFacts> factsOfOpenFile(int file);
-// A path that leads to the open file, in this process alone.
+// A path that leads to the open file, in this process only.
 std::string pathOfDescriptor(int descriptor);
 
 }  // namespace platform

@@ -15,7 +15,7 @@ namespace platform {
 
 namespace {
 
-// Size of a regular file, none of anything else.
+// The size of a regular file; none for anything else.
 std::optional<int64_t> sizeOfRegularFile(int descriptor) {
   struct stat facts = {};
   if (::fstat(descriptor, &facts) != 0 || !S_ISREG(facts.st_mode)) return std::nullopt;
@@ -44,14 +44,14 @@ InputFile::InputFile(FileDescriptor file) : _file(std::move(file)), _alignment(d
     startCachedRoad();
     return;
   }
-  // Some file systems take the flag and read from the cache all the same, and the end of the file may have to be read
-  // through it: what is cached now must not be there then.
+  // Some file systems accept the flag but still read from the cache, and the end of the file may have to be read through
+  // the cache. So what is cached now must go.
   keepDeviceError(pushPages(_file.get(), 0, 0));
   dropPages(_file.get(), 0, 0);
 }
 
-// The system tells only once that the device did not take what was written: what is in memory now is not what the device
-// holds, and must not be read as if it were.
+// The system reports only once that the device did not take what was written. Memory then differs from the device, and must
+// not be read in its place.
 void InputFile::keepDeviceError(int code) {
   if (code == EIO || code == ENOSPC || code == EDQUOT) _deviceError = code;
 }
@@ -84,8 +84,8 @@ ReadResult InputFile::read(std::byte* buffer, std::size_t size) {
   return ReadResult{.length = static_cast<int64_t>(filled)};
 }
 
-// A transfer past the cache is not asked for more than the file should hold: the system would first clear all of the buffer
-// that stays empty, for every frame of a sequence. The end is still looked for behind it.
+// A transfer past the cache asks for no more than the file should hold: otherwise the system first clears the rest of the
+// buffer, for every frame of a sequence. The next read still looks for the end of the file.
 std::size_t InputFile::untilExpectedEnd() const {
   if (!_direct || _position >= _leastSize) return largestTransfer;
   const int64_t left = _leastSize - _position;
@@ -100,8 +100,8 @@ ReadResult InputFile::readSome(std::byte* buffer, std::size_t size) {
   return readAtPosition(buffer, size);
 }
 
-// Behind a short read: the end of the file, or a file system that gives less than it was asked for. Only the cache can
-// tell, since transfers past it have to start on a boundary; they go on from the next one.
+// After a short read: either the file ends here, or the file system gave less than it was asked for. Transfers past the cache
+// must start on a boundary, so only a read through the cache can find out. They go on from the next boundary.
 ReadResult InputFile::readToAlignment(std::byte* buffer, std::size_t size) {
   const auto gap = static_cast<std::size_t>(_alignment - _position % _alignment);
   if (gap > size || !setDirect(_file.get(), false)) {

@@ -10,18 +10,18 @@
 
 namespace platform {
 
-// What one read of a file gave.
+// The result of one read of a file.
 struct ReadResult {
-  int64_t length = 0;  // bytes, or -1 when the read failed
+  int64_t length = 0;  // bytes, or -1 if the read failed
   int error = 0;       // errno value of the failure, else 0
   [[nodiscard]] bool failed() const { return error != 0; }
 };
 
-// A file that is read from start to end from the device, past the file cache, whatever of it was cached before; nothing
-// of it stays in the cache afterwards. Move only, used by one thread at a time.
+// A file that is read from start to end from the device, past the file cache, even if it was cached before. Nothing of it
+// stays in the cache afterwards. Move only, used by one thread at a time.
 //
-// Where the file system refuses transfers past the cache (when they are switched on, or at the first read) the file is
-// read through the cache, but all its pages are dropped before the first read and those behind every 8 MiB.
+// Where the file system refuses transfers past the cache (when they are switched on, or at the first read), the file is
+// read through the cache: all its pages are dropped before the first read, and then, every 8 MiB, those already read.
 class InputFile {
  public:
   // None when the file cannot be opened for reading.
@@ -33,14 +33,14 @@ class InputFile {
 
   [[nodiscard]] int descriptor() const { return _file.get(); }
 
-  // Bytes that the file had when it was opened; 0 for what is no regular file.
+  // Bytes that the file had when it was opened; 0 if it is not a regular file.
   [[nodiscard]] std::size_t sizeWhenOpened() const { return static_cast<std::size_t>(_leastSize); }
 
-  // Reads on until the buffer is full, the file ends or an error comes; a short result is the end of the file and
-  // nothing else. An error after some bytes is an error: what the buffer holds then is not to be used. A file that ends
-  // before the size it had when it was opened, or whose dirty pages the device did not take, is EIO or the device's error.
-  //   buffer   page-aligned, `size` bytes, the caller's. A size that is no whole number of blocks is right too, but what is
-  //            read behind it may take the road through the cache.
+  // Reads until the buffer is full, the file ends, or an error occurs. A short result always means the end of the file. An
+  // error after some bytes is an error, and the content of the buffer must not be used. A file that ends before the size
+  // that it had when it was opened gives EIO. A file whose dirty pages the device did not take gives the device's error.
+  //   buffer   page-aligned, `size` bytes, the caller's. If the size is not a whole number of blocks, later reads may go
+  //            through the cache.
   [[nodiscard]] ReadResult read(std::byte* buffer, std::size_t size);
 
  private:
@@ -56,9 +56,9 @@ class InputFile {
   FileDescriptor _file;
   int64_t _alignment;      // bytes; 0 without transfers past the cache
   int64_t _leastSize = 0;  // bytes, see sizeWhenOpened
-  int _deviceError = 0;    // errno with which dirty pages could not be written to the device
+  int _deviceError = 0;    // errno of writing dirty pages to the device
   int64_t _position = 0;
-  int64_t _dropped = 0;  // on the cached road: everything before this offset was dropped
+  int64_t _dropped = 0;  // when reading through the cache: all pages before this offset were dropped
   bool _direct = false;
 };
 

@@ -29,8 +29,8 @@ PageAlignedMemory allocatePages(std::size_t size, std::size_t used) {
   if (::posix_memalign(&memory, fillsHugePages ? hugePageSize : pageSize(), size) != 0) {
     endProcessForLackOf(fmt::format("{} bytes of memory", size));
   }
-  // A device takes a transfer past the cache in pieces that lie together in memory: of small pages it may need so many
-  // that it is half as fast. Advice: a system without huge pages gives small ones.
+  // A device takes a transfer past the cache in pieces that are contiguous in memory. Small pages may make so many pieces
+  // that it is half as fast. This is only advice: a system without huge pages gives small ones.
   if (fillsHugePages) std::ignore = ::madvise(memory, size, MADV_HUGEPAGE);
   return PageAlignedMemory(static_cast<std::byte*>(memory));
 }

@@ -4,8 +4,8 @@
 #include <condition_variable>
 #include <mutex>
 
-// Locks of which clang++ proves, while it compiles, that what they guard is touched with the lock alone
-// (-Wthread-safety). Other compilers see plain locks.
+// Locks for which clang++ proves at compile time that the data they guard is used only with the lock (-Wthread-safety).
+// Other compilers see plain locks.
 #ifdef __clang__
 #define KDX_THREAD_ANNOTATION(annotation) __attribute__((annotation))
 #else
@@ -30,10 +30,10 @@ class KDX_THREAD_ANNOTATION(capability("mutex")) BasicMutex {
 };
 
 using Mutex = BasicMutex<std::mutex>;
-// The thread that has the lock may take it once more.
+// The thread that holds the lock may take it again.
 using RecursiveMutex = BasicMutex<std::recursive_mutex>;
 
-// Holds the lock of a mutex while it exists, but for what stands between unlock and lock.
+// Holds the lock of a mutex while it exists, except between unlock and lock.
 template <typename Underlying>
 class KDX_THREAD_ANNOTATION(scoped_lockable) MutexLock {
  public:
@@ -46,7 +46,7 @@ class KDX_THREAD_ANNOTATION(scoped_lockable) MutexLock {
   void lock() KDX_THREAD_ANNOTATION(acquire_capability()) { _lock.lock(); }
   void unlock() KDX_THREAD_ANNOTATION(release_capability()) { _lock.unlock(); }
 
-  // Gives the lock up until the condition is notified, which may happen for no reason: to be called in a loop.
+  // Releases the lock until the condition is notified. May return without a reason, so call it in a loop.
   void wait(std::condition_variable& condition) { condition.wait(_lock); }
   // The same, at the latest until then. False when the time is over.
   bool waitUntil(std::condition_variable& condition, std::chrono::steady_clock::time_point latest) {

@@ -27,7 +27,7 @@ void makeUpperASCII(std::string& text) {
   }
 }
 
-// Character by character, as the tables of such file systems have it: none becomes two.
+// Character by character, as in the tables of such file systems: one character never becomes two.
 std::string upperCase(const std::string& text) {
   std::string upper;
   const auto* next = reinterpret_cast<const utf8proc_uint8_t*>(text.data());

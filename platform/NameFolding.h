@@ -6,7 +6,7 @@
 
 namespace platform {
 
-// Which names a file system takes for one.
+// Which different names a file system treats as the same name.
 enum class NameFolding : uint8_t {
   unknown,
   exact,     // every byte counts
@@ -14,8 +14,8 @@ enum class NameFolding : uint8_t {
   unicode,   // and so are the forms that Unicode has for one text
 };
 
-// Two names that such a file system takes for one give the same text. Of an unknown one, all names do that any file system
-// is known to take for one. Bytes that are not UTF-8 are folded as ASCII.
+// Two names that such a file system treats as the same give the same text. With `unknown`, so do all names that any known file
+// system treats as the same. Bytes that are not UTF-8 are folded as ASCII.
 std::string foldedName(std::string_view name, NameFolding folding);
 
 }  // namespace platform

@@ -9,7 +9,7 @@ void OperationQueue::addOperationWithBlock(Task operation) {
   _workers.postAndStart(
       [this, operation = std::move(operation)]() mutable {
         operation();
-        // What the operation holds on to is let go before it counts as finished.
+        // Frees what the operation holds before it counts as finished.
         operation = nullptr;
         _unfinished.leave();
       },

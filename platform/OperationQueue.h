@@ -8,7 +8,7 @@
 
 namespace platform {
 
-// Runs operations on threads of its own, at most a given number at a time, started in the order added, and counts those
+// Runs operations on its own threads, at most a given number at a time. They start in the order added. Counts the operations
 // that have not ended. Any thread may call it; an operation must neither wait for its own queue nor destroy it.
 class OperationQueue {
  public:
@@ -16,13 +16,13 @@ class OperationQueue {
   OperationQueue(const OperationQueue&) = delete;
   OperationQueue& operator=(const OperationQueue&) = delete;
 
-  // At least 1. To be called before the first operation is added; 1 when it is not.
+  // At least 1, the default. To be called before the first operation is added.
   void setMaxConcurrentOperationCount(std::size_t count) { _maxConcurrentOperationCount = count; }
 
-  // Queues the operation and returns. What it refers to must live until it has run; it must not throw.
+  // Queues the operation and returns. What the operation refers to must live until it has run. It must not throw.
   void addOperationWithBlock(Task operation);
 
-  // Returns when no operation that was added is left; what they wrote is visible then.
+  // Returns when all operations have ended. What they wrote is then visible.
   void waitUntilAllOperationsAreFinished() { _unfinished.wait(); }
 
  private:

@@ -15,7 +15,7 @@ namespace platform {
 
 namespace {
 
-// Calls write until `length` bytes are taken, in pieces that the system accepts; the first short piece is the last.
+// Calls write until `length` bytes are taken, in pieces that the system accepts. Stops after the first short piece.
 int64_t writePieces(int descriptor, const std::byte* bytes, std::size_t length) {
   std::size_t taken = 0;
   while (taken < length) {
@@ -75,7 +75,7 @@ int64_t OutputFile::writeDirect(const std::byte* bytes, std::size_t length) {
 }
 
 int64_t OutputFile::writeThroughCache(const std::byte* bytes, std::size_t length) {
-  // Switched off for good: behind a piece that is no whole number of blocks nothing can be aligned again.
+  // Switched off for good: after a piece that is not a whole number of blocks, nothing is aligned any more.
   if (std::exchange(_direct, false) && !setDirect(_file.get(), false)) return -1;
   const int64_t result = writePieces(_file.get(), bytes, length);
   if (result <= 0) return result;
@@ -94,7 +94,8 @@ bool OutputFile::pushAndDrop(int64_t offset, int64_t length) {
 }
 
 bool OutputFile::close() {
-  // Some file systems take the flag and use the cache all the same: pushing costs nothing where nothing is dirty.
+  // Some file systems accept the flag but still use the cache, so pages are pushed here too. Without dirty pages this costs
+  // nothing.
   const bool reachedDevice = _cachedRoad ? ::fdatasync(_file.get()) == 0 : pushPages(_file.get(), 0, 0) == 0;
   dropPages(_file.get(), 0, 0);
   if (!_stamp.hasTimeOfCreation()) _stamp = stampOfFile(_file.get()).value_or(_stamp);

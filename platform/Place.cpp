@@ -20,7 +20,7 @@ namespace {
 
 constexpr int pathOnly = O_PATH | O_DIRECTORY | O_CLOEXEC;
 
-// Goes up from folders and takes down what it comes through.
+// Goes up from folders and collects the folders on the way.
 class Climber {
  public:
   std::vector<FileIdentity> climb(FileDescriptor folder) {
@@ -44,7 +44,7 @@ class Climber {
     }
   }
 
-  // What is above the part of a file system that is seen here is found where more of it is seen.
+  // This mount may show only a part of its file system. The folders above that part are found in mounts that show more.
   void lookAtMountOf(int folder) {
     const Mount* mount = mountWithNumber(_mounts, mountNumberOf(folder));
     if (mount == nullptr || !_seen.insert(mount->number).second) return;
@@ -53,7 +53,7 @@ class Climber {
     }
   }
 
-  // The folder that is the root of one mount, as it is reached through another one.
+  // Goes up from the root folder of one mount, reached through another mount.
   void goToSamePlace(const Mount& mount, const Mount& other) {
     const std::string above = other.root == "/" ? "" : other.root;
     if (mount.root != above && !mount.root.starts_with(above + "/")) return;

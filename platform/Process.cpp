@@ -20,15 +20,14 @@ namespace {
 
 void openOnDevNullIfClosed(int descriptor) {
   if (::fcntl(descriptor, F_GETFD) >= 0) return;
-  // Without /dev/null the root does as well: every write to it fails, which is passed over.
+  // Without /dev/null the root directory will do: writes to it fail, and failed writes of output are ignored.
   int opened = ::open("/dev/null", O_WRONLY);
   if (opened < 0) opened = ::open("/", O_RDONLY);
   if (opened < 0 || ::dup2(opened, descriptor) < 0) ::_exit(EXIT_FAILURE);
   if (opened != descriptor) ::close(opened);
 }
 
-// Output that is already queued is let out, unless the log queue cannot do it: it never ran, or it is the one that
-// fails.
+// Prints the output that is already queued, unless the log queue can't: it has never run, or this is called on it.
 void drainLogQueue() {
   if (logQueue().hasStarted() && !logQueue().isCurrentQueue()) logQueue().sync([] {});
 }
@@ -51,14 +50,14 @@ void letWritesFailInsteadOfSignals() {
 
 void endProcessWhenMemoryRunsOut() {
   std::set_new_handler([] {
-    // Straight away, without waiting for output that is queued: who asked for memory may hold what the log queue needs.
+    // At once, without waiting for queued output: the thread that asked for memory may hold a lock that the log queue needs.
     writeText(STDERR_FILENO, "kdxdispatchcopy: could not get memory\n");
     ::_exit(EXIT_FAILURE);
   });
 }
 
 void raiseDiskPriority() {
-  // Fixed numbers of the system's interface. <linux/ioprio.h> has them too, but is no C++ in some versions.
+  // Fixed numbers of the system's interface. <linux/ioprio.h> has them too, but some versions of it are not valid C++.
   constexpr int setForProcess = 1;
   constexpr int wholeProcess = 0;
   constexpr int bestEffort = 2;
@@ -74,8 +73,8 @@ void stayOnThisProcessor() {
   CPU_ZERO(&only);
   CPU_SET(static_cast<std::size_t>(processor), &only);
   if (::sched_setaffinity(0, sizeof only, &only) != 0) return;
-  // A thread that is woken does not interrupt the one that woke it. Another policy than the usual one was chosen by whoever
-  // started the process, and is kept.
+  // With this policy a thread that is woken does not interrupt the thread that woke it. If the policy is not the usual one, the
+  // user has chosen it, and it stays.
   const sched_param withoutPriority{};
   if (::sched_getscheduler(0) == SCHED_OTHER) std::ignore = ::sched_setscheduler(0, SCHED_BATCH, &withoutPriority);
 }

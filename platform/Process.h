@@ -5,40 +5,41 @@
 
 namespace platform {
 
-// To be called first, before any file is opened: when descriptor 1 or 2 is closed it is opened on /dev/null, so that a
-// line of output can never land in a media file that was given that descriptor. Where that can't be done the process ends
-// with status 1. Descriptor 0 is left as it is.
+// To be called first, before any file is opened. If descriptor 1 or 2 is closed, opens it on /dev/null, so that no line of
+// output can land in a media file that got this number. If this fails, the process ends with status 1. Descriptor 0 is left
+// as it is.
 void keepOutputOutOfFiles();
 
 // Every line of standard output is written at once, as one piece.
 void makeStandardOutputUnbuffered();
 
-// A reader of the output that went away, or a limit on the size of files, must show as a failed write and not end the process
-// between two steps: the signals SIGPIPE and SIGXFSZ are ignored from now on, here and in programs started later.
+// From now on the signals SIGPIPE and SIGXFSZ are ignored, here and in programs started later. A reader of the output that went
+// away, or a limit on the size of files, then gives a failed write, and does not end the process between two steps.
 void letWritesFailInsteadOfSignals();
 
-// Puts the whole process into the best-effort class of disk I/O, at its highest level. Threads started later inherit
-// it. Where the system refuses, the process goes on as it was.
+// Puts the whole process into the best-effort class of disk I/O, at its highest level. Threads started later inherit it. If
+// the system refuses, nothing changes.
 void raiseDiskPriority();
 
-// The calling thread, and threads that it starts from now on, stay on the processor that it runs on. For short work whose
-// threads wait for one another: to wake a thread on another processor, asleep as a rule, takes longer than what it then has
-// to do. On the same one, none is interrupted by another that it woke. Where the system refuses, they go on as they were.
+// Keeps the calling thread, and threads that it starts from now on, on the current processor. This is for short work whose
+// threads wait for one another: waking a thread on another processor, which is mostly asleep, takes longer than its work. A
+// thread that is woken on the same processor does not interrupt the thread that woke it. If the system refuses, nothing
+// changes.
 void stayOnThisProcessor();
 
 // From now on an allocation that fails ends the process with status 1 and a line on standard error.
 void endProcessWhenMemoryRunsOut();
 
-// Ends the process with the status once all that was queued for output is out. Runs no destructors, since other threads
-// may still be at work. The one way out of the process; not to be called on the log queue.
+// Ends the process with the status, after everything queued for output has been printed. Runs no destructors, because other
+// threads may still be at work. The normal way out of the process. Not to be called on the log queue.
 [[noreturn]] void endProcess(int status);
 
-// Ends the process with status 1 and, behind all that was queued for output, a line on standard error that names what could
-// not be had.
+// Ends the process with status 1. After everything queued for output, prints a line on standard error that names the missing
+// resource.
 [[noreturn]] void endProcessForLackOf(std::string_view resource);
 
-// Tells on standard error that what must hold in `function` does not, and aborts. Stays in every build. What was queued
-// for output is out before.
+// After everything queued for output, prints on standard error that `expression` does not hold in `function`, and aborts.
+// Works in every build.
 [[noreturn]] void assertionFailed(std::string_view expression, std::string_view function);
 
 }  // namespace platform

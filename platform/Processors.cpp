@@ -15,13 +15,13 @@ namespace {
 
 constexpr double unlimited = std::numeric_limits<double>::infinity();
 
-// All that there are where the system does not tell which of them may be used, as where there are more than a set holds.
+// All processors if the system does not say which ones may be used, for example because there are more than a set can hold.
 double processorsOfAffinity() {
   cpu_set_t all;
   return ::sched_getaffinity(0, sizeof all, &all) == 0 ? CPU_COUNT(&all) : std::thread::hardware_concurrency();
 }
 
-// "QUOTA PERIOD" in microseconds; a quota that is no number, or negative, is none.
+// "QUOTA PERIOD" in microseconds. A quota that is not a number, or not positive, means no limit.
 double processorsOfQuota(const std::string& text) {
   std::istringstream words(text);
   double quota = 0;
@@ -36,7 +36,7 @@ std::string firstLine(const std::string& path) {
   return line;
 }
 
-// The two versions of control groups keep the same two numbers in one file or in two.
+// One version of control groups keeps the two numbers in one file, the other one in two files.
 double processorsOfGroup(const std::string& folder) {
   return std::min(
       processorsOfQuota(firstLine(folder + "/cpu.max")),

@@ -5,9 +5,8 @@
 
 namespace platform {
 
-// How many threads of this process can run at the same time: as many as there are processors that it may use, or fewer where
-// the quota of its control group, or of one above it, is smaller. A part of a processor counts as one. At least 1. As it is
-// now.
+// How many threads of this process can run at the same time now: the number of processors that it may use, or fewer if the
+// quota of its control group, or of a group above, is smaller. A fraction of a processor counts as one. At least 1.
 std::size_t usableProcessors();
 
 // The same for the control groups of a system whose files are below `root`.

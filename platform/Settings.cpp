@@ -17,7 +17,7 @@ namespace platform {
 namespace {
 
 std::string settingsPath() {
-  // Set-up of one thread alone: nothing in this process changes the environment.
+  // Safe in any thread: nothing in this process changes the environment.
   // NOLINTBEGIN(concurrency-mt-unsafe)
   if (const char* directory = std::getenv("XDG_CONFIG_HOME"); directory != nullptr && *directory == '/') {
     return std::string(directory) + "/kdxdispatchcopy/defaults.ini";
@@ -41,9 +41,10 @@ int keepValue(void* user, const char*, const char* name, const char* value) {
   return 1;
 }
 
-// Hands one whole line to the parser, as fgets does, without its end, which the last line of a file may lack. Left to itself
-// the parser cuts long lines, so that the end of a comment could become a setting, and takes a line that begins with any
-// white space as the continuation of the value before it. A line that fills the space it may take for one that was cut.
+// Gives the parser one whole line, as fgets does, but without the newline and without leading white space. With fgets the
+// parser would cut long lines, so that the end of a comment could become a setting, and would take a line that begins with
+// white space as the continuation of the value before it. A line that fills the space looks like one that was cut, so it is
+// replaced by an empty line.
 char* readLine(char* line, int size, void* stream) {
   char* text = nullptr;
   std::size_t capacity = 0;
@@ -57,7 +58,7 @@ char* readLine(char* line, int size, void* stream) {
   return line;
 }
 
-// Nothing but a regular file is read: a pipe in its place would be waited for.
+// Only a regular file is read: reading would wait for a pipe in its place.
 std::unique_ptr<std::FILE, int (*)(std::FILE*)> openSettings() {
   FileDescriptor file(::open(settingsPath().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   struct stat facts = {};

@@ -10,7 +10,7 @@ namespace platform {
 
 namespace {
 
-// Empty where it is not set.
+// Empty if it is not set.
 std::string_view environment(const char* name) {
   const char* value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nothing here changes the environment
   return value == nullptr ? "" : value;

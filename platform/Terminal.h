@@ -19,10 +19,10 @@ bool isTerminal(int descriptor);
 // True when it is a terminal that can move its cursor: TERM names one, and not "dumb".
 bool isTerminalWithCursor(int descriptor);
 
-// The size that the terminal has now; 80 by 24 where it does not tell.
+// The current size of the terminal; 80 by 24 if it does not report one.
 TerminalSize terminalSize(int descriptor);
 
-// False when the environment asks for no colours (NO_COLOR, with any text in it).
+// False when the environment asks for no colours (NO_COLOR is set and not empty).
 bool coloursAreWanted();
 
 }  // namespace platform

@@ -14,7 +14,7 @@ constexpr char16_t firstLowSurrogate = 0xDC00;
 constexpr unsigned bitsOfHalf = 10;
 constexpr char32_t maskOfHalf = 0x3FF;
 
-// Calls take(code point) for every character. False at the first bytes that are not well-formed.
+// Calls take(code point) for every character. Stops and returns false at the first bytes that are not well-formed.
 template <typename Take>
 bool forEachCodePoint(std::string_view bytes, Take take) {
   const auto* next = reinterpret_cast<const utf8proc_uint8_t*>(bytes.data());

@@ -23,8 +23,8 @@ constexpr int64_t microsecond = 1'000;  // nanoseconds
 constexpr int64_t millisecond = 1'000 * microsecond;
 constexpr int64_t second = 1'000 * millisecond;
 
-// What is the same for every file system of a kind. The times of change are those that it has on its device: what it still
-// has in memory may be finer.
+// What all file systems of one kind have in common. The grain of times is that of times on the device; times in memory may
+// be finer.
 struct Kind {
   std::string_view fileSystem;
   ReadBack readBack;
@@ -66,8 +66,13 @@ constexpr std::array kinds{
     Kind{"ceph", clientCacheBypassed, 1, notKnown},
     Kind{"virtiofs", clientCacheBypassed, 1, notKnown},
     Kind{"fuse.sshfs", clientCacheBypassed, second, notKnown},
+<<<<<<< HEAD
     Kind{"fuse", clientCacheBypassed, 2 * second, notKnown},
     // A server for a device, which it reads through the system's cache of that device.
+=======
+    Kind{"fuse", clientCacheBypassed, 1, notKnown},
+    // The server reads its device through the system's cache of that device.
+>>>>>>> w-docs
     Kind{"fuseblk", clientCacheBypassed, 2 * second, notKnown},
 };
 
@@ -77,7 +82,7 @@ Kind kindOf(std::string_view fileSystem) {
   return fileSystem.starts_with("fuse.") ? kindOf("fuse") : Kind{"", unknown, 1, notKnown};
 }
 
-// Some file systems fold names in the folders that are marked so, and in those that are made there.
+// Some file systems fold names only in folders that are marked, and in folders made in these.
 bool isMarkedAsFolding(const std::string& path) {
   constexpr unsigned long foldsNames = 0x40000000;
   const FileDescriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -92,7 +97,7 @@ void addMount(const Mount& mount, const std::vector<Mount>& all, Volume& volume)
   volume.source = mount.source;
   const std::vector<uint64_t> disks = disksOf(mount);
   if (disks.size() == 1) volume.disk = disks.front();
-  // Made of several disks, it is one of its own.
+  // A volume made of several disks.
   if (disks.size() > 1) volume.disk = mount.device;
   const FileDescriptor root(::open("/", O_PATH | O_CLOEXEC));
   const Mount* system = mountWithNumber(all, mountNumberOf(root.get()));

@@ -7,14 +7,15 @@
 
 namespace platform {
 
-// How a read-back past the file cache is served by a file system: by the device, by a server whose own cache can't be told
-// from it, or it is not known.
+// What a file system reads from when a file is read back past the file cache: the device; a server, which may answer from
+// its own cache; or it is not known.
 enum class ReadBack : uint8_t { device, clientCacheBypassed, unknown };
 
-// What is known of the file system that a folder is on. A plain value; 0 and "" where it can't be told.
+// What is known of the file system that a folder is on. A plain value; 0 and "" mean that something is not known.
 struct Volume {
   uint64_t device = 0;  // the same for all folders of one file system
-  // The same for all partitions of one disk; several disks together are one of their own; 0: no disk, or not known.
+  // The same for all partitions of one disk. A volume made of several disks has a number of its own. 0: no disk, or not
+  // known.
   uint64_t disk = 0;
   bool isOnSystemDisk = false;
   std::string fileSystem{};  // as the system calls it: "ext4", "exfat", "fuse.sshfs"
@@ -29,10 +30,10 @@ struct Volume {
   ReadBack readBack = ReadBack::unknown;
 };
 
-// Of the file system of the folder at the path.
+// The volume of the folder at the path.
 Volume volumeOf(const std::string& path);
 
-// Bytes free there for this user now; asks nothing else, for displays.
+// Bytes free there for this user now. For displays; asks the system for nothing else.
 uint64_t freeBytesOf(const std::string& path);
 
 }  // namespace platform

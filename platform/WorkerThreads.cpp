@@ -39,7 +39,7 @@ WorkerThreads::WorkerThreads(std::string label) : _state(std::make_shared<State>
 
 WorkerThreads::~WorkerThreads() {
   _state->work.reset();
-  // Who posted the last task may still be adding the thread that ran it.
+  // The thread that posted the last task may still be adding the thread that ran it.
   MutexLock lock(_state->mutex);
   std::vector<std::thread> threads = std::move(_state->threads);
   lock.unlock();
@@ -53,7 +53,7 @@ void WorkerThreads::addThread() {
 void WorkerThreads::addThread(const std::shared_ptr<State>& state) {
   const MutexLock lock(state->mutex);
   try {
-    // The thread shares the state, which thus outlives a queue that is destroyed by its own last task.
+    // The thread shares the state, which therefore outlives a queue that is destroyed by its own last task.
     state->threads.emplace_back([state] {
       stateOfThisThread = state.get();
       ::pthread_setname_np(::pthread_self(), state->label.substr(0, 15).c_str());
@@ -65,7 +65,7 @@ void WorkerThreads::addThread(const std::shared_ptr<State>& state) {
 }
 
 void WorkerThreads::post(Task task) {
-  // The task may run, and drop the last reference to the queue, before this call is through with the context.
+  // The task may run, and drop the last reference to the queue, before this call has finished with the context.
   const std::shared_ptr<State> state = _state;
   asio::post(state->context, std::move(task));
 }

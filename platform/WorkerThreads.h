@@ -9,18 +9,18 @@ namespace platform {
 
 using Task = std::function<void()>;
 
-// Up to so many bytes are worked on, digested for example, in less time than another thread takes to wake and answer.
+// Working on up to this many bytes (digesting them, for example) takes less time than waking another thread and waiting for it.
 inline constexpr std::size_t notWorthAThread = std::size_t{64} << 10;
 
-// The threads under one queue: tasks are started in the order in which they were posted, each on the first thread that
-// is free. The threads belong to this object alone, so a task that blocks holds up nobody else's. They carry the label
-// as their name (its first 15 bytes, which is what the system keeps). No thread exists before addThread. When a thread
-// cannot be had the process ends with a message (endProcessForLackOf). All operations may be called from any thread.
+// The threads of one queue. Tasks start in the order in which they were posted, each on the first free thread. The threads
+// belong only to this object, so a blocked task holds up no other queue. Their name is the label (its first 15 bytes, which
+// is what the system keeps). There is no thread before addThread. If a thread can't be started, the process ends with a
+// message (endProcessForLackOf). Any thread may call any operation.
 class WorkerThreads {
  public:
   explicit WorkerThreads(std::string label);
-  // Runs everything that was posted, then ends the threads. From one of its own threads (the last task owned the last
-  // reference to this object) the threads end by themselves after that task.
+  // Runs everything that was posted, then ends the threads. If it runs on one of them (because the last task owned the last
+  // reference to this object), it does not wait for that thread, which ends after the task.
   ~WorkerThreads();
   WorkerThreads(const WorkerThreads&) = delete;
   WorkerThreads& operator=(const WorkerThreads&) = delete;
@@ -28,8 +28,8 @@ class WorkerThreads {
   void addThread();
   void post(Task task);
 
-  // Posts the task and, with the first one, adds the first `threads` threads: after it, so that they find work at once
-  // instead of going to sleep and being woken, which would be most of what a short run of a queue costs.
+  // Posts the task. After the first task, adds `threads` threads, which then find work at once: going to sleep and being woken
+  // would be most of the cost of a short-lived queue.
   void postAndStart(Task task, std::size_t threads = 1);
   // True once postAndStart has added its threads.
   [[nodiscard]] bool hasStarted() const;

@@ -8,14 +8,14 @@
 
 namespace {
 
-// What the parser reports for options that have no short form, beyond every character.
+// What the parser reports for options without a short form. Greater than any character.
 enum class LongOnly : int { sequence = 256, noDestination, ignoredSwitch, skipSource, skipFlush, skipFileSize };
 
 constexpr int code(LongOnly option) {
   return static_cast<int>(option);
 }
 
-// The leading "-": a path is reported where it stands, so the order of paths and options is kept.
+// The leading "-" makes the parser report each path where it stands, so that paths and options keep their order.
 constexpr const char* shortOptions = "-a:t:e:knvfb:";
 constexpr int pathFound = 1;
 
@@ -41,7 +41,7 @@ constexpr bool hasShortForm(const option& entry) {
   return entry.val < code(LongOnly::sequence);
 }
 
-// True for a letter of the short options, with an argument where it should have one.
+// True for a letter of the short options that takes an argument exactly when `argument` says so.
 constexpr bool isShortOption(int letter, int argument) {
   const std::string_view letters = std::string_view(shortOptions).substr(1);
   const std::size_t found = letters.find(static_cast<char>(letter));
@@ -49,7 +49,7 @@ constexpr bool isShortOption(int letter, int argument) {
   return letters.substr(found + 1).starts_with(':') == (argument == required_argument);
 }
 
-// The short options and the long ones that have a short form are the same, so that the long ones tell all.
+// Every short option is also in the table of long options, so that this table lists all options.
 constexpr bool tablesAgree() {
   std::size_t shortForms = 0;
   for (const option& entry : longOptions) {
@@ -63,7 +63,7 @@ constexpr bool tablesAgree() {
 }
 static_assert(tablesAgree());
 
-// The first path is the source, whatever becomes of it; every later one is a destination.
+// The first path is the source, even if it is not understood. Every later one is a destination.
 void takePath(CommandLine& line, bool& sourceSeen, const char* argument) {
   const std::optional<platform::FileURL> url = platform::FileURL::fromArgument(argument);
   if (sourceSeen) {
@@ -118,8 +118,7 @@ void takeOption(CommandLine& line, int option, const char* argument) {
       line.externalHash = argument;
       break;
     default:
-      // "-c", "-b VALUE", unknown options and options without their argument: older callers give them, nothing is
-      // meant.
+      // "-c", "-b VALUE", unknown options and options without their argument: older callers still give them.
       break;
   }
 }

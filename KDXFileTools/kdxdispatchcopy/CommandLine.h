@@ -11,7 +11,7 @@
 #include "KDXFileTools/kdxdispatchcopy/KDXVerificationOptions.h"
 #include "platform/FileURL.h"
 
-// What the command line asks for, and nothing done about it yet. A plain value.
+// What the command line asks for. A plain value.
 struct CommandLine {
   int32_t verificationOptions =
       KDXVerificationOptionHashDuringCopy | KDXVerificationOptionVerifySource | KDXVerificationOptionVerifyDestinations;
@@ -25,20 +25,20 @@ struct CommandLine {
   bool skipFlush = false;
   std::optional<int64_t> expectedFilesize;  // bytes
   std::optional<std::string> algorithmWord;
-  std::optional<std::string> externalHash;  // the bytes as given: a check that was asked for must not get lost
+  std::optional<std::string> externalHash;  // the bytes as given, valid or not: the check is never skipped
 };
 
 // Parses the arguments of the process. Options may stand anywhere among the paths and may be shortened as
-// getopt_long_only(3) allows; one that is unknown or lacks its argument is passed over. A path that is not UTF-8 is
-// none. Uses the parser's global state: one call at a time.
+// getopt_long_only(3) allows. Unknown options, options without their argument and paths that are not UTF-8 are ignored.
+// Uses the parser's global state: one call at a time.
 CommandLine parseCommandLine(int argc, char* const* argv);
 
 // An option as it is written on a command line.
 struct CommandLineOption {
-  std::string_view longName;  // behind one dash or two
-  char shortName = '\0';      // behind one dash, alone or in a cluster; none for some
+  std::string_view longName;  // after one dash or two
+  char shortName = '\0';      // after one dash, alone or in a cluster; '\0': the option has none
   bool takesArgument = false;
 };
 
-// Every option that the parser knows: what the manual page and the shells' completions have to offer.
+// Every option that the parser knows. The manual page and the shells' completions offer the same ones.
 std::vector<CommandLineOption> commandLineOptions();

@@ -6,9 +6,9 @@
 #include "KDXFileTools/kdxdispatchcopy/ProgressClock.h"
 #include "platform/FileURL.h"
 
-// Lines of output that the jobs for one file and for a sequence have in common. They are queued, not waited for.
+// Lines of output that the jobs for one file and for a sequence have in common. The functions queue a line and return.
 
-// "INFO: <what> speed ..." for the bytes handled since the start, in decimal megabytes.
+// "INFO: <what> speed ...", for the bytes handled since `start`, in decimal megabytes.
 void queueSpeedLine(std::string_view what, uint64_t bytes, ProgressClock::Clock::time_point start);
 
 // The line of a destination that is not read back.

@@ -8,7 +8,7 @@ void DestinationsWriter::writeToAll(std::vector<platform::OutputFile>& destinati
     _queue.apply(writes, [&](std::size_t index) { write(destinations, index, bytes); });
     return;
   }
-  // The last piece of work is done on the calling thread.
+  // apply runs the last iteration on the calling thread.
   _queue.apply(writes + 1, [&](std::size_t index) {
     if (index == writes) {
       digest();

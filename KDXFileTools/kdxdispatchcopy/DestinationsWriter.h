@@ -10,25 +10,25 @@
 #include "platform/ConcurrentQueue.h"
 #include "platform/OutputFile.h"
 
-// What becomes of a write that took less than it was given: the read-back or the check of sizes finds it, or nothing does and
-// it has to end the run.
+// What a short write means: either the read-back or the size check will find it, or no later check would, and it must end
+// the run.
 enum class ShortWrite { isFoundLater, isFailure };
 
-// Takes the buffers of a copy, one after the other, to all destinations and into the digests.
+// Writes the buffers of a copy, one after the other, to all destinations, and digests them.
 class DestinationsWriter {
  public:
-  // Called with the position of a destination that refused bytes and with what its write returned, on any thread; does not
-  // return.
+  // Called on any thread with the position of the destination whose write failed, and with the value that the write
+  // returned. Does not return.
   using FailedWrite = std::function<void(std::size_t, int64_t)>;
 
-  // The queue must outlive the writer. Meanwhile its threads do nothing else but what `digest` gives them.
+  // The queue must outlive the writer. Until then it runs only the writer's tasks and those that `digest` queues.
   DestinationsWriter(platform::ConcurrentQueue& queue, ShortWrite shortWrite, FailedWrite endForFailedWrite)
       : _queue(queue), _shortWrite(shortWrite), _endForFailedWrite(std::move(endForFailedWrite)) {}
 
-  // Writes the bytes to all destinations and digests them, all side by side on the queue and the calling thread, and returns
-  // when all is done: the bytes are then the caller's again. So few that they are not worth a thread are digested first.
+  // Writes the bytes to all destinations on the queue while it digests them on the calling thread. Returns when all of this
+  // is done; the bytes are then the caller's again. Up to notWorthAThread bytes are digested before they are written.
   // To be called on one thread at a time.
-  //   digest   called once, on the calling thread: mostly the longest work, it does not wait for a thread to wake
+  //   digest   called once, on the calling thread: it is mostly the longest work, and need not wait for a thread to wake
   void writeToAll(std::vector<platform::OutputFile>& destinations, std::span<const std::byte> bytes,
                   const std::function<void()>& digest) const;
 

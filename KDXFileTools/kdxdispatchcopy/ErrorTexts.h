@@ -1,11 +1,11 @@
 #pragma once
 
-// The texts of errors, formats of {fmt}: descriptions, or the line before the process ends.
+// The texts of errors, as formats of {fmt}: descriptions of errors, or the line that is printed before the process ends.
 namespace ErrorText {
 
 inline constexpr const char* externalHashDiffers = "INFO: external hash: {} but got hash: {}.";
 inline constexpr const char* bytesCopiedDiffer = "the expected filesize ({}) is not the number of bytes copied ({})";
-// The last number is that of the bytes copied, not the size found: it tells a short write from a short source.
+// The last number is that of the bytes copied, not the size found: it shows whether a write or the source was short.
 inline constexpr const char* sizeOnDiskDiffers =
     "the expected filesize ({}) is not the number of bytes for file {} ({})";
 inline constexpr const char* destinationDigestDiffers = "INFO: expected hash: {} but got hash: {}.";

@@ -4,8 +4,8 @@
 
 #include "KDXFileTools/kdxdispatchcopy/ErrorTexts.h"
 
-// Statuses with which the process ends. Those of failed phases are the codes of their errors. A platform error's code is the
-// errno value, which then is the status.
+// Statuses with which the process ends. The status of a failed phase is the code of its error. If that is an error of the
+// platform, the code is an errno value.
 namespace ExitStatus {
 
 inline constexpr int success = 0;
@@ -24,15 +24,15 @@ inline constexpr int assertionFailed = 134;  // 128 and the number of the signal
 
 }  // namespace ExitStatus
 
-// What a status says, and the text that goes with it: the description of the error, or the line before the end. Texts are
-// formats of {fmt}; none where nothing is said, or where the line depends on what failed.
+// What a status means, and its text: the description of the error, or the line that is printed before the process ends.
+// Texts are formats of {fmt}; empty where nothing is printed, or where the line depends on what failed.
 struct ExitStatusText {
   int status;
   const char* meaning;
   const char* text;
 };
 
-// All statuses, in order. Managing applications tell the causes apart by them.
+// All statuses, in order. Managing applications recognise the cause of a failure by its status.
 inline constexpr std::array exitStatuses{
     ExitStatusText{ExitStatus::success, "every destination is complete, proved as asked for, in place and flushed", ""},
     ExitStatusText{ExitStatus::failure,

@@ -8,7 +8,7 @@
 
 namespace {
 
-// Digest texts have no other letters than those of ASCII.
+// Digest texts have only ASCII letters.
 std::string lowerCased(std::string text) {
   std::ranges::transform(text, text.begin(),
                          [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });

@@ -3,16 +3,16 @@
 #include <cstdint>
 #include <string_view>
 
-// The text of a digest from elsewhere: "NAME:HEX", with one colon and something behind it.
+// The text of a digest from elsewhere: "NAME:HEX". It has exactly one colon, and something follows it.
 struct ExternalHash {
   enum class Form { understood, notTwoParts, unknownName };
 
   Form form = Form::notTwoParts;
-  uint32_t algorithm = 0;  // that of the name, where the text is understood
+  uint32_t algorithm = 0;  // that of the name; 0 if the text is not understood
 
-  // The digits are not looked at: any that are not the digest's differ when it is known.
+  // The digits are not checked here: wrong ones differ from the digest later.
   static ExternalHash fromText(std::string_view text);
 };
 
-// True when the text of a digest from elsewhere is that of this digest. Upper-case and lower-case letters are the same.
+// True when both texts name the same digest. Upper-case and lower-case letters count as the same.
 bool isSameHash(std::string_view externalText, std::string_view digestString);

@@ -16,7 +16,7 @@ constexpr const char* usage =
 
 struct Phase {
   bool (KDXDispatchCopy::*run)(platform::ErrorPlace);
-  const char* failureLine;  // null: the phase has said what there is to say
+  const char* failureLine;  // null: the phase prints its own
 };
 
 constexpr std::array phases{
@@ -48,7 +48,7 @@ std::shared_ptr<KDXDispatchCopy> makeJobForSource(const CommandLine& line) {
   return KDXDispatchCopy::initWithSourceURL(line.source);
 }
 
-// A size of 0 may be a pipe's, or a device's, with any number of bytes to come.
+// Pipes and devices report a size of 0, whatever number of bytes follows.
 bool isNotWorthAThread(const CommandLine& line) {
   if (!line.source || line.isSequence) return false;
   const uint64_t size = filesizeCFI(*line.source).value_or(0);
@@ -63,7 +63,7 @@ std::shared_ptr<KDXDispatchCopy> makeJob(const CommandLine& line) {
   if (!theCopier) return nullptr;
   for (const platform::FileURL& destination : line.destinations) theCopier->addDestinationURL(destination);
   theCopier->setExpectedFilesize(line.expectedFilesize);
-  // Without a digest the word is not looked at, whatever it is: callers keep giving one beside -n.
+  // Without a digest the word is ignored, even an unknown one: callers give one together with -n.
   if ((line.verificationOptions & KDXVerificationOptionHashDuringCopy) != 0) {
     const std::string word = line.algorithmWord.value_or("md5");
     const std::optional<uint32_t> algorithm = digestAlgorithmFromWord(word);
@@ -104,7 +104,7 @@ void runFrontEnd(int argc, char* const* argv) {
     platform::systemLog(usage);
     platform::endProcess(ExitStatus::failure);
   }
-  // Ends here, with the job still alive: what a failed phase left at work may go on using it until the process is gone.
+  // The job is still alive when the process ends: read-backs that a failed phase left running may go on using it.
   std::optional<platform::Error> error;
   platform::endProcess(runJob(theCopier, &error));
 }

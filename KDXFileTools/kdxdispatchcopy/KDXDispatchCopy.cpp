@@ -126,7 +126,7 @@ std::vector<OutputFile> KDXDispatchCopy::createTemporaryDestinations() {
 
 uint64_t KDXDispatchCopy::streamSourceInto(std::vector<OutputFile>& destinations,
                                            ProgressClock::Clock::time_point start) {
-  uint64_t bytesCopied = 0;  // changed on _readQ alone until done
+  uint64_t bytesCopied = 0;  // changed on _readQ only, until `done`
   ProgressClock progress(progressInterval, start);
   const DestinationsWriter writer(_destinationsQ, becomesOfShortWrite(),
                                   [this](std::size_t index, int64_t result) { endForFailedWrite(index, result); });
@@ -161,7 +161,7 @@ bool KDXDispatchCopy::checksSizesOnDisk() const {
 }
 
 void KDXDispatchCopy::endForFailedWrite(std::size_t /*destination*/, int64_t result) const {
-  // No newline, and the value of the write instead of its reason: managing applications know this line.
+  // No newline, and the value that write returned instead of the reason: managing applications know this line.
   platform::printAndWait("write failed: {}", result);
   platform::endProcess(ExitStatus::writeFailed);
 }

@@ -14,7 +14,7 @@ bool KDXDispatchCopy::moveFilesInPlace(ErrorPlace error) {
   startMoving();
   for (std::size_t index = 0; index < _destinationURLs.size(); ++index) {
     const FileURL& temporaryURL = _destinationURLs[index];
-    // A job that did not copy has created nothing, and moves what is there.
+    // A job that has not copied created nothing, and moves whatever file is there.
     const bool isMoved = index < _createdFiles.size()
                              ? moveCreated(_createdFiles[index], _pinnedFiles[index], temporaryURL, error)
                              : move(temporaryURL, error);
@@ -51,7 +51,7 @@ bool KDXDispatchCopy::move(const FileURL& temporaryURL, ErrorPlace error) {
 }
 
 bool KDXDispatchCopy::movePinned(const platform::PinnedFile& item, const FileURL& temporaryURL, ErrorPlace error) {
-  // With nothing to put in its place nothing is removed.
+  // Without a file to put in its place, the existing file is not removed.
   if (item.standsAt(temporaryURL.path()) != true) return false;
   const FileURL finalURL = temporaryURL.deletingPathExtension();
   if (_forceOverwrite && !removeReplacedFile(finalURL, error)) {
@@ -61,7 +61,7 @@ bool KDXDispatchCopy::movePinned(const platform::PinnedFile& item, const FileURL
   }
   std::optional<platform::Error> failure;
   if (platform::moveItem(item, temporaryURL.path(), finalURL.path(), &failure)) return true;
-  // Only a taken name is reported; other reasons leave the caller's place as it was, and the run ends with status 1.
+  // Only a taken name is reported. For any other reason the caller's place stays as it was, and the run ends with status 1.
   if (failure && failure->code == EEXIST) {
     platform::fail(error, copyError(ExitStatus::finalNameTaken, std::nullopt, temporaryURL.path()));
   }

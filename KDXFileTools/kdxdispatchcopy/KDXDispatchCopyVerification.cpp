@@ -54,7 +54,7 @@ bool KDXDispatchCopy::runCheck(bool (KDXDispatchCopy::*check)(ErrorPlace), Error
 }
 
 void KDXDispatchCopy::readSourceBack(ErrorPlace error) {
-  // Numbered behind the destinations, which are 1 to n.
+  // The destinations are 1 to n, the source comes after them.
   const std::size_t number = _destinationURLs.size() + 1;
   std::optional<platform::Error> failure;
   if (verifyURL(*_sourceURL, &failure)) {
@@ -83,7 +83,7 @@ void KDXDispatchCopy::readDestinationBack(const FileURL& temporaryURL, std::size
   printDescription(failure);
   const int64_t code = failure ? failure->code : 0;
   if (code == ExitStatus::destinationDigestDiffers) {
-    // The temporary name: that is where the damaged file can be looked at.
+    // With the temporary name, where the damaged file can be looked at.
     platform::printAndWait("ERROR: verify of destination file #{} ({}) failed, wrong hash.\n", index + 1,
                            temporaryURL.path());
   }
@@ -115,7 +115,7 @@ bool KDXDispatchCopy::performExternalHashVerification(ErrorPlace error) {
   const std::string digest = context ? context->digestString() : "(null)";
   if (isSameHash(*_externalHash, digest)) return true;
   const std::string description = fmt::format(ErrorText::externalHashDiffers, *_externalHash, digest);
-  // The caller prints the description once more; managing applications expect the line twice.
+  // The caller prints the description again; managing applications expect the line twice.
   platform::printAndWait("{}\n", description);
   return platform::fail(error, copyError(ExitStatus::externalHashDiffers, description));
 }
@@ -153,7 +153,7 @@ bool KDXDispatchCopy::finishVerification(ErrorPlace error) {
     const platform::MutexLock lock(_lock);
     if (_verificationError) return platform::fail(error, *_verificationError);
   }
-  // The size of the source once, however many files were read back.
+  // The size of one file, however many files were read back.
   if (_verbose && !skipVerification()) queueSpeedLine("verification", _sourceFileSize, _verificationStartTime);
   return true;
 }

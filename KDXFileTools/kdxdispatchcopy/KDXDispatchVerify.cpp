@@ -28,7 +28,7 @@ std::shared_ptr<KDXDigestContext> KDXDispatchVerify::calculateDigest(platform::E
 std::shared_ptr<KDXDigestContext> KDXDispatchVerify::verifyURL(const platform::FileURL& file, uint32_t algorithm,
                                                                platform::ErrorPlace /*error*/) {
   std::shared_ptr<KDXDigestContext> context = KDXDigestContext::contextWithAlgorithm(algorithm);
-  // Reports may be queued after this call has returned: they own what they use.
+  // Reports may run after this call has returned, so they own what they use.
   const auto report = [clock = std::make_shared<ProgressClock>(_progressResportingTI),
                        block = _progressBlock](uint64_t bytesRead) {
     if (block && clock->isDue()) block(bytesRead);
@@ -39,7 +39,7 @@ std::shared_ptr<KDXDigestContext> KDXDispatchVerify::verifyURL(const platform::F
   uint64_t bytesRead = 0;
   platform::SerialQueue verifyQueue("verify");
   KDXReadFile(file.path(), verifyQueue, [&](bool isLast, const std::byte* bytes, int64_t length, int32_t) {
-    // The bytes of a failed read are none.
+    // A failed read has a length of -1 and no bytes.
     if (length < 0) _readFailed = true;
     const uint64_t count = length < 0 ? 0 : static_cast<uint64_t>(length);
     if (context) context->update(bytes, count);

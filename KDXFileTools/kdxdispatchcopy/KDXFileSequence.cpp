@@ -13,7 +13,7 @@ namespace {
 
 constexpr char16_t hash = u'#';
 
-// A width or precision that no path can have; formatting it would only use up memory.
+// In characters. Formatting a longer width or precision would only use up memory.
 constexpr uint64_t longestPath = 4096;
 
 template <typename IsStripped>
@@ -21,8 +21,8 @@ void stripTrailing(std::u16string& text, IsStripped isStripped) {
   while (!text.empty() && isStripped(text.back())) text.pop_back();
 }
 
-// The number at the start of the text: white space, an optional sign, ASCII digits. Beyond 32 bits it stays at the limit; no
-// digits are 0.
+// The number at the start of the text: white space, an optional sign, ASCII digits. A number beyond 32 bits becomes the
+// limit. Without digits it is 0.
 int32_t intValue(std::u16string_view text) {
   constexpr int64_t largest = std::numeric_limits<int32_t>::max();
   constexpr int64_t smallest = std::numeric_limits<int32_t>::min();
@@ -40,7 +40,7 @@ int32_t intValue(std::u16string_view text) {
 // True when a directive of the pattern asks for more characters than a path has.
 bool asksForTooMuch(std::string_view pattern) {
   for (std::size_t percent = pattern.find('%'); percent != std::string_view::npos;) {
-    // "%%" is a directive by itself: what follows it is plain text.
+    // "%%" is a whole directive; plain text follows.
     if (pattern.substr(percent).starts_with("%%")) {
       percent = pattern.find('%', percent + 2);
       continue;
@@ -78,8 +78,8 @@ std::shared_ptr<const KDXFileSequence> KDXFileSequence::initWithIdentifier(std::
   return sequence;
 }
 
-// The character at index 0 is never looked at: when all before the last "#" are hashes too, there are no digits. Callers
-// rely on the names that follow from it.
+// The loop never reaches the character at index 0: if the text is all hashes up to the last "#", the number of digits is 0.
+// Callers rely on the names that this gives.
 void KDXFileSequence::countDigits(const std::u16string& identifier, std::size_t lastHash) {
   for (std::size_t position = lastHash; position >= 1; --position) {
     if (identifier[position] == hash) continue;
@@ -93,8 +93,8 @@ void KDXFileSequence::parseRange(const std::u16string& identifier, std::size_t l
   const auto numberBehind = [&identifier](const std::u16string& head) {
     return intValue(std::u16string_view(identifier).substr(head.size()));
   };
-  // Leaves out the run of hashes and the one character before it, the separator, whatever it is. A digit of the end frame in
-  // its place is not lost, since numbers are read from the whole identifier.
+  // Leaves out the run of hashes and the one character before it, the separator, whatever it is. If that is a digit of the
+  // end frame, the digit still counts, because numbers are read from the whole identifier.
   std::u16string head = identifier.substr(0, lastHash - static_cast<std::size_t>(mNumberOfDigits));
   stripTrailing(head, isDecimalDigit);
   mEndFrameInclusive = numberBehind(head);

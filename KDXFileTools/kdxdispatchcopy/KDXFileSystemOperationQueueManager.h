@@ -7,9 +7,9 @@
 #include "platform/Mutex.h"
 #include "platform/OperationQueue.h"
 
-// Hands out one serial operation queue per file, so that what is read back of one file comes one after the other while
-// other files are read back at the same time. The key is the URL exactly as given: no volume or directory is derived
-// from it. One for the process, with its queues, and never destroyed. Any thread may call it.
+// Gives each file a serial operation queue of its own: the read-backs of one file run one after the other, those of
+// different files at the same time. The key is the URL exactly as given, not its volume or directory. There is one manager
+// for the process; it and its queues are never destroyed. Any thread may call it.
 class KDXFileSystemOperationQueueManager {
  public:
   static KDXFileSystemOperationQueueManager& sharedOperationQueueManager();
@@ -20,20 +20,19 @@ class KDXFileSystemOperationQueueManager {
   KDXFileSystemOperationQueueManager(const KDXFileSystemOperationQueueManager&) = delete;
   KDXFileSystemOperationQueueManager& operator=(const KDXFileSystemOperationQueueManager&) = delete;
 
-  // The queue for the URL, made at the first request. It lives as long as the process.
+  // The queue for the URL, made at the first request.
   std::shared_ptr<platform::OperationQueue> operationQueueForURL(const platform::FileURL& file);
 
   // Queues the operation on the queue for the URL and returns; see OperationQueue.
   void addOperationForURL(const platform::FileURL& file, platform::Task operation);
 
-  // Returns when no queue has an operation left.
+  // Returns when every queue is empty.
   void waitUntilAllOperationQueuesAreFinished();
 
  private:
   KDXFileSystemOperationQueueManager() = default;
 
-  // Guards _operationQueues and, the exception to the rule, is held while waiting: an operation must not ask for a
-  // queue.
+  // Unlike other locks it is held while waiting, so an operation must not ask for a queue.
   platform::RecursiveMutex _lock;
   std::map<platform::FileURL, std::shared_ptr<platform::OperationQueue>> _operationQueues KDX_GUARDED_BY(_lock);
 };

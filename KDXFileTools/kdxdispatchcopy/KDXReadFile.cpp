@@ -26,7 +26,7 @@ constexpr int64_t MiB = 1'048'576;
 platform::InputFile _openForRead(const std::string& path) {
   std::optional<platform::InputFile> file = platform::InputFile::open(path);
   if (!file) endForUnreadableFile(path);
-  // Standard input's number means that standard input was closed: nothing else in the process expects a file there.
+  // Descriptor 0 means that standard input was closed. The rest of the process does not expect a file there.
   if (file->descriptor() == 0) platform::assertionFailed("fd > 0 && @\"invalid fd\"", "_openForRead");
   return std::move(*file);
 }
@@ -47,7 +47,7 @@ std::size_t bufferSizeOfThisProcess() {
   return size;
 }
 
-// One reading call: its buffers, and where its data goes.
+// One call of KDXReadFile or KDXReadFiles: its buffers, and where its data goes.
 class BufferedReader {
  public:
   BufferedReader(const std::shared_ptr<ReadBuffers>& buffers, platform::DispatchQueue& queue,
@@ -56,7 +56,7 @@ class BufferedReader {
         _queue(queue),
         _dataBlock(std::make_shared<const KDXReadFileDataBlock>(std::move(dataBlock))) {}
 
-  // Issues all reads of the file; the callbacks of the last two may be pending when it returns.
+  // Issues all reads of the file. The callbacks of the last two may still be pending when it returns.
   void readToEnd(platform::InputFile file) {
     bool isLast = false;
     while (!isLast) {

@@ -19,7 +19,7 @@ using platform::OutputFile;
 
 namespace {
 
-// Of an index whose path was made before. A job that copies again lists the same files again.
+// `index` must be valid: its path was made before. A job that copies again lists the same files again, hence the modulus.
 platform::FileURL sourceFile(const KDXFileSequence& sequence, std::size_t index) {
   return platform::FileURL(sequence.filenameForIndex(index % sequence.duration()).value());
 }
@@ -59,7 +59,7 @@ class KDXSequenceCopy::FrameStream {
     if (_job.hasOption(KDXVerificationOptionHashDuringCopy)) startDigests();
     if (_job._destinationSequencePaths.empty()) return;
     const std::string name = source.lastPathComponent();
-    // Frames that differ in a folder's name alone would all be written to one file.
+    // If the frames differ only in the name of a folder, all of them would be written to one file.
     if (name == std::exchange(_previousName, name)) platform::endProcess(ExitStatus::temporaryFileNotCreated);
     TemporaryFileMaker maker(source, _job._sourceIdentities);
     for (FileList& files : _job._destinationSequencePaths) {
@@ -85,7 +85,7 @@ class KDXSequenceCopy::FrameStream {
     if (isLast) endFile();
   }
 
-  // Ends the digests of the sequence and hands what was gathered to the job.
+  // Finalises the digests of the sequence and gives the job the digests of the files.
   void endSequence() {
     if (_job._sourceDigestContext) _job._sourceDigestContext->updateAndFinalizeFromString(_digestList);
     if (_job._externalDigestContext) _job._externalDigestContext->updateAndFinalizeFromString(_externalDigestList);
@@ -128,7 +128,7 @@ class KDXSequenceCopy::FrameStream {
     return [this](std::size_t index, int64_t result) { _job.endForFailedWrite(index, result); };
   }
 
-  // A frame that can't be read must not become a frame that is short: nothing of it is written, and the run ends.
+  // A frame that can't be read must not become a short frame, so the run ends before more of it is written.
   [[noreturn]] void endForUnreadableFrame(int64_t result) const {
     if (!_destinations.empty()) _job.endForFailedWrite(0, result);
     platform::endProcess(ExitStatus::sourceReadFailed);
@@ -171,7 +171,7 @@ bool KDXSequenceCopy::doTheCopyWork(ErrorPlace /*error*/) {
 
 bool KDXSequenceCopy::listSourceFiles() {
   const bool sizesAreMeasured = _sourceFileSize == 0 && !hasOption(KDXVerificationOptionSkipFileSizeCheck);
-  // A size from the command line is that of one file, and it is not multiplied: callers who give it know one file's size.
+  // A size from the command line is used as it is, not multiplied by the number of files: callers give the size of one file.
   if (!sizesAreMeasured) _totalBytesExpectedToCopy = _sourceFileSize;
   _expectedFileSizes.clear();
   const uint64_t count = _sourceSequence->duration();
@@ -227,13 +227,13 @@ bool KDXSequenceCopy::moveFilesInPlace(ErrorPlace error) {
   return true;
 }
 
-// One sync of each file system instead of one of each file, where the file system can do that.
+// Syncs each file system once instead of each file, where the file system can do that.
 void KDXSequenceCopy::makeTemporaryFilesPermanent() {
   std::set<uint64_t> synced;
   for (const FileList& files : _destinationSequencePaths) {
     if (files.empty()) continue;
     const std::string first = files.front().path();
-    // One that can't be told from the others is synced in any case.
+    // A file system that can't be identified is synced in any case.
     const std::optional<platform::FileIdentity> identity = platform::identityOfFile(first);
     if (identity && synced.contains(identity->device)) continue;
     const std::optional<int> result = platform::makeFileSystemPermanent(first);
@@ -259,7 +259,7 @@ void KDXSequenceCopy::collectNeededFiles(platform::FileIdentities& files) const 
   for (const FileList& destination : _destinationSequencePaths) addIdentities(destination, files);
 }
 
-// A sequence without files has none to flush; callers know the line that comes of it.
+// A sequence without files has no file to flush. Callers know the line that this gives.
 bool KDXSequenceCopy::flushNothing() const {
   const int result = platform::fullSyncOfNothing();
   if (result != 0) endForFailedSync("(null)", result);

@@ -11,11 +11,11 @@
 #include "KDXFileTools/kdxdispatchcopy/KDXFileSequence.h"
 
 // Copies every file of a numbered sequence to any number of folders in one pass over the source, with the phases of the
-// single-file job. Each file has a digest of its own; the digest of the sequence is that of their bare hex texts, joined in
+// single-file job. Each file has its own digest. The digest of the sequence is the digest of their bare hex texts, joined in
 // frame order.
 //
-// A destination names a path inside the folder that the files go to: its last component is dropped, whatever it is, and the
-// files keep the names of their sources.
+// A destination is a path inside the folder that the files go to: its last component is dropped, whatever it is. The files
+// keep the names of their sources.
 class KDXSequenceCopy final : public KDXDispatchCopy {
  public:
   static std::shared_ptr<KDXSequenceCopy> initWithFileSequence(std::shared_ptr<const KDXFileSequence> sequence);
@@ -29,21 +29,22 @@ class KDXSequenceCopy final : public KDXDispatchCopy {
   bool performFileSizeCheck(ErrorPlace error) override;
   bool performExternalHashVerification(ErrorPlace error) override;
 
-  // Reads the source files and those of all destinations back with KDXVerificationOptionVerifySource;
-  // KDXVerificationOptionVerifyDestinations changes nothing here, on which callers rely.
+  // Reads back the source files and those of all destinations if KDXVerificationOptionVerifySource is set.
+  // KDXVerificationOptionVerifyDestinations changes nothing here; callers rely on that.
   bool startVerification(ErrorPlace error) override;
 
-  // Reads one list of files back on the calling thread and compares each with the digest that its source had while it was
-  // copied. A mismatch is recorded for finishVerification, and the next file is read all the same.
-  //   loggingIndex   the destination's number, counted from 1; for the source files the complement of how many there are
+  // Reads back one list of files on the calling thread and compares each digest with that of its source during the copy. A
+  // mismatch is recorded for finishVerification, and the next file is still read.
+  //   loggingIndex   the destination's number, counted from 1; for the source files the bitwise complement of the number of
+  //                  destinations
   //   error          never written
-  // False when a file differs, or when the list is not as long as the source's, which is then not read.
+  // False when a file differs. Also false, without reading, when the list is not as long as that of the source.
   bool verifyFiles(const FileList& files, int64_t loggingIndex, ErrorPlace error);
 
-  // Moves all files of the first destination, then those of the next.
+  // Moves all files of the first destination, then those of the next one.
   bool moveFilesInPlace(ErrorPlace error) override;
 
-  // Makes the last file of each destination permanent, and with its folder the names of all.
+  // Syncs the last file of each destination, and its folder, which makes the names of all files permanent.
   bool flushFilesystem(ErrorPlace error) override;
 
   [[nodiscard]] const FileList& sourcePaths() const { return _sourcePaths; }
@@ -73,12 +74,12 @@ class KDXSequenceCopy final : public KDXDispatchCopy {
   uint64_t _totalFileCount = 0;
   uint64_t _totalBytesExpectedToCopy = 0;
   std::shared_ptr<const KDXFileSequence> _sourceSequence;
-  std::vector<std::shared_ptr<KDXDigestContext>> _sourceDigests;  // one per file; none without digests during the copy
-  platform::FileIdentities _sourceIdentities;       // the files behind _sourcePaths, as far as they are there
-  FileList _sourcePaths;                            // in frame order
-  std::vector<FileList> _destinationSequencePaths;  // per destination, temporary names in frame order
-  std::vector<std::vector<platform::FileStamp>> _createdFiles;  // of those, what the copy created
-  std::vector<uint64_t> _expectedFileSizes;                     // bytes, in frame order
-  // The external hash in the other byte order of XXHash64, which some managing applications hand over.
+  std::vector<std::shared_ptr<KDXDigestContext>> _sourceDigests;  // one per file; empty without digests during the copy
+  platform::FileIdentities _sourceIdentities;                     // of the files of _sourcePaths that exist
+  FileList _sourcePaths;                                          // in frame order
+  std::vector<FileList> _destinationSequencePaths;                // per destination, temporary names in frame order
+  std::vector<std::vector<platform::FileStamp>> _createdFiles;    // per destination, the files that the copy created
+  std::vector<uint64_t> _expectedFileSizes;                       // bytes, in frame order
+  // For an external hash in the other byte order of XXHash64, which some managing applications give.
   std::shared_ptr<KDXDigestContext> _alternativeExternalDigestContext;
 };

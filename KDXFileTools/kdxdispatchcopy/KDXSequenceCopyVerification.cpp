@@ -45,14 +45,14 @@ bool KDXSequenceCopy::destinationFileHasSize(const FileURL& temporaryURL, uint64
     queueCompletedLine(temporaryURL, SizeCheck::skipped);
     return true;
   }
-  // The line comes for a file of another size too; what counts for callers is the error.
+  // The line is printed even if the size differs; callers look at the error.
   queueCompletedLine(temporaryURL, SizeCheck::made);
   if (filesizeCFI(temporaryURL) == expected) return true;
   return platform::fail(error, wrongSizeOnDisk(temporaryURL.path(), expected, _bytesHashed));
 }
 
 bool KDXSequenceCopy::performExternalHashVerification(ErrorPlace error) {
-  // Only what was fed with frames can prove them.
+  // Only digests that were fed with the frames count.
   const bool hasAlternative =
       _alternativeExternalDigestContext && _externalDigestContext && hasOption(KDXVerificationOptionHashDuringCopy);
   const bool isAlternative = externalHash() && hasAlternative &&
@@ -75,12 +75,12 @@ bool KDXSequenceCopy::startVerification(ErrorPlace error) {
       self->verifyFiles(self->_destinationSequencePaths[index], static_cast<int64_t>(index) + 1, error);
     });
   }
-  // A list may have failed by now, but whether it has is a matter of pace: finishVerification tells the outcome, so that a
+  // A list may have failed already, depending on the pace of the threads. Only finishVerification reports it, so that a
   // destination that differs always ends with the same status.
   return true;
 }
 
-// One list that is read back, fed by the reader on the list's own queue, one file after the other.
+// The read-back of one list. The reader feeds it on the list's own queue, one file after the other.
 class KDXSequenceCopy::ListVerification {
  public:
   ListVerification(KDXSequenceCopy& job, int64_t loggingIndex)
@@ -95,7 +95,7 @@ class KDXSequenceCopy::ListVerification {
   }
 
   void takeData(bool isLast, const std::byte* bytes, int64_t length) {
-    // A frame that can't be read to its end differs, whatever was read of it.
+    // A frame that can't be read to its end counts as different.
     if (length < 0) _digest = nullptr;
     const uint64_t count = length < 0 ? 0 : static_cast<uint64_t>(length);
     if (_digest) _digest->update(bytes, count);
@@ -128,7 +128,7 @@ class KDXSequenceCopy::ListVerification {
   }
 
   [[nodiscard]] std::string resultLine(std::string_view result) const {
-    // A plain test of the last characters: a source file may end with them too.
+    // A plain test of the last characters, which the name of a source file may have too.
     const bool hasTemporaryName = _file->path().ends_with(temporaryExtension);
     return fmt::format("verify of {} file {} of {} of sequence #{} ({}) {}.\n", _kind, _fileIndex + 1,
                        _job._totalFileCount, _sequenceNumber,
@@ -143,7 +143,7 @@ class KDXSequenceCopy::ListVerification {
   bool _passed = true;
   uint64_t _bytesVerified = 0;
   std::size_t _fileIndex = 0;
-  std::optional<FileURL> _file;  // the one under way
+  std::optional<FileURL> _file;  // being read
   std::shared_ptr<KDXDigestContext> _digest;
 };
 

@@ -19,7 +19,7 @@ std::shared_ptr<KDXDigestContext> KDXSequenceVerify::calculateDigest(platform::E
   platform::SerialQueue verifyQueue("verify");
   std::string joined;
   std::shared_ptr<KDXDigestContext> file;
-  // Returns when every callback has returned, so there is nothing left to wait for.
+  // Returns when every callback has returned.
   KDXReadFiles(
       _fileURLs, verifyQueue,
       [&](const platform::FileURL&) {

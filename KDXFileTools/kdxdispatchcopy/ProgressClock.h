@@ -2,8 +2,8 @@
 
 #include <chrono>
 
-// Decides when the next progress line is due: when more than the interval has passed since the last one, or since the
-// clock was made. Reports that come earlier are dropped, not put off. Used by one thread or queue at a time.
+// Decides when the next progress line is due: when more than the interval has passed since the last line, or since the
+// clock was made. Earlier reports are dropped, not delayed. Used by one thread or queue at a time.
 class ProgressClock {
  public:
   using Clock = std::chrono::steady_clock;
@@ -11,7 +11,7 @@ class ProgressClock {
   explicit ProgressClock(double intervalSeconds, Clock::time_point start = Clock::now())
       : _interval(intervalSeconds), _lastReport(start) {}
 
-  // True when a report is due now, which then counts as made.
+  // True when a report is due now. It then counts as made.
   bool isDue(Clock::time_point now = Clock::now());
 
  private:
@@ -19,5 +19,5 @@ class ProgressClock {
   Clock::time_point _lastReport;
 };
 
-// The least time between two progress lines, in seconds.
+// Seconds between two progress lines, at least.
 inline constexpr double progressInterval = 0.5;

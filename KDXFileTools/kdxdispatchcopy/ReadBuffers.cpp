@@ -21,9 +21,9 @@ struct IdleBuffer {
 
 struct SharedMemory {
   platform::Mutex mutex;
-  std::condition_variable changed;                     // for calls that wait for the memory of others
+  std::condition_variable changed;                     // for calls that wait for memory of other calls
   std::size_t calls KDX_GUARDED_BY(mutex) = 0;         // reading calls under way
-  std::size_t callsWithout KDX_GUARDED_BY(mutex) = 0;  // those of them that hold no buffer at the moment
+  std::size_t callsWithout KDX_GUARDED_BY(mutex) = 0;  // reading calls that hold no buffer at the moment
   std::size_t buffersInUse KDX_GUARDED_BY(mutex) = 0;
   std::list<IdleBuffer> idle KDX_GUARDED_BY(mutex);
 };
@@ -34,7 +34,7 @@ SharedMemory& shared() {
   return *memory;
 }
 
-// Only memory of the size now asked for is kept: sizes hardly ever mix.
+// Idle memory of other sizes is freed, because sizes hardly ever mix.
 platform::PageAlignedMemory takeIdleOrAllocate(SharedMemory& shared, std::size_t size, std::size_t largestRead)
     KDX_REQUIRES(shared.mutex) {
   std::list<IdleBuffer>& idle = shared.idle;
@@ -45,7 +45,7 @@ platform::PageAlignedMemory takeIdleOrAllocate(SharedMemory& shared, std::size_t
   return memory;
 }
 
-// Whether a call that holds so many buffers of this size may take another.
+// Whether a call that holds `held` buffers of this size may take another one.
 bool mayTakeAnother(const SharedMemory& shared, std::size_t held, std::size_t size) KDX_REQUIRES(shared.mutex) {
   if (held == buffersPerCall) return false;
   const std::size_t most = std::max({leastSharedBuffers, sharedBytes / size, shared.calls});
@@ -90,7 +90,7 @@ std::shared_ptr<std::byte> ReadBuffers::next() {
             owner.idle.push_back({.size = self->_bufferSize, .memory = platform::PageAlignedMemory(bytes)});
             --owner.buffersInUse;
             if (--self->_held == 0) ++owner.callsWithout;
-            // Without the lock, which whoever is woken takes first.
+            // Unlocked first, because a woken thread takes the lock.
             giveBack.unlock();
             self->_givenBack.notify_one();
             owner.changed.notify_all();

@@ -5,12 +5,14 @@
 #include <limits>
 #include <memory>
 
-// The buffers of one reading call: at most two at a time, one being read into while the other is worked on. All calls
-// of the process share their memory, so that the number of files read back at once does not multiply it: each call can
-// always come by one buffer, and by its second while fewer than 50 MiB (or five buffers) are in use or claimed.
+// The buffers of one reading call: at most two at a time, one for reading into while the other is worked on. All calls of
+// the process share their memory, so that reading back many files at once does not multiply it. Each call always gets at
+// least one buffer. It gets a second one while fewer than 50 MiB (or five buffers) are in use or reserved for calls that
+// have none.
 class ReadBuffers : public std::enable_shared_from_this<ReadBuffers> {
  public:
-  // `bufferSize` in bytes; `largestRead` is how many of them will be filled at most, as far as that is known.
+  //   bufferSize    bytes
+  //   largestRead   bytes of a buffer that will be filled at most, if that is known
   static std::shared_ptr<ReadBuffers> make(std::size_t bufferSize, std::size_t largestRead = unknown);
   ~ReadBuffers();
   ReadBuffers(const ReadBuffers&) = delete;
@@ -18,8 +20,9 @@ class ReadBuffers : public std::enable_shared_from_this<ReadBuffers> {
 
   [[nodiscard]] std::size_t bufferSize() const { return _bufferSize; }
 
-  // Waits, without a time limit, for the next buffer: page-aligned, given back when the last copy of the pointer goes,
-  // on any thread. To be called by one thread; the holder of a buffer must not wait for another call's buffers.
+  // Waits, without a time limit, for the next buffer. It is page-aligned, and is given back when the last copy of the
+  // pointer is destroyed, on any thread. To be called by one thread. A thread that holds a buffer must not wait for the
+  // buffers of another call.
   std::shared_ptr<std::byte> next();
 
  private:
@@ -30,5 +33,5 @@ class ReadBuffers : public std::enable_shared_from_this<ReadBuffers> {
   const std::size_t _bufferSize;
   const std::size_t _largestRead;
   std::size_t _held = 0;               // guarded by the lock of the shared memory
-  std::condition_variable _givenBack;  // for this call alone, when it waits for one of its own
+  std::condition_variable _givenBack;  // one of this call's own buffers
 };

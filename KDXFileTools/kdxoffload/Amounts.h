@@ -10,7 +10,7 @@ namespace kdxoffload {
 std::string shownBytes(uint64_t bytes);
 // "12,940".
 std::string shownCount(uint64_t count);
-// "1 file", "12,940 files": for words that take an "s".
+// "1 file", "12,940 files": for nouns with a plural in "s".
 std::string shownCount(uint64_t count, std::string_view noun);
 
 }  // namespace kdxoffload

@@ -10,10 +10,10 @@
 
 namespace kdxoffload {
 
-// Jobs that are recorded together before the first of them starts, and closed together: either one job that flushes by
-// itself, or small ones that wait for one sync of every destination. A plain value.
+// Jobs that are recorded together before the first of them starts, and closed together: either one job that flushes its own
+// files, or small jobs that wait for one sync of every destination. A plain value.
 struct Batch {
-  // A job that has ended with 0, and what it left.
+  // A job that has ended with status 0, and its report.
   struct Finished {
     Job job;
     JobReport report;
@@ -29,7 +29,7 @@ struct Batch {
 
   [[nodiscard]] bool hasMore() const { return started < jobs.size(); }
   [[nodiscard]] bool isOver() const { return ended == jobs.size(); }
-  // Where the finished jobs were at work.
+  // All destinations of the finished jobs.
   [[nodiscard]] DestinationSet destinations() const {
     DestinationSet all;
     for (const Finished& done : finished) all = all.with(done.job.destinations);
@@ -37,10 +37,10 @@ struct Batch {
   }
 };
 
-// The plan's jobs in batches, in their order.
+// The jobs of the plan in batches, in the order of the plan.
 std::vector<Batch> batchesOf(const Plan& plan, const Listing& card);
 
-// Each file of each job by itself, as it is tried once more.
+// The batches for the second try: each file of each failed job is a job of its own.
 std::vector<Batch> retriesOf(const std::vector<Job>& failed);
 
 }  // namespace kdxoffload

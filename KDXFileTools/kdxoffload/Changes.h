@@ -7,7 +7,7 @@
 
 namespace kdxoffload {
 
-// Sentences about what became different, for a person. Of very many the first ones, and how many there are more.
+// Sentences about changes, for a person. If there are very many: the first ones, and the number of the others.
 class Changes {
  public:
   void add(std::string sentence);
@@ -20,8 +20,8 @@ class Changes {
   std::size_t _left = 0;
 };
 
-// What came to the card, went from it or changed on it between two listings: kind, size, time, mode, where a link leads,
-// what could not be listed, what was left out.
+// What was added to the card, removed from it or changed on it between two listings: kind, size, time, mode, target of a
+// link, what could not be listed, what was left out.
 Changes changesOfCard(const Listing& before, const Listing& after);
 
 }  // namespace kdxoffload

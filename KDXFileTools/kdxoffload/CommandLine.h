@@ -13,7 +13,7 @@ namespace kdxoffload {
 
 enum class Command : uint8_t { offload, status, history };
 
-// What the command line asks for, and nothing done about it yet. A plain value.
+// What the command line asks for. A plain value.
 struct CommandLine {
   Command command = Command::offload;
   std::string card{};                       // as given
@@ -45,12 +45,12 @@ std::variant<CommandLine, CommandLineAnswer> parseCommandLine(std::vector<std::s
 
 // An option as it is written on a command line.
 struct CommandLineOption {
-  std::string longName{};   // behind two dashes; none for some
-  std::string shortName{};  // behind one dash; none for most
+  std::string longName{};   // after two dashes; empty for some
+  std::string shortName{};  // after one dash; empty for most
   bool takesArgument = false;
 };
 
-// Every option that the parser knows: what the manual page and the shells' completions have to offer.
+// Every option that the parser knows. The manual page and the shells' completions offer the same ones.
 std::vector<CommandLineOption> commandLineOptions();
 
 }  // namespace kdxoffload

@@ -5,10 +5,10 @@
 
 namespace kdxoffload {
 
-// The offload that the command line asks for, from the first look at the card to the verdict. Everything that happens is
-// told to the listener, `Finished` last in any case. Returns the exit status of the process.
+// Does the offload that the command line asks for, from the first look at the card to the verdict. The listener gets every
+// event; the last one is always `Finished`. Returns the exit status of the process.
 //
-// Signals: SIGINT, SIGTERM and SIGHUP stop it in order, a second one ends the process at once; SIGUSR1 asks for its state.
+// Signals: SIGINT, SIGTERM and SIGHUP stop it in order; a second one ends the process at once. SIGUSR1 asks for its state.
 int offload(const CommandLine& line, Listener& listener);
 
 // The same with the display that the command line asks for.

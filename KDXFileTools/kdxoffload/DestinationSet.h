@@ -12,7 +12,7 @@ class DestinationSet {
   static constexpr std::size_t most = 64;  // destinations of one offload; the command line refuses more
 
   DestinationSet() = default;
-  // The first `count` of them.
+  // The first `count` destinations.
   static DestinationSet all(std::size_t count) {
     return DestinationSet(count >= most ? ~uint64_t{0} : (uint64_t{1} << count) - 1);
   }

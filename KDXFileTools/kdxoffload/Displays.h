@@ -10,7 +10,7 @@
 
 namespace kdxoffload {
 
-// Where the streams lead to.
+// The descriptors of the streams.
 struct DisplayTargets {
   int results = platform::standardOutput;
   int messages = platform::standardError;

@@ -12,8 +12,8 @@
 
 namespace kdxoffload {
 
-// What happens in an offload, a plain value each. Paths are relative to the card, names as they are on disk: whoever shows
-// them escapes them. Seconds are those since the program started.
+// What happens in an offload, a plain value each. Paths are relative to the card. Names are as on disk, and must be escaped
+// before they are shown. Seconds are those since the program started.
 
 enum class JobPhase : uint8_t { copying, readingBack, flushing };
 
@@ -53,7 +53,7 @@ struct JobPhaseChanged {
   double seconds = 0;
 };
 
-// A job goes on. Bytes of the source, once, whatever the number of destinations.
+// A job goes on. Bytes are those of the source, whatever the number of destinations.
 struct JobProgressed {
   uint64_t job = 0;
   JobPhase phase = JobPhase::copying;
@@ -61,7 +61,7 @@ struct JobProgressed {
   double seconds = 0;
 };
 
-// A job has ended, well or not. Its files may still wait for the sync of their batch.
+// A job has ended, with or without success. Its files may still wait for the sync of their batch.
 struct JobEnded {
   uint64_t job = 0;
   int status = 0;
@@ -73,7 +73,7 @@ struct JobEnded {
 
 enum class FileOutcome : uint8_t { proved, alreadyProved, adopted, failed, excluded };
 
-// What became of a file: exactly once for each file of the card.
+// The outcome of a file. Posted exactly once for each file of the card.
 struct FileEnded {
   std::string path{};
   uint64_t size = 0;
@@ -88,13 +88,13 @@ struct FileEnded {
 
 // About every quarter of a second while jobs run, and when somebody asks (`isAsked`). The state of everything.
 struct Progress {
-  uint64_t bytesDone = 0;  // proved, those done before too: never goes backwards
+  uint64_t bytesDone = 0;  // proved, in earlier runs too; never gets smaller
   uint64_t bytes = 0;
   uint64_t filesDone = 0;
   uint64_t files = 0;
   uint64_t failures = 0;
-  double share = 0;           // of the work, from 0 to 1: 1 only when all is proved; never goes backwards
-  double bytesPerSecond = 0;  // measured lately
+  double share = 0;           // of the work, from 0 to 1: 1 only when everything is proved; never gets smaller
+  double bytesPerSecond = 0;  // measured recently
   std::optional<double> secondsLeft{};
   struct Destination {
     std::string path{};  // as given
@@ -115,7 +115,7 @@ struct ErrorReported {
   std::optional<std::string> path{};
 };
 
-// A signal has come: running jobs are being stopped.
+// A signal has arrived: running jobs are being stopped.
 struct Stopping {
   int signal = 0;
 };
@@ -127,7 +127,7 @@ struct Finished {
     std::string fileSystem{};
     platform::ReadBack readBack = platform::ReadBack::unknown;
   };
-  Verdict verdict{};  // of a refusal: not safe, its exit status, and a line that says that nothing was done
+  Verdict verdict{};  // after a refusal: not safe, the exit status, and a line that says that nothing was done
   std::vector<Destination> destinations{};
   double seconds = 0;
   bool wasRefused = false;
@@ -148,10 +148,10 @@ class Listener {
   virtual void take(const Event& event) = 0;
 };
 
-// Hands every event to all of its listeners.
+// Passes every event on to all of its listeners.
 class Listeners final : public Listener {
  public:
-  // The caller's, and alive as long as events are posted.
+  // The listener belongs to the caller, and must live as long as events are posted.
   void add(Listener& listener) { _listeners.push_back(&listener); }
   void take(const Event& event) override {
     for (Listener* listener : _listeners) listener->take(event);

@@ -8,9 +8,9 @@
 
 namespace kdxoffload {
 
-// What --exclude leaves out. A pattern without "/" is for a name at any depth, one with "/" for a path from the card's root
-// (a "/" at its start changes nothing else, one at its end nothing at all). "*" and "?" stand for anything but "/", "[]" for one of some bytes, "**" for
-// anything. What is below a folder that matches is left out too. Bytes, not characters, in the order given.
+// What --exclude leaves out. A pattern without "/" matches a name at any depth, one with "/" a path from the card's root. (A
+// "/" at the start makes a pattern one for paths; a "/" at the end is ignored.) "*" and "?" stand for anything except "/", "[]"
+// for one of some bytes, "**" for anything. Everything below a folder that matches is left out too. Bytes, not characters.
 class ExcludePatterns {
  public:
   ExcludePatterns() = default;
@@ -22,8 +22,8 @@ class ExcludePatterns {
 
  private:
   std::vector<std::string> _patterns;
-  std::vector<GlobPattern> _names;  // those for names
-  std::vector<GlobPattern> _paths;  // and those for paths
+  std::vector<GlobPattern> _names;  // the patterns for names
+  std::vector<GlobPattern> _paths;  // the patterns for paths
 };
 
 }  // namespace kdxoffload

@@ -2,12 +2,12 @@
 
 namespace kdxoffload {
 
-// How the program ends. Where several hold, the card or a destination that changed goes before what is not proved, and that
-// before what was left out.
+// Statuses with which the program ends. If several apply, a change of the card or a destination comes first, then what is not
+// proved, then what was left out.
 namespace ExitStatus {
 
 inline constexpr int safe = 0;
-inline constexpr int nothingDone = 1;  // the command line, or a reason not to start
+inline constexpr int nothingDone = 1;  // the command line is wrong, or there was a reason not to start
 inline constexpr int notProved = 2;
 inline constexpr int leftOut = 3;  // all that was asked for succeeded, but it was not everything
 inline constexpr int changedMeanwhile = 4;

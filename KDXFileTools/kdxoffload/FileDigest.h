@@ -13,12 +13,12 @@ struct FileDigest {
   static constexpr std::size_t longest = 20;  // bytes, those of SHA1
 
   uint32_t algorithm = 0;                // a KDXDigestAlgorithm code; 0: there is no digest
-  std::array<uint8_t, longest> bytes{};  // in the order of the hex text; 0 behind the algorithm's own length
+  std::array<uint8_t, longest> bytes{};  // in the order of the hex text; 0 after the algorithm's own length
   bool operator==(const FileDigest&) const = default;
 
-  // Of the text "XXHash64BE:ef46db3751d8e999"; none when the name or the number of digits is another one's.
+  // From a text like "XXHash64BE:ef46db3751d8e999"; none when the name is unknown or the number of digits is wrong.
   static std::optional<FileDigest> fromText(std::string_view text);
-  // That text; empty where there is no digest.
+  // That text; empty if there is no digest.
   [[nodiscard]] std::string text() const;
 };
 

@@ -8,15 +8,15 @@
 
 namespace kdxoffload {
 
-// Goes from folder to folder of a tree that looks like the card's, step by step and by descriptors: no link is followed, and
-// neither the depth nor the length of a path matters. Few folders are open at a time, those that were come to last. Fast
-// where the folders are asked for in the order of a listing. Used by one thread.
+// Goes from folder to folder of a tree that looks like the card's, step by step, through descriptors. So no link is followed,
+// and paths may have any depth and length. Only the few folders that were reached last are open. Fast if the folders are asked
+// for in the order of a listing. Used by one thread.
 class FolderCursor {
  public:
   // Both must live as long as the cursor. The entries may grow.
   FolderCursor(const platform::Folder& root, const std::vector<Entry>& entries) : _root(root), _entries(entries) {}
 
-  // The folder that stands in this tree for the entry; null when it can't be opened. Valid until the next call.
+  // The folder of the entry in this tree; null when it can't be opened. Valid until the next call.
   const platform::Folder* at(EntryIndex folder, platform::ErrorPlace error);
 
  private:

@@ -7,14 +7,15 @@
 
 namespace kdxoffload {
 
-// A pattern with wildcards, ready to be compared with many texts. Bytes, not characters.
+// A pattern with wildcards, prepared for comparison with many texts. Bytes, not characters.
 //
-//   ?     one byte, but for "/"
-//   *     any number of them
-//   **    any number of bytes; where a name begins, "**/" is any number of folders, none too
-//   [ab]  one of these bytes, [a-z] of a range, [!a] or [^a] any other one but "/"; "]" is one of them where it comes first
+//   ?     one byte except "/"
+//   *     any number of bytes except "/"
+//   **    any number of bytes; at the beginning of a name "**/" is any number of folders, or none
+//   [ab]  one of these bytes; [a-z] one of a range; [!a] or [^a] any other byte except "/"; a "]" that comes first is one of
+//         the bytes
 //
-// A "[" without an end is a byte like others. Takes time in proportion to the lengths of both, whatever they are.
+// A "[" without its "]" is a plain byte. Comparing takes time proportional to the product of both lengths.
 class GlobPattern {
  public:
   explicit GlobPattern(std::string_view pattern);
@@ -23,7 +24,7 @@ class GlobPattern {
   [[nodiscard]] bool matches(std::string_view text) const;
 
  private:
-  // One step of a match. Optional ones may be passed over without a byte, repeated ones take any number of them.
+  // One step of a match.
   struct Step {
     enum class Kind : uint8_t {
       one,      // one of the bytes

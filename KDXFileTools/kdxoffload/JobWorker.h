@@ -9,14 +9,14 @@
 
 namespace kdxoffload {
 
-// Does orders, in a process of its own: a job of the first program may end it, and one that fails does. Reaches everything
-// through descriptors of the folders, which it hands to the jobs as paths, so that no link at a destination is followed and
-// no path is too long. Used by one thread.
+// Does orders, in a process of its own: a job of the first program may end this process, and does so if it fails. Reaches
+// everything through descriptors of folders, which it gives to the jobs as paths, so that no link at a destination is followed
+// and no path is too long. Used by one thread.
 class JobWorker {
  public:
   explicit JobWorker(WorkerSetup setup);
 
-  // May end the process instead of returning. Failures are in the result; a failed order may have done a part.
+  // May end the process instead of returning. Failures are in the result. A failed order may be done in part.
   JobResult perform(const JobOrder& order);
 
  private:

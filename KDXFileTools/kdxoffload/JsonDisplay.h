@@ -9,14 +9,13 @@
 
 namespace kdxoffload {
 
-// For a program: one JSON object a line on `results` and nothing else there, as docs/output.md writes them down; the summary
-// is always the last, and nothing comes after it. Lines are ASCII: all other characters are escaped, so that a name is harmless
-// on a terminal too.
+// For a program: prints only JSON objects on `results`, one a line, as docs/output.md describes them. The summary is always
+// the last line. Lines are ASCII: all other characters are escaped, so that names are harmless on a terminal too.
 class JsonDisplay final : public Listener {
  public:
   // The streams are the caller's.
   explicit JsonDisplay(OutputStream& results);
-  // The state that somebody asks for goes to `messages` too, as text.
+  // A state that was asked for goes to `messages` too, as text.
   JsonDisplay(OutputStream& results, OutputStream& messages);
   void take(const Event& event) override;
 

@@ -10,12 +10,12 @@
 
 namespace kdxoffload {
 
-// For a log: a line for each file or sequence that ended and one line of overall state every 30 s on `messages`, the reasons
-// and the verdict on `results`. No control characters. Files that an earlier run proved have no line of their own.
+// For a log. On `messages`: a line for each file or sequence that ended, and a line of overall state every 30 s. On `results`:
+// the reasons and the verdict. No control characters. Files that an earlier run proved have no line of their own.
 class LogDisplay final : public Listener {
  public:
   // The streams are the caller's.
-  //   quiet   nothing but errors on `messages`, and on `results` nothing but failures and the verdict
+  //   quiet   only errors on `messages`; only failures and the verdict on `results`
   LogDisplay(OutputStream& results, OutputStream& messages, bool quiet);
   void take(const Event& event) override;
 

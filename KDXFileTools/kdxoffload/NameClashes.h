@@ -7,25 +7,25 @@
 
 namespace kdxoffload {
 
-// Entries of one folder that some file system takes for one.
+// Entries of one folder whose names are the same for some file system.
 struct NameClashes {
-  std::vector<std::vector<EntryIndex>> groups{};  // of two or more; an entry is in one of them at most
-  std::vector<EntryIndex> temporaryNames{};       // of those whose temporary name clashes with another entry
+  std::vector<std::vector<EntryIndex>> groups{};  // of two or more entries; an entry is in at most one group
+  std::vector<EntryIndex> temporaryNames{};       // entries whose temporary name clashes with another entry
 };
 
 NameClashes findNameClashes(const Listing& card);
 
-// All below answer for every entry of the card, at its position.
+// The functions below answer for every entry of the card, at its position.
 
-// True where a file system that folds names in this way takes another entry of the folder for the same.
+// True if another entry of the folder has the same name for a file system that folds names in this way.
 std::vector<bool> entriesOfOneName(const Listing& card, const NameClashes& clashes, platform::NameFolding folding);
 
-// True where the destination has shown that it takes another entry of the folder for the same: both names lead to one thing
-// there. (Hard links do so too, but hardly under names that clash.)
+// True if the destination has shown that another entry of the folder has the same name there: both names stand for one file.
+// (Hard links do so too, but are unlikely to have names that clash.)
 std::vector<bool> entriesTakenForOne(const NameClashes& clashes, const DestinationListing& there);
 
-// True for files that a job gets under another name than the card's: names that jobs can't take, and those that clash, also
-// in a folder above, since two such files could get one temporary file.
+// True for files that a job must get under another name than the card's: because a job can't handle the name, or because it
+// clashes, also in a folder above, so that two files could get the same temporary file.
 std::vector<bool> filesThatNeedAliases(const Listing& card, const NameClashes& clashes);
 
 }  // namespace kdxoffload

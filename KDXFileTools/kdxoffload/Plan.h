@@ -24,7 +24,7 @@ struct Job {
   static constexpr uint32_t noSequence = UINT32_MAX;
 
   JobKind kind = JobKind::copy;
-  bool replaces = false;           // a regular file at the final name makes room; of a comparison: when it differs
+  bool replaces = false;           // a regular file at the final name is replaced; after a comparison: if it differs
   bool usesAlias = false;          // the job gets another name than the card's (see needsAlias)
   uint32_t first = 0;              // its files: positions in Plan::files
   uint32_t count = 1;              // more than one for a sequence
@@ -32,18 +32,18 @@ struct Job {
   DestinationSet destinations{};
 };
 
-// Why a file, folder or link can't be had at a destination, known before anything is done.
+// Why a file, folder or link can't be made or proved at a destination. Known before anything is done.
 enum class Obstacle : uint8_t {
-  changedSinceProved,  // the file of the card is another one than was proved here
+  changedSinceProved,  // the file of the card is not the one that was proved here
   folderInTheWay,
   linkInTheWay,
   otherInTheWay,
   fileInTheWay,   // of a folder or a link
-  differentLink,  // a link stands there, and leads elsewhere
-  cardsOwnFile,   // what stands there is the file of the card itself
-  sameNameTwice,  // the destination takes two entries of the card for one name
+  differentLink,  // a link there leads elsewhere
+  cardsOwnFile,   // the file there is the card's file itself
+  sameNameTwice,  // two entries of the card have the same name for the destination
   notWritable,
-  insideObstacle,  // a folder on the way can't be had
+  insideObstacle,  // a folder of the path has an obstacle
 };
 
 struct PlannedFailure {
@@ -52,51 +52,54 @@ struct PlannedFailure {
   Obstacle obstacle = Obstacle::folderInTheWay;
 };
 
-// All that an offload has to do. A plain value: the same listings, records and wishes give the same plan.
+// Everything that an offload has to do. A plain value: the same listings, records and wishes give the same plan.
 struct Plan {
-  std::vector<EntryIndex> files{};        // of the jobs, those of one job together and in frame order
+  std::vector<EntryIndex> files{};        // of the jobs; the files of one job stand together, in frame order
   std::vector<std::string> sequences{};   // identifiers, without the folder: "A001_%%d_1001-1100.####.dpx"
   std::vector<Job> jobs{};                // big ones first in the order of the card, then small ones
   std::vector<DestinationSet> proved{};   // for every entry of the card: where it is proved already; for folders, empty
+<<<<<<< HEAD
   std::vector<DestinationSet> folders{};  // for every entry of the card: where this folder has to be made, or opened
                                           // to its owner for what is to be written in it
+=======
+  std::vector<DestinationSet> folders{};  // for every entry of the card: where this folder must be made
+>>>>>>> w-docs
   std::vector<DestinationSet> links{};    // the same for links
   std::vector<PlannedFailure> failures{};
   std::vector<std::string> warnings{};  // one for each group of frames with a gap
-  std::vector<RoomNeeded> room{};       // of each destination
-  uint64_t bytesToDo = 0;               // of the files of the jobs, each counted once for every job
+  std::vector<RoomNeeded> room{};       // at each destination
+  uint64_t bytesToDo = 0;               // of the files of the jobs; a file counts once for each of its jobs
 
   [[nodiscard]] std::span<const EntryIndex> filesOf(const Job& job) const {
     return std::span(files).subspan(job.first, job.count);
   }
 };
 
-// What the plan depends on beside the listings.
+// What the plan depends on, apart from the listings and records.
 struct PlanWishes {
-  bool readBack = true;  // what was only copied counts as proved without it
+  bool readBack = true;  // false: what was only copied counts as proved
   bool recheck = false;
   bool replace = false;
-  uint32_t algorithm = 0;  // a proof with another one is made again; 0: any will do
+  uint32_t algorithm = 0;  // a proof with another algorithm is made again; 0: any algorithm will do
 };
 
-// One destination as the plan sees it. `records` has one for each entry of the card, or none at all.
+// One destination as the plan sees it. `records` has one record for each entry of the card, or is empty.
 struct PlannedDestination {
   DestinationListing listing{};
   std::vector<FileRecord> records{};
-  std::map<EntryIndex, std::string> linkTargets{};  // of links that stand there; without, a job looks at the link
+  std::map<EntryIndex, std::string> linkTargets{};  // of links there; without a target, a job looks at the link
   platform::Volume volume{};
 };
 
 Plan makePlan(const Listing& card, std::span<const PlannedDestination> destinations, const PlanWishes& wishes);
 
-// True for names that the jobs can't take as they are: not UTF-8, control characters (they would look like lines of
-// output), too long for the temporary name, or ending like one. (That the temporary name is another entry is for the plan
-// to see.)
+// True for names that jobs can't handle: not UTF-8, with control characters (they would look like lines of output), too long
+// for the temporary name, or ending like a temporary name. (The plan finds out if the temporary name is another entry.)
 bool needsAlias(std::string_view name);
 
-// Frames go into a sequence below this size.
+// Files below this size may be frames of a sequence.
 inline constexpr uint64_t largestFrame = uint64_t{64} << 20;  // bytes
-// A job counts as small up to this size: many run at once, and a batch shares one flush.
+// Jobs of files up to this size are small: many run at once, and a batch shares one flush.
 inline constexpr uint64_t largestSmallFile = uint64_t{4} << 20;  // bytes
 
 }  // namespace kdxoffload

@@ -9,36 +9,36 @@
 
 namespace kdxoffload {
 
-// How far an offload is and how long it will still take, from what its jobs tell. Times are seconds of any one clock, given
-// by the caller. Used by one thread.
+// How far an offload is, and how long it will still take, from what its jobs report. Times are seconds of one clock, given by
+// the caller. Used by one thread.
 class ProgressMeter {
  public:
-  // What is to be done: bytes to copy, and bytes to read back or compare.
+  // Adds work: bytes to copy, and bytes to read back or compare.
   void expect(uint64_t bytesToCopy, uint64_t bytesToRead);
 
   void startJob(uint64_t job, uint64_t bytes, bool copies, bool reads);
-  // Bytes in the phase so far; less than before changes nothing.
+  // Sets the bytes in the phase so far. A smaller number than before changes nothing.
   void move(uint64_t job, JobPhase phase, uint64_t bytesInPhase);
-  // `isDone`: all its bytes are; otherwise it goes back to where it began, to be done again or never.
+  //   isDone   all bytes of the job are done; otherwise its bytes no longer count as done
   void endJob(uint64_t job, bool isDone);
 
-  // To be called a few times a second: from what happened between two calls the rates are measured.
+  // To be called a few times a second: the rates are measured between two calls.
   void tick(double seconds);
 
-  // From 0 to 1, never less than before. 1 only after `finish`.
+  // From 0 to 1, never smaller than before. 1 only after `finish`.
   [[nodiscard]] double share();
   void finish() { _isFinished = true; }
 
-  [[nodiscard]] double bytesPerSecond() const;  // of both phases together, lately
+  [[nodiscard]] double bytesPerSecond() const;  // of both phases together, recently
   // None until there is something to measure.
   [[nodiscard]] std::optional<double> secondsLeft() const;
 
  private:
   struct Phase {
     double expected = 0;  // bytes
-    double done = 0;      // bytes, those of running jobs too
+    double done = 0;      // bytes, including those of running jobs
     double doneAtTick = 0;
-    double bytes = 0;  // of lately
+    double bytes = 0;  // recently
     double seconds = 0;
     [[nodiscard]] std::optional<double> rate() const;
   };

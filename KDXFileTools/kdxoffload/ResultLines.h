@@ -7,12 +7,12 @@
 namespace kdxoffload {
 
 struct ResultLook {
-  bool quiet = false;    // nothing but failures and the verdict
-  bool colours = false;  // of the verdict; for a terminal alone
+  bool quiet = false;    // only failures and the verdict
+  bool colours = false;  // of the verdict; only for a terminal
 };
 
-// What standard output holds at the end, for a person: each file that is not proved with its reason and what to do, what changed
-// meanwhile, what else is to be known, and last the verdict. Each line with its newline.
+// The end of standard output, for a person: each file that is not proved, with the reason and what to do; what changed
+// meanwhile; remarks; and last the verdict. Each line with its newline.
 std::string resultLines(const Verdict& verdict, ResultLook look);
 
 }  // namespace kdxoffload

@@ -12,13 +12,13 @@
 
 namespace kdxoffload {
 
-// How a file came to count as proved at a destination, or that it does not.
+// How a file was proved at a destination, or that it was not.
 enum class Proof : uint8_t {
   none,
   before,   // an earlier run proved it, and nothing has changed since
   copied,   // this run copied it and read it back
-  adopted,  // it stood there, this run read and compared it
-  unread,   // this run copied it, and by wish did not read it back
+  adopted,  // it was there already, and this run read and compared it
+  unread,   // this run copied it, and did not read it back because the user did not want it
 };
 
 // Why something is not proved.
@@ -29,7 +29,7 @@ struct Failure {
   bool operator==(const Failure&) const = default;
 };
 
-// What became of every entry of the card. A plain value that the run fills and the verdict reads.
+// The results for all entries of the card. A plain value that the run fills and the verdict reads.
 class Results {
  public:
   Results() = default;
@@ -38,11 +38,11 @@ class Results {
   [[nodiscard]] std::size_t destinations() const { return _destinations; }
   [[nodiscard]] Proof proof(EntryIndex entry, std::size_t destination) const;
   void setProof(EntryIndex entry, std::size_t destination, Proof proof);
-  // Proved at every destination; of links and folders: made, or there.
+  // Proved at every destination. Links and folders: made, or there already.
   [[nodiscard]] bool isProvedEverywhere(EntryIndex entry) const;
   [[nodiscard]] DestinationSet provedAt(EntryIndex entry) const;
 
-  // Of one file the first failure stays, until a later try succeeded.
+  // The first failure of a file stays, until a later try succeeds.
   std::map<EntryIndex, Failure> failures{};
   // Files that read differently once: never safe in this run, whatever a later try said.
   std::set<EntryIndex> unstable{};

@@ -20,11 +20,11 @@ class io_context;
 
 namespace kdxoffload {
 
-// How a plan is carried out.
+// How to carry out a plan.
 struct RunSettings {
   WorkerSetup setup{};
   std::string program{platform::thisProgram};  // that the workers run
-  std::optional<std::size_t> jobs{};           // at once; none: as many as pays
+  std::optional<std::size_t> jobs{};           // at once; none: the number that is fastest
   double stallSeconds = 300;
   std::vector<int> inherited{};                 // see WorkerPool
   std::vector<std::string> destinationPaths{};  // as given, for displays
@@ -39,10 +39,10 @@ struct RunSettings {
   std::vector<DestinationSet> foldersToKeep{};
 };
 
-// Carries a plan out: folders, then files, then what failed once more, then links, then what is to be removed, and last times
-// and modes of the folders. Owns the workers and the clock. A failed job never ends it.
+// Carries out a plan: makes folders, copies files, tries again what failed, makes links, removes what is left, and last sets
+// times and modes of folders. Owns the workers and the clock. A failed job never ends the run.
 //
-// A file is reported as proved, and recorded, only after its job has ended with 0 and its data and names are permanent. Small
+// A file is reported and recorded as proved only after its job has ended with 0 and its data and names are permanent. Small
 // files share a flush: those of a batch wait for one sync of every destination.
 class Run {
  public:
@@ -53,14 +53,14 @@ class Run {
   Run(const Run&) = delete;
   Run& operator=(const Run&) = delete;
 
-  // Returns at once; `ended` is called when nothing is left to do, or all that ran has stopped.
+  // Returns at once. `ended` is called when nothing is left to do, or when everything that ran has stopped.
   void start(std::function<void()> ended);
-  // Starts nothing new, stops what runs, and comes to its end.
+  // Starts nothing new, stops what runs, and ends.
   void stop(int signal);
   // Posts the state of everything.
   void tellState();
 
-  // Whole once it has ended.
+  // Complete when the run has ended.
   [[nodiscard]] const Results& results() const;
 
  private:

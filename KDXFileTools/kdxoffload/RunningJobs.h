@@ -17,14 +17,14 @@ struct RunningJob {
   uint64_t bytesInPhase = 0;
 };
 
-// The jobs that have begun and not ended, as events tell of them. A plain value.
+// The jobs that have begun and not ended, from the events. A plain value.
 class RunningJobs {
  public:
   void take(const Event& event);
 
-  // By their numbers: the one that has been running longest is first.
+  // By number: the job that has been running longest is first.
   [[nodiscard]] const std::map<uint64_t, RunningJob>& all() const { return _jobs; }
-  // None for a job that is not running.
+  // Null for a job that is not running.
   [[nodiscard]] const RunningJob* find(uint64_t job) const;
 
  private:

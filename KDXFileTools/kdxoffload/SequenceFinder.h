@@ -11,7 +11,7 @@
 
 namespace kdxoffload {
 
-// A file's name as a frame's: the last run of digits before the extension is its number. The texts are parts of the name.
+// The name of a frame: the last run of digits before the extension is its number. The texts are parts of the name.
 struct FrameName {
   std::string_view prefix{};
   std::string_view digits{};
@@ -19,10 +19,10 @@ struct FrameName {
   uint32_t number = 0;
 };
 
-// None for a name without a number, or with one that a sequence can't have.
+// None for a name without a number, or with a number that a sequence can't have.
 std::optional<FrameName> frameNameOf(std::string_view name);
 
-// Files of one folder that one job takes.
+// Files of one folder for one job.
 struct FoundSequence {
   std::string identifier{};          // without the folder
   std::vector<EntryIndex> frames{};  // in the order of their numbers
@@ -33,16 +33,16 @@ struct FoundSequences {
   std::vector<std::string> warnings{};  // one for each group of files that has a gap
 };
 
-// What is known of the files beside their names.
+// What is known of the files, apart from their names.
 struct FrameChoice {
-  std::function<bool(EntryIndex)> isSmallEnough{};           // for a frame
-  std::function<bool(EntryIndex)> canBeFrame{};              // of those: that a job takes under its name
-  std::function<bool(EntryIndex, EntryIndex)> isSameWork{};  // that one job may do for both
+  std::function<bool(EntryIndex)> isSmallEnough{};           // small enough for a frame
+  std::function<bool(EntryIndex)> canBeFrame{};              // of these: a job can handle the name
+  std::function<bool(EntryIndex, EntryIndex)> isSameWork{};  // one job may do both
 };
 
-// Finds the sequences in the folder whose entries stand from `first` to the one before `end`: at least three files that
-// differ in one number of equal width, without a gap, whose names an identifier gives back exactly. Gaps are looked for
-// among all files of the folder, whatever is still to be done with them.
+// Finds the sequences in the folder with the entries from `first` to the one before `end`. A sequence has at least three files
+// whose names differ only in one number of equal width, without a gap, and an identifier gives exactly these names. Gaps are
+// looked for among all files of the folder, also those that need no work.
 FoundSequences findSequences(const Listing& card, EntryIndex first, EntryIndex end, const FrameChoice& choice);
 
 }  // namespace kdxoffload

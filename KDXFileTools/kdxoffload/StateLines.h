@@ -7,16 +7,16 @@
 
 namespace kdxoffload {
 
-// "45 s", "12 min", "3 h 05 min": as coarse as is good to read while it runs down. Below a second it is "0 s".
+// "45 s", "12 min", "3 h 05 min": coarse enough to read while it counts down. Below a second it is "0 s".
 std::string shownDuration(double seconds);
 
-// "45 %": rounded down, so that 100 is all and nothing less.
+// "45 %": rounded down, so that "100 %" means everything.
 std::string shownShare(double share);
 
 // "2 failures", "1 failure", "no failures".
 std::string shownFailures(uint64_t failures);
 
-// The state of everything in one line, without a newline; what is not known is left out.
+// The state of everything in one line, without a newline. What is not known is left out.
 std::string stateLine(const Progress& progress);
 
 // The same and a line for each running job, each with a newline.

@@ -10,11 +10,11 @@
 
 namespace kdxoffload {
 
-// What an offload would find proved already, without reading a file: every file of the card by the catalogue and by what stands
-// at the destinations, folders and links by what stands there. The exit status is 0 or 2; safe is what an offload that has
-// nothing left to do would call safe.
+// What an offload would find proved already, without reading a file: files of the card by the catalogue and by what stands at
+// the destinations, folders and links by what stands there. The exit status is 0 or 2. It is safe if an offload would have
+// nothing to do and call the card safe.
 //   destinations   as for a plan
-//   paths          theirs, as they are to be shown
+//   paths          of the destinations, as they are shown
 Verdict statusOf(const Listing& card, std::span<const PlannedDestination> destinations,
                  const std::vector<std::string>& paths);
 

@@ -17,16 +17,15 @@ namespace kdxoffload {
 // For a person at a terminal: a few lines, redrawn in place at the terminal's width on `messages` (standard error), and the
 // reasons and the verdict on `results` (standard output) at the end.
 //
-// The cursor is never hidden, and between two drawings it stands at the beginning of the line below the last one, with no
-// colour switched on: whatever ends the process, even a signal that nobody can catch, leaves whole lines and a place for the
-// prompt.
+// The cursor is never hidden. Between two drawings it stands at the beginning of the line below the last one, with no colour
+// switched on. So whatever ends the process, even SIGKILL, leaves whole lines and a place for the prompt.
 class TerminalDisplay final : public Listener {
  public:
   struct Look {
     bool colours = true;         // not with NO_COLOR
-    bool quiet = false;          // nothing but failures and the verdict
+    bool quiet = false;          // only failures and the verdict
     bool resultColours = false;  // results go to a terminal, and colours are wanted
-    // Asked before each drawing, so that a change is seen with the next one.
+    // Called before each drawing, so that the next drawing has the new size.
     std::function<platform::TerminalSize()> size = [] { return platform::TerminalSize{}; };
   };
   // The streams are the caller's.

@@ -13,10 +13,10 @@
 
 namespace kdxoffload {
 
-// All that the verdict depends on. References must outlive the call.
+// Everything that the verdict depends on. References must outlive the call.
 struct VerdictFacts {
   const Listing& before;                                // the card when it was planned
-  const Listing& after;                                 // and when everything was done
+  const Listing& after;                                 // the card when everything was done
   const std::vector<DestinationListing>& destinations;  // everything done, by the entries of `before`
   const Plan& plan;
   const Results& results;
@@ -27,30 +27,29 @@ struct VerdictFacts {
   std::optional<int> signal{};  // that ended the run
 };
 
-// An entry of the card that is not proved, or can't be.
+// An entry of the card that is not proved, or can't be proved.
 struct NotProved {
   std::string path{};    // relative to the card
-  int status = 0;        // of the job; 0 where none ran
+  int status = 0;        // of the job; 0 if no job ran
   std::string reason{};  // a clause that follows the path
-  std::string advice{};  // what to do about it, a sentence; may be empty
+  std::string advice{};  // what to do, a sentence; may be empty
 };
 
-// What a person and a program get to know at the end. A plain value; names in it are as they are on disk.
+// What is reported at the end, to a person or a program. A plain value; names in it are as on disk.
 struct Verdict {
   bool isSafe = false;
   int exitStatus = 0;
   std::vector<NotProved> notProved{};  // in the order of the card
-  std::vector<std::string> changes{};  // what came, went or changed meanwhile, one sentence each
-  std::vector<std::string>
-      remarks{};        // what is said beside the verdict: warnings, what is not kept, what a read-back proves
-  uint64_t files = 0;   // of the card, without what was excluded
-  uint64_t proved = 0;  // at every destination
-  uint64_t bytes = 0;   // of the card's files
-  std::string line{};   // "SAFE TO ERASE: ...", without a newline
+  std::vector<std::string> changes{};  // what was added, removed or changed meanwhile, one sentence each
+  std::vector<std::string> remarks{};  // shown with the verdict: warnings, what is not kept, what a read-back proves
+  uint64_t files = 0;                  // of the card, without excluded ones
+  uint64_t proved = 0;                 // at every destination
+  uint64_t bytes = 0;                  // of the card's files
+  std::string line{};                  // "SAFE TO ERASE: ...", without a newline
 };
 
-// Safe is said only where nothing at all speaks against it: what does not fit together (a listing of another card, a
-// destination without one) is not proved.
+// Says safe only if nothing at all speaks against it. Facts that do not fit together (a listing of another card, a destination
+// without one) prove nothing.
 Verdict verdictOf(const VerdictFacts& facts);
 
 }  // namespace kdxoffload

@@ -12,22 +12,22 @@
 
 namespace kdxoffload {
 
-// What a job's lines on standard output tell, read by the grammar of docs/output.md. Lines that are not known are passed
-// over, and none of them proves anything.
+// Reads the lines of a job on standard output, by the grammar of docs/output.md. Ignores unknown lines. No line proves
+// anything.
 class WorkerOutput {
  public:
-  // Of a job of so many files and destinations.
+  // A job with this many files and destinations starts.
   void startJob(std::size_t frames, std::size_t destinations);
   void add(std::string_view bytes);
 
   [[nodiscard]] JobPhase phase() const { return _phase; }
-  // Bytes of the source in this phase; of a read-back the slowest reader's.
+  // Bytes of the source in this phase; in a read-back those of the slowest reader.
   [[nodiscard]] uint64_t bytesInPhase() const;
   [[nodiscard]] const std::vector<FileDigest>& digests() const { return _digests; }  // in frame order
   [[nodiscard]] double secondsCopying() const { return _secondsCopying; }
   [[nodiscard]] double secondsReadingBack() const { return _secondsReadingBack; }
 
-  // The last line that told of something wrong; empty when none did.
+  // The last line that reported a failure; empty if there was none.
   [[nodiscard]] const std::string& complaint() const { return _complaint; }
 
  private:

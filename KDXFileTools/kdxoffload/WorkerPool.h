@@ -16,45 +16,55 @@ class io_context;
 
 namespace kdxoffload {
 
-// What there is to know of an order that was done, or not.
+// What is known of an order that has ended, with or without success.
 struct JobReport {
   JobResult result{};
   WorkerOutput output{};
-  std::string errors{};  // standard error, as far as it is about this order; at most its last few KiB
+  std::string errors{};  // standard error during this order; at most its last few KiB
   bool endedItsProcess = false;
 };
 
-// Worker processes, each with one order at a time. Used by the thread that runs the io_context, which also calls back.
+// Worker processes, each with one order at a time. Used by the thread that runs the io_context; callbacks run on it too.
 class WorkerPool {
  public:
   struct Settings {
     WorkerSetup setup{};
     std::string program{platform::thisProgram};  // that the workers run
+<<<<<<< HEAD
     std::size_t ordersOfAWorker = 64;  // then it is replaced: what jobs leave behind in a process does not pile up
     double stallSeconds = 300;  // without any input or output an order is ended; a flush may take 10 times as long
     // After that long a killed worker that does not go, and an idle one that is asked to, is left to itself.
     double secondsUntilGivenUp = 10;
     std::vector<int> inherited{};  // descriptors that live as long as the workers: the destinations' locks
+=======
+    std::size_t ordersOfAWorker = 64;  // then it is replaced, so that what jobs leave in a process does not pile up
+    double stallSeconds = 300;         // a worker without any input or output for so long is killed
+    std::vector<int> inherited{};      // descriptors that stay open as long as the workers: the destinations' locks
+>>>>>>> w-docs
   };
   using Done = std::function<void(JobReport)>;
   using Moved = std::function<void(uint64_t number, const WorkerOutput&)>;
 
-  //   moved   called whenever an order's output has told something new
+  //   moved   called whenever the output of an order has something new
   WorkerPool(asio::io_context& context, Settings settings, Moved moved);
   // Kills what still runs.
   ~WorkerPool();  // NOLINT(bugprone-exception-escape): see its definition
   WorkerPool(const WorkerPool&) = delete;
   WorkerPool& operator=(const WorkerPool&) = delete;
 
-  // Gives the order to an idle worker, or starts one. `done` is called exactly once, never from within `give`. How many run
-  // at once is the caller's choice.
+  // Gives the order to an idle worker, or starts a worker. `done` is called exactly once, never inside `give`. The caller
+  // decides how many orders run at once.
   void give(const JobOrder& order, Done done);
   [[nodiscard]] std::size_t running() const;
 
   // Ends the workers that copy or compare; each of their orders ends with the status of its process. Temporary files are left.
-  // What else is under way goes on, and new orders may be given.
+  // Other orders go on, and new ones may be given.
   void stop();
+<<<<<<< HEAD
   // Lets the workers end by themselves, and kills those that do not; only while none is running.
+=======
+  // Lets the workers end by themselves. To be called only while no order is running.
+>>>>>>> w-docs
   void close();
 
  private:

@@ -12,17 +12,17 @@ namespace kdxoffload {
 
 using WorkerMessage = std::variant<WorkerSetup, JobOrder, JobResult>;
 
-// The bytes of one message: four of length, one of kind, the fields.
+// The bytes of one message: four for the length, one for the kind, then the fields.
 std::string encodeMessage(const WorkerMessage& message);
 
-// Puts messages together from a pipe's bytes as they come.
+// Puts messages together from the bytes of a pipe as they arrive.
 class MessageReader {
  public:
-  static constexpr std::size_t longestMessage = std::size_t{256} << 20;  // bytes; a longer one is no message
+  static constexpr std::size_t longestMessage = std::size_t{256} << 20;  // bytes; a longer message is broken
 
   void add(std::string_view bytes) { _bytes += bytes; }
 
-  // The next whole message; none while there is none. What is no message at all makes `isBroken` true for good.
+  // The next whole message; none if there is none yet. Bytes that are no message make `isBroken` true for good.
   std::optional<WorkerMessage> next();
   [[nodiscard]] bool isBroken() const { return _isBroken; }
 

@@ -23,7 +23,7 @@ bool isDue(const Fault& fault, std::uint64_t n) {
   return n >= fault.from && n - fault.from < fault.times;
 }
 
-// What a file has already got can be written again, even beyond the limit.
+// Bytes that a file already has can be written again, even beyond the limit.
 std::uint64_t spaceFor(const Fault& fault, std::uint64_t size) {
   return std::max(fault.length, size);
 }

@@ -9,16 +9,16 @@
 
 #include "Protocol.h"
 
-// The sentences in which tests describe faults. First come the words that restrict a fault (fromRequest, times, ...),
-// last the verb which says what happens; the fault is in force when the verb returns, and its number is the result.
+// The sentences in which tests describe faults. First come the words that restrict a fault (fromRequest, times, ...), then
+// the verb that says what happens. When the verb returns, the fault is in force. It returns the number of the fault.
 namespace faultyfs {
 
 using FaultNumber = std::uint64_t;
 using SetFault = std::function<FaultNumber(const Fault&)>;
 
-// What all sentences have in common. Requests are counted from 1, from the moment on when the fault is set, over all
-// files which match the pattern together, and only as far as they meet the condition of the verb (failAt: only those
-// which cover the offset). What the kernel reads ahead counts, too.
+// What all sentences have in common. Requests are counted from 1 from the moment when the fault is set, over all files that
+// match the pattern together. Only requests that meet the condition of the verb count (failAt: those that cover the offset).
+// Reading ahead by the kernel counts, too.
 template <class Sentence>
 class FaultSentence {
  public:
@@ -27,7 +27,7 @@ class FaultSentence {
     _fault.pattern = std::move(pattern);
   }
 
-  // Leaves the requests before the n-th alone.
+  // Does not affect the requests before the n-th.
   Sentence& fromRequest(std::uint64_t n) {
     _fault.from = n;
     return static_cast<Sentence&>(*this);
@@ -64,13 +64,13 @@ class FailingSentence : public FaultSentence<Sentence> {
   }
 };
 
-// An operation which can only fail: creating, closing, linking, unlinking, making folders.
+// An operation that can only fail: creating, closing, linking, unlinking, making folders.
 class PlainFault : public FailingSentence<PlainFault> {
  public:
   using FailingSentence::FailingSentence;
 };
 
-// An operation which can also be slow: flushing a file or folder to the medium.
+// An operation that can also be slow: flushing a file or folder to the medium.
 class SyncFault : public FailingSentence<SyncFault> {
  public:
   using FailingSentence::FailingSentence;
@@ -91,7 +91,7 @@ class OpenFault : public FailingSentence<OpenFault> {
  public:
   using FailingSentence::FailingSentence;
 
-  // open(2) with O_DIRECT fails. A file that the same call creates stays behind, empty.
+  // open(2) with O_DIRECT fails. A file that the same call has created stays, empty.
   FaultNumber refuseDirect(int error = EINVAL) {
     _fault.error = error;
     return set(Effect::RefuseDirect);
@@ -116,19 +116,19 @@ class AttributeFault : public FaultSentence<AttributeFault> {
  public:
   using FaultSentence::FaultSentence;
 
-  // Files look longer (or shorter, if negative) by so many bytes. The kernel believes it: it drops cached pages when
-  // the size changes, and reads as far as the reported size (what is missing reads as zeros).
+  // Files look longer (or shorter, if negative) by this many bytes. The kernel believes it: it drops cached pages when the
+  // size changes, and reads up to the reported size (missing bytes read as zeros).
   FaultNumber lieAboutSizeBy(std::int64_t bytes) {
     _fault.amount = bytes;
     return set(Effect::LieAboutSize);
   }
 
-  // Files have the number by which the kernel refers to them, and get another one when it has forgotten them, as on servers
-  // that keep no numbers of their own.
+  // Files have the number by which the kernel refers to them, and get another one after the kernel has forgotten them, as on
+  // servers without numbers of their own.
   FaultNumber numberAnew() { return set(Effect::NumberAnew); }
 
-  // Files have a number that is made from the path by which they were last looked up: every name has its own, and a file
-  // that is renamed gets another one, even while it is open.
+  // Files have a number that is made from the path by which they were last looked up. So every name has its own number, and a
+  // file that is renamed gets another one, even while it is open.
   FaultNumber numberByName() { return set(Effect::NumberByName); }
 
   // The times of files are rounded down to multiples of `grain`.
@@ -143,8 +143,8 @@ class LookUpFault : public FaultSentence<LookUpFault> {
  public:
   using FaultSentence::FaultSentence;
 
-  // A name stands for an item whose name differs from it in the case of ASCII letters alone, where none has the name
-  // itself. Items keep the spelling with which they were made.
+  // If no item has the name, it stands for an item whose name differs only in the case of ASCII letters. Items keep the
+  // spelling with which they were made.
   FaultNumber ignoreCase() { return set(Effect::IgnoreCase); }
 };
 
@@ -154,8 +154,8 @@ class TransferFault : public FailingSentence<Sentence> {
  public:
   using FailingSentence<Sentence>::FailingSentence;
 
-  // The first deliveries (or writes) of the byte stay right, the n-th and later ones are affected. For flipBitAt()
-  // only, for which times() counts passes, too. Passes count per file, from 1; a new file starts afresh.
+  // The first deliveries (or writes) of the byte stay right; the n-th and later ones are affected. Only for flipBitAt(), for
+  // which times() counts passes, too. Passes are counted for each file, from 1; a new file starts again at 1.
   Sentence& fromPass(std::uint64_t n) { return this->fromRequest(n); }
 
   // Inverts one bit (0 is the lowest) of the byte at `offset`: of what a read delivers, or of what a write stores.
@@ -165,17 +165,17 @@ class TransferFault : public FailingSentence<Sentence> {
     return this->set(Effect::FlipBit);
   }
 
-  // Requests which cover the byte at `offset` fail with `error`.
+  // Requests that cover the byte at `offset` fail with `error`.
   FaultNumber failAt(std::uint64_t offset, int error) {
     this->_fault.offset = offset;
     this->_fault.error = error;
     return this->set(Effect::FailAt);
   }
 
-  // A request moves at most so many bytes; only longer requests are affected. Without O_DIRECT a short write shows as a
-  // short write(2). A short read shows faithfully only for files opened under whenOpening().bypassCache(): through the
-  // page cache the kernel takes it for the end of the file. With O_DIRECT (and without bypassCache()) the kernel tries
-  // the rest of a short read or write by way of the page cache before it returns to the caller.
+  // A request moves at most this many bytes; only longer requests are affected. Without O_DIRECT a short write shows as a
+  // short write(2). A short read shows as such only for files opened under whenOpening().bypassCache(): through the page
+  // cache the kernel takes it for the end of the file. With O_DIRECT (and without bypassCache()) the kernel tries the rest of
+  // a short read or write through the page cache before it returns to the caller.
   FaultNumber limitTo(std::uint64_t bytes) {
     this->_fault.length = bytes;
     return this->set(Effect::LimitTo);
@@ -187,7 +187,7 @@ class TransferFault : public FailingSentence<Sentence> {
     return this->set(Effect::RefuseDirect);
   }
 
-  // Holds answers back. The delay ends early when the fault is removed.
+  // Delays answers. The delay ends early when the fault is removed.
   FaultNumber delayBy(std::chrono::milliseconds delay) {
     this->_fault.amount = delay.count();
     return this->set(Effect::Delay);
@@ -199,14 +199,14 @@ class ReadFault : public TransferFault<ReadFault> {
   using TransferFault::TransferFault;
 };
 
-// Faulty writes are in the page cache of the kernel as if they had succeeded: what is missing or wrong on the medium
-// only shows to readers who get past the cache.
+// In the kernel's page cache, faulty writes look as if they had succeeded: only reads past the cache see what is missing or
+// wrong on the medium.
 class WriteFault : public TransferFault<WriteFault> {
  public:
   using TransferFault::TransferFault;
 
-  // No file that matches gets longer than so many bytes: a write is cut there, the next one fails with ENOSPC. So do
-  // truncation and allocation beyond; these do not count as requests of this fault.
+  // No file that matches grows beyond this many bytes: a write is cut there, and the next one fails with ENOSPC. Truncation
+  // and allocation beyond the limit fail too, but do not count as requests of this fault.
   FaultNumber runOutOfSpaceAfter(std::uint64_t bytes) {
     _fault.length = bytes;
     return set(Effect::RunOutOfSpace);
@@ -219,8 +219,8 @@ class WriteFault : public TransferFault<WriteFault> {
     return set(Effect::DropRange);
   }
 
-  // Of a write request which covers the byte at `offset`, only the first `bytes` are stored. All are acknowledged and
-  // the file gets as long as if they were there.
+  // Of a write request that covers the byte at `offset`, only the first `bytes` are stored. All are acknowledged, and the
+  // file gets the length that it would have with all of them.
   FaultNumber tearAt(std::uint64_t offset, std::uint64_t bytes) {
     _fault.offset = offset;
     _fault.length = bytes;

@@ -25,7 +25,7 @@ class FileDescriptor {
   int get() const { return _descriptor; }
   bool valid() const { return _descriptor >= 0; }
 
-  // Hands the descriptor over to the caller, who closes it.
+  // Gives up the descriptor: from now on the caller must close it.
   int release() { return std::exchange(_descriptor, -1); }
 
   void reset(int descriptor = -1) {

@@ -4,7 +4,7 @@
 
 #include "PassThrough.h"
 
-// The functions which libfuse calls, each of which only finds the file system and hands the request over.
+// The functions that libfuse calls. Each one only finds the file system and passes the request on.
 namespace faultyfs {
 
 namespace {
@@ -13,8 +13,8 @@ PassThrough& fileSystemOf(fuse_req_t request) {
   return *static_cast<PassThrough*>(fuse_req_userdata(request));
 }
 
-// No exception may pass through libfuse. A request that throws was not answered yet: only what comes before the answer
-// (looking things up, getting memory) throws.
+// No exception may pass through libfuse. A request that throws has not been answered: only steps before the answer (looking
+// things up, getting memory) throw.
 template <class Handler>
 void guarded(fuse_req_t request, Handler handler) {
   try {

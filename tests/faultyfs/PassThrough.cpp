@@ -14,7 +14,7 @@
 #include <filesystem>
 #include <functional>
 
-// The requests which concern names, folders and attributes.
+// Requests about names, folders and attributes.
 namespace faultyfs {
 
 namespace {
@@ -27,7 +27,7 @@ int errorOf(int result) {
   return result == 0 ? 0 : errno;
 }
 
-// The times of files are after 1970 here, so that down is towards zero.
+// The times of files are after 1970 here, so rounding down is towards zero.
 void roundDown(timespec& time, std::chrono::milliseconds grain) {
   if (grain.count() == 0) return;
   const auto exact = std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
@@ -57,8 +57,8 @@ PassThrough::PassThrough(FileDescriptor backing, FaultBook& faults, TrafficLog& 
       _whenMounted(std::move(whenMounted)) {}
 
 void PassThrough::initialise(fuse_conn_info& connection) {
-  // A changed modification time must not drop cached pages, or a reader would get past the cache by chance. Requests of
-  // one direct write must follow one another, or the kernel would report a short one as EIO.
+  // A changed modification time must not drop cached pages, or a read would get past the cache by chance. The requests of one
+  // direct write must come one after the other, or the kernel would report a short one as EIO.
   const unsigned int unwanted = FUSE_CAP_AUTO_INVAL_DATA | FUSE_CAP_WRITEBACK_CACHE | FUSE_CAP_ASYNC_DIO;
   connection.want &= ~unwanted;
   _whenMounted();

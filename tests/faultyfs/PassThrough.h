@@ -21,16 +21,16 @@
 
 namespace faultyfs {
 
-// Answers the requests of the kernel from a backing folder, bent by the faults in force. Every member function that
-// takes a fuse_req_t answers it exactly once; they may run at the same time in any number of threads.
+// Answers the kernel's requests from a backing folder, changed by the faults in force. Every member function that takes a
+// fuse_req_t answers it exactly once. They may run at the same time in any number of threads.
 //
-// What the page cache of the kernel knows stays there when a file is closed and opened again, and when its
-// modification time changes: only a read that gets past the cache (O_DIRECT, or after dropping the cached pages) comes
-// here. That is the point of this file system, because a check that never leaves the cache proves nothing about a
-// medium. Writes are passed on before write(2) returns.
+// The kernel's page cache keeps its content when a file is closed and opened again, and when its modification time changes.
+// Only reads past the cache (O_DIRECT, or after dropping the cached pages) come here. That is the point of this file system:
+// a check that never leaves the cache proves nothing about a medium. Writes are passed on before write(2) returns.
 class PassThrough {
  public:
-  // `backing` is the opened backing folder. `whenMounted` is called once the kernel begins to use the mount.
+  //   backing       the opened backing folder
+  //   whenMounted   called when the kernel begins to use the mount
   PassThrough(FileDescriptor backing, FaultBook& faults, TrafficLog& traffic, WriteCaches& caches,
               std::function<void()> whenMounted);
 
@@ -92,7 +92,7 @@ class PassThrough {
   };
 
   int attributesOf(const Inode& inode, struct stat& attributes);
-  // The name by which the item is stored that is asked for as `name`.
+  // The name in the backing folder of the item that is requested as `name`.
   std::string storedName(const Inode& folder, const char* name);
   int enter(fuse_ino_t parent, const char* name, fuse_entry_param& entry);
   void answerWithEntry(fuse_req_t request, fuse_ino_t parent, const char* name);
@@ -105,7 +105,7 @@ class PassThrough {
   std::int64_t store(int descriptor, std::span<const char> data, std::uint64_t offset, std::vector<ByteRange> lost);
   std::shared_ptr<OpenFolder> folderOf(const fuse_file_info& file);
   static void collectEntries(OpenFolder& folder);
-  // Judges a request and holds the calling thread back if it is to be delayed.
+  // Judges a request, and delays the calling thread if the verdict says so.
   Verdict meet(const Request& request);
   std::string pathOf(fuse_ino_t inode) const { return _inodes.pathOf(*_inodes.find(inode)); }
 

@@ -6,7 +6,7 @@
 
 #include "PassThrough.h"
 
-// The requests which concern the contents of files.
+// Requests about the contents of files.
 namespace faultyfs {
 
 namespace {
@@ -20,7 +20,8 @@ ByteRange rangeOf(off_t offset, std::size_t size) {
   return {begin, begin + size};
 }
 
-// The backing file is used with buffers and offsets of any alignment, and the kernel has already resolved appending.
+// The backing file is used with buffers and offsets of any alignment, and the kernel has already computed the offset of
+// appended bytes.
 int backingFlags(int flags) {
   return (flags & ~(O_DIRECT | O_APPEND | O_NOFOLLOW | O_CREAT | O_EXCL)) | O_CLOEXEC;
 }
@@ -39,8 +40,8 @@ std::int64_t writeAll(int descriptor, std::span<const char> data, std::uint64_t 
   return static_cast<std::int64_t>(done);
 }
 
-// Lets the file reach `end` without touching stored bytes. Only the last byte may be written, never a size be set:
-// another write could have extended the file further in the meantime.
+// Extends the file to `end` without changing stored bytes. It may only write the last byte, not set the size: another write
+// could have extended the file further meanwhile.
 int extendTo(int descriptor, std::uint64_t end) {
   struct stat attributes {};
   if (::fstat(descriptor, &attributes) != 0) {
@@ -98,7 +99,7 @@ void PassThrough::create(fuse_req_t request, fuse_ino_t parent, const char* name
     return;
   }
   _faults.startAfresh(fileIdOf(attributes));
-  // An open that is refused leaves the created file behind, as it does on local file systems without O_DIRECT.
+  // A refused open leaves the created file, as on local file systems without O_DIRECT.
   int error = prepareOpen(path, file);
   fuse_entry_param entry{};
   if (error == 0) {
@@ -204,7 +205,7 @@ void PassThrough::write(fuse_req_t request, fuse_ino_t inode, std::span<const ch
 
 void PassThrough::allocate(fuse_req_t request, fuse_ino_t inode, int mode, off_t offset, off_t length,
                            const fuse_file_info& file) {
-  // Only a full medium stops an allocation: it moves no bytes, so the other faults of writing do not concern it.
+  // Only a full medium stops an allocation. It moves no bytes, so the other faults of writing do not affect it.
   const InodePointer node = _inodes.find(inode);
   const ByteRange range = rangeOf(offset, static_cast<std::size_t>(length));
   if (!_faults.hasSpaceFor(_inodes.pathOf(*node), sizeOf(*node), range.end)) {

@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
-// What the test program and the faulty file system say to each other over their private socket. One message is one
-// packet; its fields are text, parted by NUL bytes, because no path can contain one.
+// The messages between the test program and the faulty file system, over their private socket. One message is one packet.
+// Its fields are text, separated by NUL bytes, which no path can contain.
 namespace faultyfs {
 
 enum class Operation : int {
@@ -30,12 +30,12 @@ enum class Operation : int {
 
 enum class Effect : int {
   Fail,           // every request fails with `error`
-  FailAt,         // requests which cover the byte at `offset` fail with `error`
+  FailAt,         // requests that cover the byte at `offset` fail with `error`
   LimitTo,        // a request moves at most `length` bytes
   FlipBit,        // bit `bit` of the byte at `offset` is inverted; `from` and `times` count passes over this byte
   RunOutOfSpace,  // the file cannot grow beyond `length` bytes
   DropRange,      // writes into [offset, offset + length) are acknowledged and forgotten
-  Tear,           // of a write which covers `offset` only the first `length` bytes are stored
+  Tear,           // of a write that covers `offset` only the first `length` bytes are stored
   RefuseDirect,   // requests of a descriptor with O_DIRECT fail with `error`
   RefuseFlags,    // renames with flags fail with `error`
   RefuseFolders,  // syncs of folders fail with `error`
@@ -44,13 +44,13 @@ enum class Effect : int {
   NumberAnew,     // the reported inode number changes once the kernel has forgotten the file
   NumberByName,   // the reported inode number is made from the path
   RoundTimes,     // the reported times are multiples of `amount` milliseconds
-  IgnoreCase,     // the name stands for one that differs from it in case alone
+  IgnoreCase,     // the name stands for one that differs from it only in case
   BypassCache,    // the opened file does not use the page cache of the kernel
 };
 
 inline constexpr std::uint64_t unlimited = std::numeric_limits<std::uint64_t>::max();
 
-// One fault, as it is asked for. Which of the parameters count depends on the effect.
+// One fault, as it is requested. The effect decides which parameters count.
 struct Fault {
   Operation operation = Operation::Read;
   Effect effect = Effect::Fail;
@@ -64,16 +64,16 @@ struct Fault {
   std::uint64_t times = unlimited;  // how many requests (or passes) are affected
 };
 
-// What becomes of the blocks in a volatile write cache when the power fails; any other number loses some of them.
+// What happens to the blocks in a volatile write cache when the power fails. Any other number loses some of them.
 inline constexpr std::uint64_t losingAll = 0;
 inline constexpr std::uint64_t losingNothing = std::numeric_limits<std::uint64_t>::max();
 
-// The traffic of one path, as seen by the file system (what the page cache answers never gets here). Requests count
-// when they arrive, whether they succeed or not; bytes count when they were delivered or acknowledged.
+// The traffic of one path, as seen by the file system (reads that the page cache answers do not come here). Requests count
+// when they arrive, whether they succeed or not; bytes count when they are delivered or acknowledged.
 struct Counters {
   std::uint64_t opens = 0;
   std::uint64_t readRequests = 0;
-  std::uint64_t directReadRequests = 0;  // those with O_DIRECT among the flags of the descriptor
+  std::uint64_t directReadRequests = 0;  // on descriptors with O_DIRECT
   std::uint64_t bytesRead = 0;
   std::uint64_t writeRequests = 0;
   std::uint64_t directWriteRequests = 0;
@@ -83,8 +83,8 @@ struct Counters {
   std::uint64_t renames = 0;  // with this path as the old name
   std::uint64_t links = 0;    // with this path as the existing name
   std::uint64_t unlinks = 0;
-  // How often the least and the most often delivered 4 KiB block was delivered, over all blocks up to the last one
-  // that was ever delivered. A block counts whenever a request delivers any of its bytes.
+  // The smallest and the largest number of deliveries of a 4 KiB block, over all blocks up to the last one that was ever
+  // delivered. A request that delivers any byte of a block counts as a delivery.
   std::uint64_t leastDeliveries = 0;
   std::uint64_t mostDeliveries = 0;
 };

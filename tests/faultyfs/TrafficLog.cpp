@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::uint64_t blockSize = 4096;
 
-// Paths without any delivery say nothing about how often blocks were delivered.
+// Paths without any delivery are left out.
 void mergeDeliveries(Counters& sum, const Counters& other) {
   if (other.mostDeliveries == 0) {
     return;

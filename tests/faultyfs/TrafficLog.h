@@ -10,19 +10,19 @@
 
 namespace faultyfs {
 
-// Counts the requests of every path, under the path which the file had when the request came. Safe to use from
-// several threads.
+// Counts the requests of every path, under the path that the file had when the request came. Any thread may use it.
 class TrafficLog {
  public:
   void add(const std::string& path, std::uint64_t Counters::*counter, std::uint64_t amount = 1);
 
-  // Notes that `size` bytes from `offset` on were answered to a read request.
+  // Notes that a read request was answered with `size` bytes from `offset` on.
   void addDelivery(const std::string& path, std::uint64_t offset, std::uint64_t size);
 
   // All zeros for a path that was never used.
   Counters of(const std::string& path) const;
 
-  // The sum over all paths which match an fnmatch pattern; the deliveries are the extremes of all these paths.
+  // The sum over all paths that match an fnmatch pattern. The numbers of deliveries are the smallest and the largest of all
+  // these paths.
   Counters ofMatching(const std::string& pattern) const;
 
   void reset();

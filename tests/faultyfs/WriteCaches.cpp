@@ -13,7 +13,7 @@ namespace faultyfs {
 
 namespace {
 
-// What a device writes at once: the block size of the file systems that are put on such files.
+// What a device writes in one piece: the block size of the file systems on such files.
 constexpr std::uint64_t blockSize = 4096;
 
 std::system_error systemError(const std::string& what) {
@@ -37,7 +37,7 @@ void copyRange(const FileDescriptor& from, const FileDescriptor& to, off_t begin
   }
 }
 
-// Holes stay holes: the files are large and hold little.
+// Holes stay holes, because the files are large and contain little.
 void copyAll(const FileDescriptor& from, const FileDescriptor& to) {
   struct stat attributes {};
   if (::fstat(from.get(), &attributes) != 0 || ::ftruncate(to.get(), attributes.st_size) != 0) {

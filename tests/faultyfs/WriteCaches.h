@@ -12,21 +12,21 @@
 
 namespace faultyfs {
 
-// Files that stand for devices with a volatile write cache: whatever was not flushed may be lost with the power. Of each
-// a second copy is kept that only gets what is flushed. Safe to use from several threads.
+// Files that stand for devices with a volatile write cache: what was not flushed may be lost with the power. Each has a
+// second copy that gets only what is flushed. Any thread may use it.
 class WriteCaches {
  public:
-  // From now on `file` has such a cache; what it holds now is permanent. The copy is kept at `permanent`.
-  // Throws std::system_error, as copyAfterPowerLoss() does.
+  // From now on `file` has such a cache. Its present content is permanent. The copy is kept at `permanent`.
+  // Throws std::system_error, like copyAfterPowerLoss().
   void add(const std::filesystem::path& file, const std::filesystem::path& permanent);
 
-  // To be held while the file is changed and the change noted, so that a loss of power never comes in between.
+  // A lock to hold while the file is changed and the change is noted, so that no loss of power comes in between.
   // Locks nothing for files without a cache.
   [[nodiscard]] std::unique_lock<std::mutex> steady(FileId id);
   // The range is in the cache now.
   void note(const std::unique_lock<std::mutex>& steady, FileId id, ByteRange range);
 
-  // Makes what is in the cache permanent. Returns 0 or an errno.
+  // Makes the content of the cache permanent. Returns 0 or an errno.
   int flush(FileId id);
 
   // Writes to `target` what the file would hold if the power failed now.
@@ -38,7 +38,7 @@ class WriteCaches {
   struct Cache {
     FileDescriptor file;
     FileDescriptor permanent;
-    std::map<std::uint64_t, std::uint64_t> blocks;  // in the cache alone: number and how many bytes of it there are
+    std::map<std::uint64_t, std::uint64_t> blocks;  // only in the cache: the number of a block, and its bytes
   };
 
   std::mutex _mutex;

@@ -1,10 +1,10 @@
-// A file system for tests: it shows a backing folder under a mount point and fails, on demand, the way media do.
+// A file system for tests: it shows a backing folder at a mount point and, on demand, fails as media do.
 //
 //   faultyfs <backing folder> <mount point> <descriptor of the control socket>
 //
-// The control socket (SOCK_SEQPACKET) carries the commands of the test program; once mounted, the first packet sent is
-// "mounted". Every command is answered when it is in force. The file system goes away along with the other end of the
-// socket, so that no mount outlives its test.
+// The control socket (SOCK_SEQPACKET) carries the commands of the test program. The first packet sent is "mounted". Every
+// command is answered when it is in force. When the other end of the socket is closed, the file system unmounts and ends, so
+// that no mount outlives its test.
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -36,14 +36,14 @@ namespace faultyfs {
 
 namespace {
 
-// Enough for slow answers to leave others room.
+// Enough threads for other requests while some answers are slow.
 constexpr int workerCount = 16;
 constexpr std::size_t largestMessage = 65536;
 
-// The connection to the kernel, mounted as long as this object lives.
+// The connection to the kernel, mounted as long as this object exists.
 class Mount {
  public:
-  // Throws std::runtime_error if mounting is not possible here.
+  // Throws std::runtime_error if it can't be mounted here.
   Mount(PassThrough& files, const std::string& mountPoint) {
     std::string name = "faultyfs";
     std::string option = "-ofsname=faultyfs,subtype=faultyfs";
@@ -90,7 +90,7 @@ class Mount {
     }
   }
 
-  // Gets the next request; one thread at a time waits for it, the others work or queue up behind it.
+  // Gets the next request. One thread at a time waits for it; the others work or wait for their turn.
   bool receive(fuse_buf& buffer) {
     const std::lock_guard turn(_turn);
     while (fuse_session_exited(_connection.get()) == 0) {
@@ -113,7 +113,7 @@ class Mount {
   std::unique_ptr<fuse_session, Unmount> _mounted;
 };
 
-// Obeys the test program.
+// Executes the commands of the test program.
 class Control {
  public:
   Control(FileDescriptor socket, FaultBook& faults, TrafficLog& traffic, WriteCaches& caches)
@@ -126,7 +126,7 @@ class Control {
     }
   }
 
-  // Executes commands until the other end is closed.
+  // Returns when the other end is closed.
   void serve() {
     std::vector<char> buffer(largestMessage);
     for (;;) {
@@ -225,7 +225,7 @@ void serve(const std::string& backing, const std::string& mountPoint, FaultBook&
 
 int run(const std::string& backing, const std::string& mountPoint, int controlDescriptor) {
   ::umask(0);  // the kernel has applied the mask of the caller already
-  // Whoever ends the tests closes the control socket by that; ending at once would leave a dead mount behind.
+  // A signal that ends the tests also closes the control socket. Ending here at once would leave a dead mount.
   for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) {
     ::signal(signal, SIG_IGN);
   }

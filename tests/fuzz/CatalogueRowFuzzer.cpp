@@ -1,6 +1,6 @@
-// A row of the catalogue. The lines of the input are the destination, the path and the seven values of the columns: behind an "i"
-// a number, "b" bytes, "t" a text, "r" a fraction, and anything else is nothing. First a row of just these values; then one that
-// was written properly from them, in which the last value that there is stands in one of the columns instead.
+// A row of the catalogue. The lines of the input are the destination, the path and the seven values of the columns. The first
+// letter is the type: "i" a number, "b" bytes, "t" a text, "r" a fraction, anything else no value. First a row of just these
+// values is read; then a row that was written properly from them, but with the last value in place of one of the columns.
 
 #include <fmt/format.h>
 
@@ -45,7 +45,7 @@ std::string textIn(const std::string& line) {
   return line.empty() ? "" : line.substr(1);
 }
 
-// The column as the line wants it, of the parameter with this number.
+// The expression that gives the parameter with this number the type of the line.
 std::string expressionFor(const std::string& line, std::size_t parameter) {
   if (line.starts_with('t')) return fmt::format("CAST(?{} AS TEXT)", parameter);
   if (line.starts_with('r')) return fmt::format("(?{} + 0.5)", parameter);
@@ -71,7 +71,7 @@ bool isSensible(const FileRecord& record) {
                  : record.size == record.destinationSize;
 }
 
-// A row of just these values.
+// Reads a row of just these values.
 std::optional<FileRecord> takenAsItIs(Database& database, const std::vector<std::string>& lines) {
   std::string query = "SELECT ";
   std::array<std::string, columns> texts;
@@ -96,7 +96,7 @@ FileRecord recordOf(const std::vector<std::string>& lines) {
           .destinationModified = numberIn(lines[6])};
 }
 
-// That record as it is written, where the column is another one's: `column` may be none of them.
+// Writes that record and reads it, with another value in the column; `column` may be none of the columns.
 std::optional<FileRecord> takenAsWritten(Database& database, const std::vector<std::string>& lines,
                                          std::size_t column) {
   const FileRecord record = recordOf(lines);
@@ -108,7 +108,7 @@ std::optional<FileRecord> takenAsWritten(Database& database, const std::vector<s
     const std::string own = fmt::format("?{}", index + 1);
     query += (index == 0 ? "" : ", ") + (index == column ? expressionFor(other, columns + 1) : own);
   }
-  // Every parameter is there, whichever columns are.
+  // Every parameter is used, whichever columns are.
   Statement row = database.prepare(query + fmt::format(", ?{}", columns + 1));
   CatalogueRow::put(row, lines[0], lines[1], record, digestText);
   give(row, other, otherText);

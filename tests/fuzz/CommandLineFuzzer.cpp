@@ -1,4 +1,4 @@
-// The command line: an argument per line of the input. Parsed to the plain value and made to a job that is not run.
+// The command line: each line of the input is an argument. It is parsed, and a job is made of it that is not run.
 
 #include <algorithm>
 #include <string>
@@ -13,7 +13,7 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-// Arguments of a process hold no zeros, and those with a newline are parsed as any other.
+// Arguments of a process contain no zeros. (Those with a newline are parsed like any others.)
 Words wordsOf(std::string_view input) {
   Words words;
   for (std::size_t start = 0; start < input.size();) {
@@ -46,7 +46,7 @@ bool isSame(const CommandLine& one, const CommandLine& other) {
          one.algorithmWord == other.algorithmWord && one.externalHash == other.externalHash;
 }
 
-// An option's argument stands as a word of its own or at the end of one.
+// An option's argument is a word of its own, or the end of one.
 bool isGiven(const Words& words, std::string_view argument) {
   return std::ranges::any_of(words, [&](const std::string& word) { return word.ends_with(argument); });
 }
@@ -61,7 +61,7 @@ bool sizeIsGiven(const Words& words, int64_t size) {
 }
 
 void requirePathsOfWords(const CommandLine& line, const Words& words) {
-  // The source and the destinations stand in this order among the words.
+  // The source and the destinations come in this order among the words.
   std::vector<platform::FileURL> paths = line.destinations;
   if (line.source) paths.insert(paths.begin(), *line.source);
   auto word = words.begin();

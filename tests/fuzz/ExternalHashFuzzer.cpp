@@ -1,5 +1,5 @@
-// The text of a digest from elsewhere, checked against the copy of three bytes. The first line of the input, one of the
-// codes 0, 1, 2, 8 and 16, is the algorithm of the copy.
+// The text of a digest from elsewhere, compared with the copy of three bytes. The first line of the input is the algorithm of
+// the copy: one of the codes 0, 1, 2, 8 and 16.
 
 #include <strings.h>
 
@@ -23,13 +23,13 @@ struct Known {
 
 constexpr std::string_view copied = "abc";
 
-// As the published vectors and xxhsum have it.
+// From the published vectors and xxhsum.
 constexpr std::array known{Known{"MD5", KDXDigestAlgorithmMD5, "900150983cd24fb0d6963f7d28e17f72"},
                            Known{"SHA1", KDXDigestAlgorithmSHA1, "a9993e364706816aba3e25717850c26c9cd0d89d"},
                            Known{"XXHash64BE", KDXDigestAlgorithmXXHash64BE, "44bc2cf5ad770999"},
                            Known{"XXHash64", KDXDigestAlgorithmXXHash64, "990977adf52cbc44"}};
 
-// The algorithm whose name the text begins with, a colon behind it; null without one.
+// The algorithm with whose name and a colon the text begins; null if there is none.
 const Known* namedIn(std::string_view text) {
   for (const Known& row : known) {
     if (text.starts_with(std::string(row.name) + ":")) return &row;
@@ -42,7 +42,7 @@ bool isDigestOfCopied(const Known& row, std::string_view text) {
   return text.size() == expected.size() && ::strncasecmp(text.data(), expected.data(), expected.size()) == 0;
 }
 
-// The steps of a job that meet the hash, without files.
+// The steps of a job that use the hash, without files.
 bool passes(const std::string& text, uint32_t copyAlgorithm) {
   const auto job = KDXDispatchCopy::initWithSourceURL(platform::FileURL("/card/clip.mov"));
   job->setDigestAlgorithm(copyAlgorithm);

@@ -1,4 +1,4 @@
-// The identifier of a sequence, all of the input but its last line; that line is the number of a frame, and of an index.
+// The identifier of a sequence: all of the input except its last line, which is the number of a frame, and of an index.
 
 #include <algorithm>
 #include <array>
@@ -11,7 +11,7 @@
 
 namespace {
 
-// Beyond every path that the system takes; a name has two texts of the identifier and some directives of such a width.
+// Longer than any path that the system accepts. A name has two texts of the identifier and some directives of this width.
 constexpr std::size_t longestPath = 4096;
 
 void requireSame(const KDXFileSequence& one, const KDXFileSequence& other) {
@@ -34,8 +34,8 @@ void requireFields(const KDXFileSequence& sequence, std::string_view identifier)
           "the duration is the number of frames from the first to the last");
 }
 
-// The name of a frame where the texts around its number are plain: both texts with the number in between, as many
-// digits as there are hashes, a sign counting as one.
+// The name of a frame if the texts around its number are plain: both texts with the number in between. It has as many digits
+// as there are hashes; a sign counts as a digit.
 std::string plainName(const KDXFileSequence& sequence, int32_t frame) {
   std::string number = std::to_string(frame);
   const auto width = static_cast<std::size_t>(sequence.numberOfDigits());
@@ -47,7 +47,7 @@ bool isUsable(std::string_view text) {
   return text.find('\0') == std::string_view::npos;
 }
 
-// Neither text was cut within a character, which would leave it empty.
+// True if no text was cut within a character, which would make it empty.
 bool isWhole(const KDXFileSequence& sequence, std::string_view identifier) {
   const std::size_t lastHash = identifier.rfind('#');
   const bool postfixIsWhole = sequence.postfix() == identifier.substr(lastHash + 1);

@@ -12,14 +12,14 @@ namespace {
 constexpr std::string_view key = "readBufferSizeMB";
 
 int64_t valueIn(std::string text) {
-  // A stream over memory has at least a byte.
+  // A stream over memory needs at least one byte.
   if (text.empty()) text = "\n";
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(::fmemopen(text.data(), text.size(), "r"), std::fclose);
   require(stream != nullptr, "there is a stream");
   return platform::integerForKey(stream.get(), key);
 }
 
-// True when the number stands right behind a separator somewhere in the text, white space left out.
+// True when the number follows a separator somewhere in the text, apart from white space.
 bool isGiven(const std::string& text, int64_t value) {
   constexpr int decimal = 10;
   for (std::size_t at = 0; (at = text.find_first_of("=:", at)) != std::string::npos;) {

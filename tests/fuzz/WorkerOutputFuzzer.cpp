@@ -1,5 +1,5 @@
-// What a worker's standard output tells. The first byte is the number of frames, the second that of destinations, the third
-// says where the rest is cut in two.
+// The standard output of a worker. The first byte is the number of frames, the second the number of destinations, and the
+// third says where the rest is cut in two.
 
 #include <algorithm>
 

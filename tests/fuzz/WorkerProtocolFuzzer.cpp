@@ -1,4 +1,4 @@
-// The messages between the coordinator and a worker. The first byte says in pieces of what length the rest arrives.
+// The messages between the coordinator and a worker. The first byte gives the length of the pieces in which the rest arrives.
 
 #include <algorithm>
 #include <vector>

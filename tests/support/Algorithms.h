@@ -12,7 +12,7 @@ inline constexpr uint32_t md5 = 2;
 inline constexpr uint32_t xxHash64 = 8;
 inline constexpr uint32_t xxHash64BE = 16;
 
-// An algorithm, and the program of the system that knows it as well.
+// An algorithm, and the system's program that computes it.
 struct Algorithm {
   const char* name;
   uint32_t code;
@@ -28,5 +28,5 @@ inline constexpr std::array algorithms{Algorithm{"SHA1", sha1, "SHA1", 20, "sha1
                                        Algorithm{"XXHash64", xxHash64, "XXHash64", 8, "xxh64sum"},
                                        Algorithm{"XXHash64BE", xxHash64BE, "XXHash64BE", 8, "xxh64sum"}};
 
-// The hex digits of the file's digest, which the algorithm's program tells: in the byte order of the algorithm.
+// The hex digits of the file's digest, as that program computes them, in the byte order of the algorithm.
 std::string expectedHex(const Algorithm& algorithm, const std::string& path);

@@ -4,7 +4,7 @@
 
 #include "tests/support/ScratchDirectory.h"
 
-// What is printed on a descriptor of this process while the object lives.
+// Captures what is printed on a descriptor of this process while the object exists.
 class Captured {
  public:
   explicit Captured(int descriptor);
@@ -12,9 +12,9 @@ class Captured {
   Captured(const Captured&) = delete;
   Captured& operator=(const Captured&) = delete;
 
-  // With all that was queued for printing until now.
+  // Everything until now, with what was queued for printing.
   [[nodiscard]] std::string text() const;
-  // Without waiting for the queue: what is out when the call that prints it has returned.
+  // What has been printed until now. Does not wait for the queue.
   [[nodiscard]] std::string textSoFar() const;
 
  private:

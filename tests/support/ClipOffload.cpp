@@ -31,7 +31,7 @@ ClipOffload::ClipOffload(std::size_t size, const std::string& clipName)
 }
 
 std::string ClipOffload::digestBy(const std::string& program) const {
-  // Of a copy: shells and programs stumble over some names.
+  // Digests a copy with a plain name, because shells and programs stumble over some names.
   const ScratchDirectory folder;
   writeFile(folder.file("clip"), bytes);
   return digestByProgram(program, folder.file("clip"));

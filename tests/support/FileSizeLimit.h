@@ -4,7 +4,8 @@
 
 #include <csignal>
 
-// No file of this process can grow beyond the size while this exists: writes are short first, then they fail.
+// While this object exists, no file of this process can grow beyond the size: the first write beyond it is short, later ones
+// fail.
 class FileSizeLimit {
  public:
   explicit FileSizeLimit(rlim_t size) {

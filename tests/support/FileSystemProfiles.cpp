@@ -28,7 +28,7 @@ const std::vector<FileSystemProfile>& fileSystemProfiles() {
       {.name = "FAT", .link = EPERM, .numbers = Numbers::untilForgotten, .ignoresCase = true, .timeGrain = 2s},
       {.name = "ExFAT", .link = EPERM, .numbers = Numbers::untilForgotten, .ignoresCase = true, .timeGrain = 10ms},
       {.name = "NTFSWithoutCase", .ignoresCase = true},
-      // Compressed files are read and written through the cache alone.
+      // Compressed files are always read and written through the cache.
       {.name = "NTFSCompressed", .direct = EOPNOTSUPP},
       {.name = "ZFSWithoutRenameFlags", .renameFlags = EINVAL},
   };

@@ -6,20 +6,20 @@
 // The path of a file of the source tree that these tests were built from.
 std::string sourceTreePath(const std::string& name);
 
-// The manual page, taken apart as far as tests compare it with its program. Texts are those that a reader sees: escapes of the
-// page's format are resolved, macros stay.
+// The parts of the manual page that tests compare with its program. Texts are those that a reader sees: escapes of the page's
+// format are resolved, macros stay.
 class ManualPage {
  public:
-  // Reads the one of the source tree.
+  // Reads the page in the source tree.
   explicit ManualPage(const std::string& program = "kdxdispatchcopy");
 
-  // What stands behind ".It" in the section of this name ("EXIT STATUS"), or in a subsection ("Options"), in its order.
+  // What follows each ".It" in the section of this name ("EXIT STATUS"), or in a subsection ("Options"), in order.
   [[nodiscard]] std::vector<std::string> items(const std::string& section) const;
 
-  // The lines of a section between ".Bd" and ".Ed", in its order.
+  // The lines of a section between ".Bd" and ".Ed", in order.
   [[nodiscard]] std::vector<std::string> displayedLines(const std::string& section) const;
 
-  // The lines of a section as they are in the file.
+  // The lines of a section as they stand in the file.
   [[nodiscard]] std::vector<std::string> linesOfSection(const std::string& section) const;
 
  private:

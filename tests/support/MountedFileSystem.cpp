@@ -71,7 +71,7 @@ bool MountedFileSystem::makeImage(const std::string& type, std::size_t size, con
   fs::resize_file(image, size);
   const std::string force = type.starts_with("ext") ? " -F -E lazy_itable_init=0 " : " ";
   if (run("mkfs." + type + " -q" + force + image)) {
-    // xfs writes its whole log, which is most of what copies of the image would have to carry.
+    // xfs writes its whole log, which would be most of the bytes in copies of the image.
     run("fallocate --dig-holes " + image);
     return true;
   }
@@ -85,10 +85,10 @@ std::unique_ptr<MountedFileSystem> MountedFileSystem::mountImage(const std::stri
     whyNot = "mounting " + type + " needs root";
     return nullptr;
   }
-  // Without a journal to replay it is checked first, as systems do when they start.
+  // There is no journal to replay, so check it first, as systems do when they start.
   if (type == "ext2") run("e2fsck -f -y " + image);
   auto system = makeMountPoint();
-  // A copy has the identity of its original, which is mounted still.
+  // A copy has the identity of its original, which is still mounted.
   const bool isMounted = system->mountOnLoopDevice(type, image, type == "xfs" ? options + ",nouuid" : options, whyNot);
   if (!isMounted) system->_mountPoint.clear();
   return isMounted ? std::move(system) : nullptr;

@@ -27,7 +27,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using platform::FileDescriptor;
 
-// One kind takes 10 s of processor time on purpose to make a key of a password.
+// One kind spends 10 s of processor time, on purpose, to make a key from a password.
 constexpr std::chrono::seconds mountDeadline{120};
 constexpr std::chrono::seconds endDeadline{20};
 constexpr const char* mountTable = "/proc/self/mountinfo";
@@ -46,7 +46,7 @@ struct Mount {
   fs::path source;
 };
 
-// What is mounted below the folder, the oldest first.
+// The mounts below the folder, oldest first.
 std::vector<Mount> mountsBelow(const fs::path& folder) {
   std::vector<Mount> mounts;
   std::ifstream table(mountTable);
@@ -67,10 +67,10 @@ void unmount(const Mount& mount) {
   if (::umount2(mount.mountPoint.c_str(), 0) != 0) ::umount2(mount.mountPoint.c_str(), MNT_DETACH);
 }
 
-// In the child process: becomes the program that mounts, whose words go to a file.
+// In the child process: becomes the program that mounts. Its output goes to a file.
 [[noreturn]] void becomeMount(const std::string& kind, const fs::path& folder, pid_t parent) {
   ::setpgid(0, 0);
-  // A test that dies takes the program along, which then unmounts.
+  // If the test dies, the program gets a signal and unmounts.
   ::prctl(PR_SET_PDEATHSIG, SIGTERM);
   if (::getppid() != parent || ::chdir(folder.c_str()) != 0) ::_exit(1);
   const int log = ::open("words", O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600);
@@ -78,7 +78,7 @@ void unmount(const Mount& mount) {
   ::dup2(nothing, STDIN_FILENO);
   ::dup2(log, STDOUT_FILENO);
   ::dup2(log, STDERR_FILENO);
-  // Nothing of the test's is held open by what may outlive it.
+  // The program may outlive the test, so it must not hold the test's files open.
   ::close_range(STDERR_FILENO + 1, ~0U, 0);
   const std::string script = projectFile("tests/kinds/mount");
   ::execl(script.c_str(), script.c_str(), kind.c_str(), nullptr);
@@ -113,7 +113,7 @@ bool MountedKind::isMountedInTime() {
   const FileDescriptor server = descriptorOf(_server);
   const Clock::time_point deadline = Clock::now() + mountDeadline;
   while (!isMounted()) {
-    // A change of the table is reported once; the end of a process from then on.
+    // A change of the table is reported once. The end of a process is reported from then on.
     std::array<struct pollfd, 2> events{
         {{.fd = table.get(), .events = POLLPRI, .revents = 0}, {.fd = server.get(), .events = POLLIN, .revents = 0}}};
     if (::poll(events.data(), events.size(), millisecondsUntil(deadline)) == 0) return false;
@@ -171,7 +171,7 @@ void MountedKind::endServer(bool endsByItself) {
     return ::poll(&end, 1, millisecondsUntil(Clock::now() + endDeadline)) == 1;
   };
   if (endsByItself) endsInTime();
-  // Not waited for yet, it keeps its number, so that the group is still the one that was started.
+  // Its end has not been waited for, so the number still belongs to the group that was started here.
   ::kill(-_server, SIGTERM);
   if (!endsInTime()) ::kill(-_server, SIGKILL);
   ::waitpid(_server, nullptr, 0);

@@ -9,7 +9,7 @@
 
 #include "tests/support/MountedFileSystem.h"
 
-// A file system as MountedFileSystem::mount takes it.
+// A file system for MountedFileSystem::mount.
 struct FileSystemRow {
   const char* name;
   const char* type;
@@ -17,7 +17,7 @@ struct FileSystemRow {
   friend void PrintTo(const FileSystemRow& row, std::ostream* out) { *out << row.name; }
 };
 
-// Has the file system of the row mounted, or is skipped where that can't be.
+// Mounts the file system of the row, or skips the test if that fails.
 class OnFileSystem : public testing::TestWithParam<FileSystemRow> {
  protected:
   void SetUp() override {

@@ -37,7 +37,7 @@ void makeReadsFail(const std::string& path) {
   const std::optional<int> descriptor = descriptorOf(path);
   ASSERT_TRUE(descriptor.has_value()) << path;
   const int directory = ::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  // Without the library in between, which the thread sanitizer would take for a close behind the reader's back.
+  // A plain system call: the thread sanitizer would take the library's dup3 for a close that races with the reader.
   ASSERT_EQ(*descriptor, ::syscall(SYS_dup3, directory, *descriptor, O_CLOEXEC));
   ::close(directory);
 }

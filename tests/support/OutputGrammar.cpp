@@ -11,7 +11,7 @@
 #include "tests/support/ProjectFile.h"
 #include "tests/support/ScratchDirectory.h"
 
-// The forms are matched by derivatives: what may follow a line is again a form. With it "&" is as simple as "|".
+// The forms are matched by derivatives: what may follow a line is again a form. This makes "&" as simple as "|".
 
 namespace {
 
@@ -21,7 +21,7 @@ using FormPointer = std::shared_ptr<const Form>;
 struct Form {
   enum class Kind { nothing, empty, line, sequence, choice, mix, repeated };
   Kind kind;
-  std::string key;  // the same for the same form
+  std::string key;  // equal forms have equal keys
   std::vector<FormPointer> parts = {};
   std::shared_ptr<const std::regex> line = nullptr;
   bool canBeEmpty = false;
@@ -52,7 +52,7 @@ FormPointer sequence(const FormPointer& first, const FormPointer& second) {
                .canBeEmpty = first->canBeEmpty && second->canBeEmpty});
 }
 
-// The parts of those that are of the kind themselves are taken for parts of this one.
+// Replaces each part that is itself of this kind by its own parts.
 std::vector<FormPointer> flattened(Kind kind, const std::vector<FormPointer>& parts) {
   std::vector<FormPointer> all;
   for (const FormPointer& part : parts) {
@@ -99,7 +99,7 @@ FormPointer repeated(const FormPointer& part) {
   return make({.kind = Kind::repeated, .key = keyOf('*', {part}), .parts = {part}, .canBeEmpty = true});
 }
 
-// What may come behind the line.
+// The form that may follow the line.
 FormPointer behind(const FormPointer& form, const std::string& line) {
   switch (form->kind) {
     case Kind::nothing:
@@ -134,7 +134,7 @@ FormPointer behind(const FormPointer& form, const std::string& line) {
 using Words = std::map<std::string, std::string>;
 using Rules = std::map<std::string, std::vector<std::string>>;
 
-// With every <word> replaced by its expression.
+// The text with every <word> replaced by its expression.
 std::string withWords(const std::string& text, const Words& words, bool isPlain) {
   static const std::regex special(R"([.*+?^${}()|[\]\\])");
   const auto plain = [&](const std::string& piece) {
@@ -290,7 +290,7 @@ class Parser {
   std::string _token;
 };
 
-// With their newlines; the last may have none.
+// The lines with their newlines; the last one may have none.
 std::vector<std::string> wholeLinesOf(const std::string& text) {
   std::vector<std::string> lines = linesOf(text);
   for (std::string& line : lines) line += '\n';
@@ -298,7 +298,7 @@ std::vector<std::string> wholeLinesOf(const std::string& text) {
   return lines;
 }
 
-// What may follow the text; what is wrong with it, when nothing may.
+// The form that may follow the text. If nothing may, `fault` says what is wrong.
 FormPointer behindText(FormPointer form, const std::string& text, std::string& fault) {
   std::size_t number = 0;
   for (const std::string& line : wholeLinesOf(text)) {
@@ -350,7 +350,7 @@ std::string OutputGrammar::faultOf(const std::string& text, const std::string& r
 std::string OutputGrammar::faultOfOutput(const std::string& output, int exitStatus, const RunKind& kind) const {
   const std::string rule = "exit-" + std::to_string(exitStatus);
   const std::string fault = hasRule(rule) ? faultOf(output, rule, kind) : "no rule is called " + rule;
-  // The system's numbers are not kept apart from the others.
+  // The number of a system error may also be one of the tool's own statuses.
   const bool isOfTheSystem = exitStatus != 0 && faultOf(output, "exit-errno", kind).empty();
   return isOfTheSystem ? "" : fault;
 }

@@ -5,5 +5,5 @@
 
 #include "KDXFileTools/kdxdispatchcopy/CommandLine.h"
 
-// What the tool takes from a command line of these words; its own name is put in front.
+// Parses a command line of these words, after the tool's name.
 CommandLine parsedLine(std::vector<std::string> words);

@@ -2,5 +2,5 @@
 
 #include <string>
 
-// The path of a file that the project delivers beside the program: "docs/output.md".
+// The path of a file of the project: "docs/output.md".
 std::string projectFile(const std::string& name);

@@ -10,7 +10,7 @@
 inline constexpr std::size_t KiB = 1024;
 inline constexpr std::size_t MiB = 1024 * KiB;
 
-// A folder of the test's own, removed with all that is in it when the test ends.
+// A folder for one test, removed with everything in it when the test ends.
 class ScratchDirectory {
  public:
   // Below the system's temporary directory, or below `parent`.
@@ -22,14 +22,14 @@ class ScratchDirectory {
 
   [[nodiscard]] const std::filesystem::path& path() const { return _path; }
 
-  // The absolute path of a name in the folder; the folders above it are made.
+  // The absolute path of a name in the folder. Makes the folders above the name.
   [[nodiscard]] std::string file(std::string_view name) const;
 
  private:
   std::filesystem::path _path;
 };
 
-// Where thousands of files are made quickly: a folder in memory, or the system's temporary directory where there is none.
+// A folder where making thousands of files is fast: one in memory, or else the system's temporary directory.
 std::filesystem::path quickFolder();
 
 // `size` bytes that look random and are the same for the same seed.
@@ -38,7 +38,7 @@ std::string mediaBytes(std::size_t size, uint32_t seed = 1);
 void writeFile(const std::string& path, std::string_view bytes);
 // The whole file; fails the test when it can't be read.
 std::string readFile(const std::string& path);
-// Flips one bit of the byte at the offset, and makes sure that the change is on the device and not in the cache alone.
+// Flips one bit of the byte at the offset, and makes sure that the change is on the device, not only in the cache.
 void damageFile(const std::string& path, int64_t offset);
 
 // The names below the folder (files and links, relative paths, sorted; folders are not listed).

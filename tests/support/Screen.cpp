@@ -7,7 +7,7 @@
 
 namespace {
 
-// Length in bytes and width in columns of the sign at the position, by the tables of the C library.
+// Length in bytes and width in columns of the character at the position, from the tables of the C library.
 struct Sign {
   std::size_t length = 1;
   std::size_t width = 1;
@@ -45,7 +45,7 @@ void Screen::write(const std::string& bytes) {
   }
 }
 
-// Returns the position behind it.
+// Returns the position after the control sequence.
 std::size_t Screen::control(const std::string& bytes, std::size_t at) {
   const std::size_t end = bytes.find_first_not_of("0123456789;", at + 2);
   if (end == std::string::npos || bytes[at + 1] != '[') throw std::runtime_error("unknown control");

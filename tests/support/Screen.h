@@ -4,29 +4,29 @@
 #include <string>
 #include <vector>
 
-// What a person sees of what a program writes to a terminal: a model of the few controls that are in use, as terminals take
-// them. Lines that leave the screen at its top stay readable, as in a terminal's history. A control that is not known throws.
+// What a person sees when a program writes to a terminal. Models the few control sequences that are in use. Lines that scroll
+// off the top stay readable, as in a terminal's history. An unknown control sequence throws.
 class Screen {
  public:
   Screen(std::size_t columns, std::size_t rows) : _columns(columns), _rows(rows) {}
 
-  // A newline goes to the beginning of the next line, as a terminal's driver makes of it.
+  // A newline also returns to the beginning of the line, as the terminal driver does it.
   void write(const std::string& bytes);
-  // The terminal gets another width: lines are broken anew, as most terminals do.
+  // Changes the width of the terminal and wraps the lines again, as most terminals do.
   void setColumns(std::size_t columns);
 
-  // What stands there, without blanks at the ends of lines and without empty lines at the end.
+  // The text, without blanks at the ends of lines and without empty lines at the end.
   [[nodiscard]] std::vector<std::string> lines() const;
-  // From 0, counted from the first of `lines`, and in it.
+  // The position of the cursor, from 0: its line, counted from the first of `lines`, and its column.
   [[nodiscard]] std::size_t cursorLine() const { return _cursorLine; }
   [[nodiscard]] std::size_t cursorColumn() const { return _cursorColumn; }
-  // A colour is switched on where the cursor stands.
+  // True when a colour is switched on.
   [[nodiscard]] bool isColoured() const { return _isColoured; }
 
  private:
   struct Line {
-    std::vector<std::string> cells{};  // empty: the second half of a wide sign
-    bool continues = false;            // the line before was too long
+    std::vector<std::string> cells{};  // an empty cell is the second half of a wide character
+    bool continues = false;            // continues the line above, which was too long
   };
 
   std::size_t control(const std::string& bytes, std::size_t at);

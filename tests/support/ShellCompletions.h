@@ -4,18 +4,18 @@
 #include <string>
 #include <vector>
 
-// A shell, and the file that tells it what to offer for a program.
+// A shell, and the file that defines its completions for a program.
 struct Shell {
   const char* name;
-  const char* configurationLess;  // its option for a start without anybody's settings
+  const char* configurationLess;  // the option to start it without the user's settings
   const char* completions;        // in the source tree
 };
 
 void PrintTo(const Shell& shell, std::ostream* out);
 
-// What the shell offers at the end of the command line, where it stands in the folder; in its order, behind a tabulator with
-// the description where it shows one.
+// What the shell, in this folder, offers at the end of the command line, in its order. If the shell shows a description, the
+// offer ends with a tab and the description.
 std::vector<std::string> offersOfShell(const Shell& shell, const std::string& line, const std::string& folder);
 
-// The same without descriptions.
+// The offers without descriptions.
 std::vector<std::string> withoutDescriptions(std::vector<std::string> offers);

@@ -31,7 +31,7 @@ char stateOf(pid_t thread) {
   std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
   std::string facts;
   std::getline(file, facts);
-  // The state stands behind the name, which is in brackets.
+  // The state follows the name, which is in brackets.
   const std::size_t name = facts.rfind(')');
   return name == std::string::npos || name + 2 >= facts.size() ? ' ' : facts[name + 2];
 }

@@ -9,14 +9,15 @@
 #include <string>
 #include <thread>
 
-// The name of the calling thread, as the system has it.
+// The name of the calling thread in the system.
 std::string nameOfThisThread();
 
-// 'R' for a thread of this process that runs or could run, 'S' for one that sleeps in the system; ' ' for none.
+// The state of a thread of this process: 'R' if it runs or could run, 'S' if it sleeps in the system; ' ' if there is no such
+// thread.
 char stateOf(pid_t thread);
 
-// Keeps the promise when the calling thread is over. The thread shares it: one on the stack of the waiting thread could
-// be gone while this thread is still inside set_value.
+// Fulfils the promise when the calling thread ends. The thread shares the promise: on the stack of the waiting thread it could
+// be destroyed while this thread is still inside set_value.
 void tellTheEndOfThisThread(std::shared_ptr<std::promise<void>> over);
 
 // A thread that a test can watch until it waits for something.

@@ -20,7 +20,7 @@ void* asPointer(long value) {
 }
 
 void goOn(pid_t thread, int signal) {
-  // A thread that was killed meanwhile is gone; its end is told all the same.
+  // Fails if the thread was killed meanwhile. Its end is still reported.
   ::ptrace(PTRACE_SYSCALL, thread, nullptr, asPointer(signal));
 }
 
@@ -50,7 +50,7 @@ class Tracer {
   }
 
  private:
-  // What the stopped thread goes on with.
+  // The signal with which the stopped thread goes on.
   int signalFor(pid_t thread, int status) {
     const int signal = WSTOPSIG(status);
     if (signal == systemCallStop) return atSystemCall(thread);
@@ -79,7 +79,7 @@ class Tracer {
     return give(_atCall(call));
   }
 
-  // A signal that is given when going on from a system call would be lost.
+  // Sent with kill: a signal that is passed when the thread goes on from a system call would be lost.
   int give(int signal) const {
     if (signal != 0) ::kill(_process, signal);
     return 0;

@@ -8,14 +8,14 @@
 
 #include "tests/support/ToolRun.h"
 
-// A system call of the tool, which stands still right before it or right behind it.
+// A system call of the tool, whose thread is stopped right before or right after it.
 struct StoppedCall {
-  long number;          // as SYS_fsync
+  long number;          // SYS_fsync, for example
   uint64_t occurrence;  // counted from 1 over all calls of this number, in the order in which they began
-  bool isOver;          // the system has done it
+  bool isOver;          // stopped after the call
 };
 
-// By which calls files are renamed, linked and removed. Processors that came later have only those that take a folder too.
+// The calls that rename, link and remove files. On newer processors there are only those that take a folder too.
 #ifdef SYS_rename
 inline constexpr long callThatRenames = SYS_rename;
 inline constexpr long callThatLinks = SYS_link;
@@ -26,11 +26,11 @@ inline constexpr long callThatLinks = SYS_linkat;
 inline constexpr long callThatRemoves = SYS_unlinkat;
 #endif
 
-// Does what it has to do while the calling thread of the tool stands still; its other threads go on. Returns the signal
-// with which the tool goes on, 0 for none.
+// Called while the thread of the tool is stopped; other threads go on. Returns the signal that the tool gets when it goes on,
+// 0 for none.
 using AtCall = std::function<int(const StoppedCall&)>;
 
-// Runs the program, stops it before and behind each call of those numbers, and waits for its end.
+// Runs the program, stops it before and after each call of these numbers, and waits for its end.
 ToolRun runTool(const ToolStart& start, const std::set<long>& numbers, const AtCall& atCall);
 
 // True when this build's program can be stopped (sanitizers do not run under a tracer).

@@ -10,7 +10,7 @@
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
-using Contents = std::map<std::string, std::string>;  // of files, by their paths below a root
+using Contents = std::map<std::string, std::string>;  // contents of files, by their paths below a root
 
 // A card that is offloaded to the folders "first" and "second" below a root, with buffers of 1 MiB.
 class TwoFolderOffload {
@@ -22,17 +22,17 @@ class TwoFolderOffload {
 
   [[nodiscard]] ToolStart to(const std::filesystem::path& root, std::vector<std::string> options = {}) const;
 
-  // What a complete offload leaves under the final names.
+  // What stands under the final names after a complete offload.
   [[nodiscard]] const Contents& contents() const { return _contents; }
   void makeFolders(const std::filesystem::path& root) const;
-  // Another file under each final name.
+  // Writes another file under each final name.
   [[nodiscard]] Contents writeOldFiles(const std::filesystem::path& root) const;
 
   void expectSourceUntouched() const;
   void expectAllInPlace(const std::filesystem::path& root) const;
   void expectAllUnderTheirTemporaryNames(const std::filesystem::path& root) const;
-  // Whatever has its final name is complete, or what stood there before; where an old file is gone, its replacement is there
-  // under its temporary name.
+  // Every file with a final name is complete, or is the old file. Where the old file is gone and no new one has the name, its
+  // replacement stands under the temporary name.
   void expectNothingLost(const std::filesystem::path& root, const Contents& old) const;
 
  private:
@@ -41,9 +41,9 @@ class TwoFolderOffload {
   std::unique_ptr<ScratchDirectory> _card = std::make_unique<ScratchDirectory>();
   std::vector<std::string> _arguments;  // up to the destinations
   std::string _destinationName;
-  Contents _sources;  // by their absolute paths
+  Contents _sources;  // by absolute paths
   Contents _contents;
 };
 
-// What stands at the path; none when nothing does.
+// The content of the file at the path; none when nothing is there.
 std::optional<std::string> contentsAt(const std::filesystem::path& path);

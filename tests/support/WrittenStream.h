@@ -8,7 +8,7 @@
 
 #include "KDXFileTools/kdxoffload/OutputStream.h"
 
-// An output stream and all that is written into it.
+// An output stream, and everything that is written to it.
 class WrittenStream {
  public:
   WrittenStream() = default;
@@ -21,7 +21,7 @@ class WrittenStream {
 
   kdxoffload::OutputStream& stream() { return _stream; }
 
-  // All until now.
+  // Everything until now.
   std::string text() {
     waitUntilWritten();
     std::string all(static_cast<std::size_t>(::lseek(_file, 0, SEEK_CUR)), '\0');

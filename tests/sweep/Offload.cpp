@@ -12,7 +12,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Files that are gone with the machine cost nothing to write.
+// Writing files in memory costs nothing.
 fs::path folderInMemory() {
   const fs::path memory = "/dev/shm";
   std::error_code none;
@@ -27,8 +27,8 @@ const Lack* lackOf(const Scenario& scenario, const SystemCall& call) {
   return nullptr;
 }
 
-// Of a file of any size at once: reading is most of what the sweep does beside running the tool. Nothing of one that is
-// not there.
+// Reads a file of any size at once: reading is most of the sweep's work, apart from running the tool. Empty if there is no
+// file.
 std::string bytesOf(const fs::path& path) {
   std::error_code none;
   const std::uintmax_t size = fs::file_size(path, none);
@@ -49,7 +49,7 @@ Offload::Offload(Scenario scenario) : _scenario(std::move(scenario)), _root(fold
   for (const std::string folder : folders) _before[folder + "/older.mov"] = "an older clip in " + folder;
   _arguments = _scenario.options;
   if (_scenario.isSequence) {
-    // A whole block, more than one, and some of it behind the last.
+    // One block; a block and a part of one; many blocks and a part of one.
     _before["card/f_1.dpx"] = mediaBytes(4096, 1);
     _before["card/f_2.dpx"] = mediaBytes(5001, 2);
     _before["card/f_3.dpx"] = mediaBytes(70000, 3);
@@ -83,7 +83,7 @@ Offload::Files Offload::files() const {
 }
 
 void Offload::prepare() const {
-  // What the tool has no business to change is only looked at.
+  // Files of the card are written again only if they differ, since the tool must not change them.
   const auto isOfFolders = [](const std::string& name) { return !name.starts_with("card/"); };
   for (const std::string& name : namesBelow(_root.path())) {
     if (isOfFolders(name) || !_before.contains(name)) fs::remove(_root.path() / name);

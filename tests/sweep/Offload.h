@@ -9,15 +9,15 @@
 #include "tests/sweep/Scenario.h"
 #include "tests/sweep/SupervisedRun.h"
 
-// A card, two folders for what is offloaded from it, and the settings, in memory where that can be.
+// A card, two destination folders and the settings, in memory if possible.
 class Offload {
  public:
   struct Copy {
     std::string name;       // the final name, below the root: "a/clip.mov"
-    std::string temporary;  // the temporary one
-    std::string bytes;      // what it has to hold
+    std::string temporary;  // the temporary name
+    std::string bytes;      // the content that it must have
   };
-  using Files = std::map<std::string, std::string>;  // bytes by names below the root
+  using Files = std::map<std::string, std::string>;  // contents, by name below the root
 
   explicit Offload(Scenario scenario);
 
@@ -29,10 +29,10 @@ class Offload {
   [[nodiscard]] Files files() const;
   [[nodiscard]] std::vector<std::string> names() const { return namesBelow(_root.path()); }
 
-  // Puts all of it back as the run is to find it.
+  // Restores everything for the next run.
   void prepare() const;
 
-  // Runs the tool on what is there. Calls that the file system lacks fail without being judged.
+  // Runs the tool. Calls that the scenario's file system lacks fail, and are not judged.
   [[nodiscard]] SupervisedRun run(const std::function<Verdict(const SystemCall&)>& judge,
                                   const std::vector<std::string>& moreOptions = {}) const;
 

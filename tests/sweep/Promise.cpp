@@ -20,7 +20,7 @@ bool standsAsBefore(const Offload& offload, const Files& found, const std::strin
   return before == offload.filesBefore().end() ? !found.contains(name) : holds(found, name, before->second);
 }
 
-// The copy is under its final name.
+// True when the copy stands under its final name.
 bool isNamed(const Files& found, const Copy& copy) {
   return holds(found, copy.name, copy.bytes);
 }
@@ -47,12 +47,12 @@ void lookAtOtherFiles(const Offload& offload, const Files& found, Complaints& co
   }
 }
 
-// The calls of a run that was not hindered in them.
+// The calls of a run.
 class Journal {
  public:
   explicit Journal(const std::vector<SystemCall>& calls) : _calls(calls) {}
 
-  // The place of the last of these calls there that did not fail, 1 for the first call of the run; 0 for none.
+  // The position of the last of these calls there that did not fail, counted from 1 for the first call of the run; 0 for none.
   [[nodiscard]] std::size_t last(const std::vector<std::string>& names, const std::string& where) const {
     std::size_t found = 0;
     for (std::size_t index = 0; index < _calls.size(); ++index) {
@@ -63,7 +63,7 @@ class Journal {
     return found;
   }
 
-  // Whether the file, its whole file system or all of them were synced between the two places.
+  // Whether the file, its file system or all file systems were synced between the two positions.
   [[nodiscard]] bool synced(const std::vector<std::string>& names, const std::string& where, std::size_t after,
                             std::size_t before) const {
     for (std::size_t index = after; index < std::min(before, _calls.size()); ++index) {
@@ -104,7 +104,7 @@ void lookAtSuccess(const Offload& offload, const Files& found, const SupervisedR
   }
 }
 
-// Which final names a run may have given out that ended with this status.
+// Which final names a run that ended with this status may have given.
 enum class Named { none, allOrNone, theFirst };
 
 std::optional<Named> namedWith(int status, const std::vector<SystemCall>& calls) {
@@ -112,7 +112,7 @@ std::optional<Named> namedWith(int status, const std::vector<SystemCall>& calls)
   if (std::ranges::find(noNames, status) != noNames.end()) return Named::none;
   if (status == 106) return Named::allOrNone;
   const bool isErrorOfCall = std::ranges::any_of(calls, [&](const SystemCall& call) { return call.error == status; });
-  // 16: a file that is still needed is not removed to make room.
+  // EBUSY: a file that is still needed is not removed to make room.
   constexpr int stillNeeded = 16;
   if (status == 1 || status == 109 || status == stillNeeded || isErrorOfCall) return Named::theFirst;
   return std::nullopt;

@@ -8,14 +8,14 @@
 
 using Complaints = std::vector<std::string>;
 
-// What is broken of the promise that holds whatever happened: the card and every
-// file that was not to be replaced are as they were, and what stands under a final name is a complete copy or the file
-// that stood there. Such a file may be gone only once the proved copy that takes its place is there.
+// How the files break the promise that holds whatever happens: the card, and every file that was not to be replaced, are as
+// they were; and under a final name there is a complete copy or the file that was there before. That file may be gone only
+// when the verified copy that replaces it exists.
 Complaints brokenByFiles(const Offload& offload);
 
-// The same, and what is broken of the promise that the ended run gives by its status: 0 only when every copy is complete
-// under its final name and was made permanent, data first, then the name; otherwise the status and the final names that
-// the README tells. It ends by itself, and by no signal but that of an assertion that says which.
+// The same, and how the run breaks the promise of its status. 0: every copy is complete under its final name and was made
+// permanent, first the data, then the name. Otherwise: the final names that README.md lists for the status. The run must end
+// by itself; the only signal allowed is that of an assertion that says what failed.
 Complaints brokenByRun(const Offload& offload, const SupervisedRun& run);
 
 // True when a final name is taken.

@@ -7,11 +7,11 @@
 #include "tests/support/ScratchDirectory.h"
 #include "tests/sweep/SupervisedRun.h"
 
-// A call that fails all along, on the card and in the folders: a file system that lacks something.
+// A call that always fails, on the card and in the folders: the file system lacks something.
 struct Lack {
   std::string call;
   int error = 0;
-  std::string where{};  // empty: anywhere there
+  std::string where{};  // empty: in all of these
 };
 
 // One way to use the tool that the sweep goes through.
@@ -19,12 +19,12 @@ struct Scenario {
   std::string name;
   bool isSequence = false;
   std::vector<std::string> options{};
-  bool replacesFiles = false;  // other files stand at the final names before, and an old temporary one beside each
+  bool replacesFiles = false;  // there are other files at the final names, and old temporary files
   std::vector<Lack> lacks{};
-  std::size_t clipSize = MiB + 17;  // of a clip: two read buffers, and a tail that is no whole block
+  std::size_t clipSize = MiB + 17;  // two read buffers, and a tail that is not a whole block
 };
 
-// The runs with default options, -k, -n and -f, of a clip and of a sequence, and of a clip too small for threads.
+// Runs with default options, -k, -n and -f, of a clip and of a sequence, and of a clip too small for threads.
 std::vector<Scenario> plainScenarios();
-// Runs on file systems that lack something, which take the roads around it.
+// Runs on file systems that lack something, so that the tool works around it.
 std::vector<Scenario> lackingScenarios();

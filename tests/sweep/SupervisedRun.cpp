@@ -34,20 +34,21 @@ using platform::FileDescriptor;
 
 namespace {
 
-// A run of the sweep makes some hundred calls.
+// A usual run makes some hundred calls.
 constexpr std::size_t mostCalls = 100'000;
-// A guard for runs that would never end, not a measure: nothing is expected to come near it.
+// Milliseconds. Only a guard against runs that would never end; no good run comes near it.
 constexpr int longestSilence = 60'000;
 
-// Hands the calls that the program, in the kernel's filter language, says to whoever holds the descriptor. -1: it can't be.
+// From now on the calls that the program (in the kernel's filter language) selects wait for the holder of the returned
+// descriptor. -1 if this fails.
 int installListener(std::span<sock_filter> program) {
   const sock_fprog filter{.len = static_cast<unsigned short>(program.size()), .filter = program.data()};
   if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return -1;
   return static_cast<int>(::syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER, &filter));
 }
 
-// From now on every call of this process waits for a verdict, but for waiting, and for the call by which the descriptor
-// that the verdicts come from is handed over.
+// From now on every call of this process waits for a verdict, except futex, and the call that sends the descriptor to the
+// supervisor.
 int listenToAll() {
   std::array program{
       sock_filter BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
@@ -81,7 +82,7 @@ struct DescriptorMessage {
   DescriptorMessage& operator=(const DescriptorMessage&) = delete;
 };
 
-// In the child. What it allocates and sets up comes first: behind the listener nothing but the one call is free.
+// In the child. All memory is allocated and set up first: after the listener is installed, only the one call is free.
 void handOverListener(int socket) {
   const rlimit none{.rlim_cur = 0, .rlim_max = 0};
   ::setrlimit(RLIMIT_CORE, &none);
@@ -114,7 +115,7 @@ std::string pathOfDescriptor(uint32_t thread, int descriptor) {
   return std::filesystem::read_symlink(processFile(thread, "fd/" + std::to_string(descriptor)), none);
 }
 
-// A path in the memory of the thread's process.
+// The path at this address in the memory of the thread's process.
 std::string pathAt(uint32_t thread, uint64_t address) {
   const FileDescriptor memory(::open(processFile(thread, "mem").c_str(), O_RDONLY | O_CLOEXEC));
   std::array<char, PATH_MAX> text{};
@@ -158,7 +159,7 @@ class Supervisor {
   Supervisor(std::string root, const std::function<Verdict(const SystemCall&)>& judge)
       : _root(std::move(root)), _judge(judge) {}
 
-  // Returns when the process is over.
+  // Returns when the process has ended.
   void supervise(pid_t process, const FileDescriptor& listener) {
     const FileDescriptor end(static_cast<int>(::syscall(SYS_pidfd_open, process, 0)));
     for (;;) {
@@ -183,7 +184,7 @@ class Supervisor {
  private:
   void answer(pid_t process, int listener) {
     seccomp_notif request{};
-    // None any more when its thread was killed.
+    // Fails if the thread was killed meanwhile.
     if (::ioctl(listener, SECCOMP_IOCTL_NOTIF_RECV, &request) != 0) return;
     const Verdict verdict = verdictOn(request);
     if (request.data.nr == SYS_brk && verdict.error == 0 && request.data.args[0] != 0)
@@ -197,7 +198,7 @@ class Supervisor {
     if (verdict.error == 0) {
       response.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
     } else if (request.data.nr == SYS_brk) {
-      // It never gives an error: the end of the heap that it returns has not moved.
+      // brk never returns an error. Its failure is an end of the heap that has not moved.
       response.val = static_cast<int64_t>(_endOfHeap);
     } else {
       response.error = -verdict.error;
@@ -207,7 +208,7 @@ class Supervisor {
 
   Verdict verdictOn(const seccomp_notif& request) {
     const CallKind kind = kindOfCall(request.data.nr);
-    // The first thing that main does, and nothing that the loader does, is to look at the standard descriptors.
+    // main first checks the standard descriptors (fcntl), which the loader never does.
     _inMain = _inMain || request.data.nr == SYS_fcntl;
     if (!_inMain) return {};
     SystemCall call{.name = kind.name, .where = placeOf(kind, request)};
@@ -223,7 +224,7 @@ class Supervisor {
   const std::string _root;
   const std::function<Verdict(const SystemCall&)>& _judge;
   bool _inMain = false;
-  uint64_t _endOfHeap = 0;  // as the loader and the tool asked for it last
+  uint64_t _endOfHeap = 0;  // as last requested by the loader or the tool
   std::map<std::pair<std::string, std::string>, std::size_t> _counts;
   std::vector<SystemCall> _calls;
   bool _endless = false;

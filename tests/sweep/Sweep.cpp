@@ -13,13 +13,13 @@
 
 namespace {
 
-// Interrupted is a call by a signal, and no signal comes for ever; the tool tries again for as long.
+// EINTR can't be for ever: signals stop some time, and until then the tool tries again.
 bool canBeForEver(int error) {
   return error != EINTR;
 }
 
-// Whether the standard descriptors, which are files here, can give the error for ever: who is told to come again waits
-// until there is room, and files have that always.
+// EAGAIN on a standard descriptor can't be for ever either: the tool then waits until there is room, and these descriptors
+// are files here, which always have room.
 bool canBeForEver(const SystemCall& call, int error) {
   const bool isStandard = call.where == "output" || call.where == "errors";
   return canBeForEver(error) && !(isStandard && error == EAGAIN);
@@ -31,7 +31,7 @@ std::vector<SystemCall> callsOf(const Offload& offload) {
   EXPECT_EQ(0, undisturbed.run.exitStatus) << offload.scenario().name << "\n" << undisturbed.run.output;
   EXPECT_EQ(Complaints(), brokenByRun(offload, undisturbed)) << offload.scenario().name;
   std::vector<SystemCall> calls;
-  // What fails already needs no fault.
+  // Calls that fail already need no fault.
   std::ranges::copy_if(undisturbed.calls, std::back_inserter(calls),
                        [](const SystemCall& call) { return call.error == 0; });
   return calls;
@@ -45,10 +45,10 @@ std::string folderOf(const std::string& name) {
   return name.substr(0, name.find('/'));
 }
 
-// Where a call is refused by the system itself.
+// The place of a call that the system itself refuses.
 constexpr const char* anywhere = "anywhere";
 
-// Says what becomes of each call of a run with the fault.
+// Decides what happens to each call of a run with the fault.
 class Judge {
  public:
   explicit Judge(const Fault& fault) : _fault(fault), _kind(kindOfCall(fault.call)) {}
@@ -99,14 +99,14 @@ bool isOfMemoryOrThreads(const Fault& fault) {
   return kindOfCall(fault.call).getsMemory || fault.call.starts_with("clone");
 }
 
-// Who lacks memory or threads is told so.
+// A lack of memory or threads must have its message.
 void lookAtMessage(const Fault& fault, const ToolRun& run, Complaints& complaints) {
   const bool isTold = run.errors.find("kdxdispatchcopy: could not get ") != std::string::npos;
   if (isOfMemoryOrThreads(fault) && run.exitStatus != 0 && !isTold)
     complaints.push_back("no message tells what can't be had: " + run.errors);
 }
 
-// Who is refused a call that only helps does without it.
+// A refused call that only helps must not fail the run.
 void lookAtNeed(const Fault& fault, const FaultRun& run, Complaints& complaints) {
   if (fault.event == Event::refused && run.cameToPass && run.status != 0)
     complaints.push_back("status " + std::to_string(run.status) + " because of a call that only helps");

@@ -7,14 +7,14 @@
 #include "tests/sweep/Offload.h"
 #include "tests/sweep/Promise.h"
 
-// What happens from the moment at which a certain call of a run is about to be made.
+// What happens when a certain call of a run is about to be made.
 enum class Event {
   failsOnce,    // it fails
-  failsAlways,  // it and every later one of its name fail: on files, or on the standard descriptors; memory: every call
-                // that gets some
-  refused,  // every one of its name fails, in one folder or anywhere: its file system has no such call, or the system
-            // lacks or forbids it
-  deviceGone,  // it and every later call on files of the same folder fail: the card or the disk was pulled out
+  failsAlways,  // it and all later calls of its name fail: on files, or on the standard descriptors. If it gets memory,
+                // all later calls that get memory fail
+  refused,  // all calls of its name fail, in one folder (its file system has no such call) or anywhere (the system lacks or
+            // forbids it)
+  deviceGone,  // it and all later calls on files of the same folder fail: the card or the disk was pulled out
   killed,      // the process is killed
 };
 
@@ -26,23 +26,23 @@ struct Fault {
   int error = 0;
 };
 
-// One line that tells the scenario and the fault, and by which it is found again.
+// One line that names the scenario and the fault, so that the fault can be repeated.
 std::string nameOf(const Scenario& scenario, const Fault& fault);
 
 struct FaultRun {
-  bool cameToPass = false;   // the call was made: a call that another thread's pace decides on may not be
+  bool cameToPass = false;   // the call was made; some calls are made or not, depending on the pace of threads
   std::size_t injected = 0;  // calls that failed, or kills
   std::size_t runs = 0;      // of the tool
   int status = 0;
   Complaints complaints;
 };
 
-// Everything that can happen in the scenario, by the calls of a run in which nothing does.
+// All errors that can occur in the scenario, from the calls of a run without faults.
 std::vector<Fault> errorsOf(const Offload& offload);
-// What the system can refuse that only helps.
+// All refusals of calls that only help.
 std::vector<Fault> refusalsOf(const Offload& offload);
 std::vector<Fault> killsOf(const Offload& offload);
 
-// Runs the scenario with the fault, and looks at what is promised. Behind a kill it is run again, as a user would. A run
-// to which a call was refused has to succeed without it.
+// Runs the scenario with the fault, and checks what is promised. After a kill the tool is run again, as a user would do. A
+// run in which a call was refused must succeed without it.
 FaultRun runWith(const Offload& offload, const Fault& fault);

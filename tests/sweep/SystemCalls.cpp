@@ -11,29 +11,28 @@ namespace {
 
 using Errors = std::vector<int>;
 
-// A file system on a network tells of anything when it is asked for a name: broken wires, leases, rights that were
-// taken back. Room is asked for by O_CREAT alone, which is left to the tool.
+// A network file system may report anything when a file is opened: broken wires, leases, rights that were taken back. Too
+// little room can be reported only with O_CREAT, but here every open gets these errors.
 const Errors opening{EIO, ENOSPC, EINTR, EAGAIN, EACCES, EDQUOT};
-// Taking no room, it can't lack any. Rights are looked at for every read by network file systems.
+// Reading needs no room. Network file systems check rights at every read.
 const Errors reading{EIO, EINTR, EAGAIN, EACCES};
 const Errors writing{EIO, ENOSPC, EINTR, EAGAIN, EACCES, EDQUOT};
-// Reports what became of writes behind their back, so with the errors of these; it waits as long as it takes, so there
-// is no EAGAIN.
+// Reports what happened to earlier writes, so with the errors of writes. It waits as long as it takes, so without EAGAIN.
 const Errors syncing{EIO, ENOSPC, EINTR, EACCES, EDQUOT};
-// Changes of a directory; they wait for it too.
+// Changes of a directory. They wait too.
 const Errors naming{EIO, ENOSPC, EINTR, EACCES, EDQUOT};
-// Looking at a file takes no room and never asks to come again.
+// Looking at a file needs no room, and never gives EAGAIN.
 const Errors looking{EIO, EINTR, EACCES};
-// Sets flags of a descriptor: no room is taken. EINVAL is how O_DIRECT is refused.
+// Setting flags of a descriptor needs no room. EINVAL refuses O_DIRECT.
 const Errors flagging{EIO, EINTR, EAGAIN, EACCES, EINVAL};
-// Advice that can't be followed; there is nothing to interrupt, to fill or to forbid.
+// Advice that can't be followed. There is nothing to interrupt, to fill or to forbid.
 const Errors advising{EIO, EINVAL};
-// Some file systems write when a file is closed. The descriptor is gone whatever comes, so it never asks to come again.
+// Some file systems write when a file is closed. The descriptor is closed in any case, so there is no EAGAIN.
 const Errors closing{EIO, ENOSPC, EINTR, EACCES, EDQUOT};
-// The one thing that can be missing; threads are refused with EAGAIN where their number is limited.
+// Only memory can be missing. Where the number of threads is limited, EAGAIN refuses a new one.
 const Errors memory{ENOMEM};
 const Errors threads{EAGAIN, ENOMEM};
-// Of a working directory that was removed or that is below a folder one may not read.
+// For a working directory that was removed, or that is below a folder without read permission.
 const Errors whereabouts{EIO, EACCES, ENOENT};
 const Errors privilege{EPERM, EACCES};
 
@@ -86,7 +85,7 @@ const std::vector<std::pair<int, CallKind>> kinds{
     {SYS_mmap, {"mmap", Concerns::thread, memory, getsMemory}},
     {SYS_mremap, {"mremap", Concerns::thread, memory, getsMemory}},
     {SYS_mprotect, {"mprotect", Concerns::thread, memory, getsMemory}},
-    // Giving memory back can fail for lack of it too, where it leaves two mappings of one.
+    // Giving back memory can fail for lack of memory too, when it splits one mapping into two.
     {SYS_munmap, {"munmap", Concerns::thread, memory}},
     {SYS_madvise, helping({"madvise", Concerns::thread, memory})},
     {SYS_clone3, {"clone3", Concerns::thread, threads}},
@@ -96,8 +95,8 @@ const std::vector<std::pair<int, CallKind>> kinds{
     {SYS_sched_getaffinity, {"sched_getaffinity", Concerns::thread, privilege}},
     {SYS_sched_setaffinity, helping({"sched_setaffinity", Concerns::thread, privilege})},
     {SYS_sched_setscheduler, {"sched_setscheduler", Concerns::thread, privilege}},
-    {SYS_sync, {"sync"}},  // it can't fail, and the order of syncs and renames is looked at
-    // What is left can't fail with the arguments it is given (signal masks, names of threads), or is waiting.
+    {SYS_sync, {"sync"}},  // it can't fail, but the order of syncs and renames is checked
+    // All other calls can't fail with the arguments of the tool (signal masks, names of threads), or only wait.
 };
 
 }  // namespace

@@ -9,18 +9,18 @@ enum class Concerns { descriptor, path, pathBelow, thread };  // pathBelow: a di
 struct CallKind {
   std::string name;
   Concerns concerns = Concerns::thread;
-  std::vector<int> errors{};  // those that the sweep makes it fail with; none: it is let through
+  std::vector<int> errors{};  // that the sweep makes it fail with; empty: it is let through
   bool getsMemory = false;
-  bool onlyHelps = false;  // there is another way to do without it, so that a system that refuses it is no failure
+  bool onlyHelps = false;  // there is a way to do without it, so the run must not fail if the system refuses it
 };
 
-// Of the call with this number; one that the sweep makes nothing of is named after its number.
+// The kind of the call with this number. A call that the sweep does not know is named after its number.
 CallKind kindOfCall(int number);
-// The calls of that name; one with no errors when there is none.
+// The kind of the calls of this name; a kind without errors if there is none.
 CallKind kindOfCall(const std::string& name);
 
-// With what a system refuses a call that it lacks or that a container's filter forbids.
+// The errors with which a system refuses a call that it lacks or that a container's filter forbids.
 std::vector<int> refusals();
 
-// "EIO" for EIO: the name of an error that the kinds list.
+// The name of an error that the kinds list: "EIO" for EIO.
 std::string errorName(int code);

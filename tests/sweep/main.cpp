@@ -1,4 +1,4 @@
-// The whole sweep, or the faults whose names are given: see scripts/sweep.
+// Runs the whole sweep, or the faults whose names are given; see scripts/sweep.
 
 #include <algorithm>
 #include <atomic>
@@ -43,13 +43,13 @@ void printCounts(const std::string& kind, const Counts& counts) {
             << " violations\n";
 }
 
-// Goes through the faults of one scenario, with every thread taking the next one.
+// Goes through the faults of one scenario. Each thread takes the next fault.
 class ScenarioSweep {
  public:
   ScenarioSweep(Scenario scenario, const std::vector<std::string>& wanted, CountsByKind& byCall)
       : _scenario(std::move(scenario)), _wanted(wanted), _byCall(byCall) {}
 
-  // False for a wish that concerns other scenarios alone.
+  // False if only faults of other scenarios are wanted.
   bool listFaults() {
     if (!_wanted.empty() &&
         std::ranges::none_of(_wanted, [&](const std::string& name) { return name.starts_with(_scenario.name + ": "); }))
@@ -63,7 +63,7 @@ class ScenarioSweep {
 
   Counts run() {
     std::vector<std::thread> threads;
-    // Twice as many as processors: the tool waits for its verdicts, and the sweep for the tool.
+    // Two threads for each processor: the tool waits for verdicts, and the sweep waits for the tool.
     for (unsigned index = 0; index < 2 * std::max(1U, std::thread::hardware_concurrency()); ++index) {
       threads.emplace_back([this] { work(); });
     }
