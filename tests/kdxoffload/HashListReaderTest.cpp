@@ -133,7 +133,8 @@ TEST(HashListReader, APathThatLeadsElsewhereIsRefused) {
 
 TEST(HashListReader, ADigestWithOtherDigitsIsRefused) {
   EXPECT_THAT(problemWith("0EA03B369A463D9D", "0EA03B369A463D9"), HasSubstr("is no xxh64 digest"));
-  EXPECT_THAT(problemWith("0EA03B369A463D9D", "\x1b[2Jnonsense"), HasSubstr("\"\\x1b[2Jnonsense\" is no xxh64 digest"));
+  EXPECT_THAT(problemWith("0EA03B369A463D9D", "\xe2\x80\xaenonsense"),
+              HasSubstr("\"\\xe2\\x80\\xaenonsense\" is no xxh64 digest"));
   EXPECT_THAT(problemWith("4c226b42e27d7af3", ""), HasSubstr("is no xxh64 digest"));
 }
 
