@@ -92,8 +92,8 @@ bool HashHistory::readList(const Folder& lists, const HashListChain::Link& link,
   if (C4Digest::of(*contents) != link.c4) {
     return failFor(error, link.fileName, listError("it was changed after it was written"));
   }
-  const std::optional<HashList> list = listFrom(link.fileName, std::move(*contents), error);
-  if (list) add(link, *list);
+  std::optional<HashList> list = listFrom(link.fileName, std::move(*contents), error);
+  if (list) add(link, std::move(*list));
   return list.has_value();
 }
 
@@ -107,9 +107,9 @@ bool HashHistory::readUnnamed(const Folder& lists, ErrorPlace error) {
     std::optional<std::string> contents;
     if (*generation == _chain.links.size() + 1) contents = contentsOf(lists, name, nullptr);
     const std::string c4 = contents ? C4Digest::of(*contents) : "";
-    const std::optional<HashList> list = contents ? listFrom(name, std::move(*contents), nullptr) : std::nullopt;
+    std::optional<HashList> list = contents ? listFrom(name, std::move(*contents), nullptr) : std::nullopt;
     if (list) {
-      add({.fileName = name, .c4 = c4}, *list);
+      add({.fileName = name, .c4 = c4}, std::move(*list));
     } else {
       _strangers.push_back(name);
     }
@@ -129,21 +129,21 @@ HashList::Action HashHistory::actionFor(std::string_view path, HashFormat format
   return known->value == value ? HashList::Action::verified : HashList::Action::failed;
 }
 
-void HashHistory::add(const HashListChain::Link& link, const HashList& list) {
+void HashHistory::add(const HashListChain::Link& link, HashList list) {
   _chain.links.push_back(link);
-  _ignored = list.ignored;
-  for (const HashList::File& file : list.files) take(file);
+  _ignored = std::move(list.ignored);
+  for (HashList::File& file : list.files) take(std::move(file));
 }
 
-void HashHistory::take(const HashList::File& file) {
-  File& mine = _files[file.path];
+void HashHistory::take(HashList::File file) {
+  File& mine = _files[std::move(file.path)];
   mine.size = file.size;
   mine.modified = file.modified;
   mine.hasFailed = std::ranges::count(file.hashes, HashList::Action::failed, &HashList::Hash::action) != 0;
   mine.generation = _chain.links.size();
-  for (const HashList::Hash& hash : file.hashes) {
+  for (HashList::Hash& hash : file.hashes) {
     const bool isNew = hash.action != HashList::Action::failed && mine.knownOf(hash.format) == nullptr;
-    if (isNew) mine.known.push_back({.format = hash.format, .value = hash.value});
+    if (isNew) mine.known.push_back({.format = hash.format, .value = std::move(hash.value)});
   }
 }
 

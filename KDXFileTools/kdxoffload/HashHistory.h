@@ -61,7 +61,7 @@ class HashHistory {
   [[nodiscard]] HashList::Action actionFor(std::string_view path, HashFormat format, std::string_view value) const;
 
   // The list is the next generation.
-  void add(const HashListChain::Link& link, const HashList& list);
+  void add(const HashListChain::Link& link, HashList list);
   // All of them are in the chain file.
   void setChainWhole() { _linksInFile = _chain.links.size(); }
 
@@ -69,7 +69,7 @@ class HashHistory {
   bool readChain(const platform::Folder& lists, platform::ErrorPlace error);
   bool readList(const platform::Folder& lists, const HashListChain::Link& link, platform::ErrorPlace error);
   bool readUnnamed(const platform::Folder& lists, platform::ErrorPlace error);
-  void take(const HashList::File& file);
+  void take(HashList::File file);
 
   HashListChain _chain;
   std::size_t _linksInFile = 0;

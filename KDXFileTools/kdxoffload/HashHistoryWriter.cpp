@@ -73,7 +73,7 @@ bool writeGeneration(const Folder& root, HashHistories& histories, std::size_t p
   const std::string rootName = rootNameOf(histories.places()[place], facts);
   const auto link = writeList(*lists, ListNames::hashList(generation, rootName, facts.started), list, error);
   if (!link) return false;
-  history.add(*link, list);
+  history.add(*link, std::move(list));
   return writeChain(*lists, history, error);
 }
 
