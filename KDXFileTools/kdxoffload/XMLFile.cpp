@@ -33,6 +33,15 @@ std::optional<std::string> objectionTo(const std::string& bytes) {
   return std::nullopt;
 }
 
+// What removes an element calls itself for each one in it: a million deep it would need more stack than there is.
+class DepthCheck final : public pugi::xml_tree_walker {
+ public:
+  bool for_each(pugi::xml_node& /*node*/) override { return depth() < deepest; }
+
+ private:
+  static constexpr int deepest = 50;  // lists have six
+};
+
 bool isText(pugi::xml_node node) {
   return node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata;
 }
@@ -53,6 +62,8 @@ std::optional<XMLFile> XMLFile::parse(std::string bytes, platform::ErrorPlace er
   if (!result)
     return refuse(fmt::format("it is no well-formed XML: {} at byte {}", result.description(), result.offset));
   const pugi::xml_node root = file.root();
+  DepthCheck check;
+  if (!file._document->traverse(check)) return refuse("its elements stand too deep in one another");
   if (root.previous_sibling() || root.next_sibling()) return refuse("it has more than one element at its top");
   return file;
 }

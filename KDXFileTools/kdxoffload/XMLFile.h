@@ -15,7 +15,8 @@ class XMLFile {
  public:
   static constexpr std::size_t largest = std::size_t{256} << 20;  // bytes: some 800,000 files
 
-  // None, and an error with listErrorDomain, where the bytes are no such document, are too many, or are made to take a lot of memory.
+  // None, and an error with listErrorDomain, where the bytes are no such document, are too many, or are made to take a lot
+  // of memory or stack.
   static std::optional<XMLFile> parse(std::string bytes, platform::ErrorPlace error);
 
   // Its one element.
