@@ -123,7 +123,7 @@ TEST(FolderDigests, ARenamedFileChangesTheStructureAlone) {
 TEST(FolderDigests, WhatIsIgnoredTakesNoPart) {
   Tree tree = card();
   tree.file("Clips/.DS_Store", "0000000000000001").ignore("Clips/.DS_Store");
-  tree.tree().file("ascmhl/0001_card.mhl").file("ascmhl/deep/er");
+  tree.tree().file("ascmhl/0001_card.mhl").folder("ascmhl/deep");
   tree.ignore("ascmhl");
   EXPECT_EQ(clips, tree.of("Clips"));
   EXPECT_EQ(root, tree.of(""));

@@ -76,6 +76,7 @@ TEST(XMLFile, EntitiesAreNeverExpanded) {
 TEST(XMLFile, ADocumentOfNothingButElementsIsRefused) {
   EXPECT_THAT(problemOf("<a>" + repeated("<a/>", 100'000) + "</a>"), HasSubstr("more elements"));
   EXPECT_THAT(problemOf("<a " + repeated("b=\"\" ", 100'000) + "/>"), HasSubstr("more elements"));
+  EXPECT_THAT(problemOf("<a " + repeated("b='' ", 100'000) + "/>"), HasSubstr("more elements"));
 }
 
 TEST(XMLFile, ElementsAMillionDeepAreRefused) {
