@@ -14,6 +14,7 @@ from .rows import CACHED_READ_BACK, KIB, MIB
 OFFLOAD = "kdxoffload"
 FIND = "find -printf"
 FILES_IN_A_FOLDER = 500
+FILE = "@FILE@"  # where a command gets a file's path; not "{}", which stands for the number of a run
 
 SOURCE_READ_ONCE = "the source is not read back"
 NOT_KEPT = "keeps no times and modes"
@@ -93,7 +94,7 @@ class CardJob:
     row: CardRow
     source: Path
     destinations: list
-    sums: Path  # where digests may be kept meanwhile
+    sums: Path  # where a command may keep digests, or what it printed
     flush: bool  # what was written has to be on the device when the command ends
     drops: bool  # caches are dropped before what was written is read
 
@@ -135,12 +136,14 @@ def loop(tool: Path, count: int) -> Command:
 
     def text(job: CardJob) -> str:
         folders = [f"find . -type d -print0 | (cd {quoted(path)} && xargs -0 mkdir -p)" for path in job.destinations]
-        copies = " ".join(f"{quoted(path)}/{{}}" for path in job.destinations)
+        runs = f"xargs -0 -P {count} -I {FILE} {quoted(tool)} -t {job.row.digest}"
+        copies = " ".join(f"{quoted(path)}/{FILE}" for path in job.destinations)
+        complaints = f"grep -vE '^(INFO|hash|verify|$)' {quoted(job.sums)}"
         return script(
             f"mkdir {quoted(*job.destinations)}",
             f"cd {quoted(job.source)}",
             *folders,
-            f"find . -type f -printf '%P\\0' | xargs -0 -P {count} -I {{}} {quoted(tool)} -t {job.row.digest} {{}} {copies}",
+            f"find . -type f -printf '%P\\0' | {runs} {FILE} {copies} >{quoted(job.sums)} || {{ {complaints}; false; }}",
         )
 
     return Command(f"kdxdispatchcopy, {count} at once", ("bash", "find", "xargs", tool), text, lambda job: [NOT_KEPT])
