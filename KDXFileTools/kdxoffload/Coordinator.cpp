@@ -246,13 +246,19 @@ class Offload {
     return name;
   }
 
+  [[nodiscard]] std::vector<std::string> destinationRoots() const {
+    std::vector<std::string> roots;
+    for (const PlaceFacts& place : _facts.destinations) roots.push_back(place.realPath);
+    return roots;
+  }
+
   void run() {
     RunSettings& settings = _runSettings;
     settings.setup = {.card = _facts.card.realPath,
                       .algorithm = _line.algorithm,
                       .readBack = _line.readBack,
                       .privateFolder = privateFolder()};
-    for (const PlaceFacts& place : _facts.destinations) settings.setup.destinations.push_back(place.realPath);
+    settings.setup.destinations = destinationRoots();
     settings.jobs = _line.jobs;
     settings.stallSeconds = static_cast<double>(_line.stallSeconds);
     for (const platform::Folder& folder : _locks) settings.inherited.push_back(folder.descriptor());
@@ -261,7 +267,8 @@ class Offload {
     _startedAt = secondsSince1970();
     _catalogue->startOffload(_facts.card.realPath, settings.setup.destinations, _startedAt);
     const bool hadCatalogue = !_catalogue->problem();
-    _run = std::make_unique<Run>(_context, settings, _card, _plan, *_catalogue, _listener);
+    // Moved, since it has a digest for every entry of the card.
+    _run = std::make_unique<Run>(_context, std::move(_runSettings), _card, _plan, *_catalogue, _listener);
     _context.restart();
     _run->start([this] { _signals.cancel(); });
     if (_signal) _run->stop(*_signal);
@@ -306,7 +313,7 @@ class Offload {
 
   void remember(const Verdict& verdict) {
     OffloadRecord record{.card = _facts.card.realPath,
-                         .destinations = _runSettings.setup.destinations,
+                         .destinations = destinationRoots(),
                          .started = _startedAt,
                          .ended = secondsSince1970(),
                          .exitStatus = verdict.exitStatus,
