@@ -39,7 +39,8 @@ TEST(Memory, ThatFillsHugePagesStartsOnOne) {
 
 TEST(Memory, LargePiecesStayApartFromTheHeapWhenTheyAreToBeGivenBack) {
   if (isSanitized()) GTEST_SKIP() << "the sanitizers have an allocator of their own";
-  // How many of two pieces, the second of which is smaller and comes when the first was freed, are no part of the heap.
+  // How many of two pieces, the second of which is smaller and comes when the first was freed, are no part of the heap. They
+  // are larger than what earlier tests may have left free there.
   const auto piecesApart = [](bool givesBack) {
     return runInChild([givesBack] {
              if (givesBack) platform::giveBackLargePieces();
@@ -48,13 +49,13 @@ TEST(Memory, LargePiecesStayApartFromTheHeapWhenTheyAreToBeGivenBack) {
                const PageAlignedMemory piece = allocatePages(size);
                return static_cast<int>(::mallinfo2().hblks - before);
              };
-             const int first = apart(2 << 20);
-             ::_exit(first + apart(1 << 20));
+             const int first = apart(24 << 20);
+             ::_exit(first + apart(16 << 20));
            })
         .exitStatus;
   };
   EXPECT_EQ(2, piecesApart(true));
-  EXPECT_EQ(1, piecesApart(false));
+  EXPECT_GT(2, piecesApart(false));
 }
 
 TEST(MemoryDeathTest, MoreThanThereIsEndsTheProcessWithAMessage) {
