@@ -3,10 +3,12 @@
 #include <utility>
 
 #include "platform/DispatchGroup.h"
+#include "platform/TasksHere.h"
 
 namespace platform {
 
 void ConcurrentQueue::async(Task task) {
+  if (TasksHere::areWanted()) return task();
   const MutexLock lock(_mutex);
   if (_barrier) {
     _behindBarrier.push_back(std::move(task));

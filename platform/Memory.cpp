@@ -40,4 +40,10 @@ void shareOneHeap() {
   std::ignore = ::mallopt(M_ARENA_MAX, 1);
 }
 
+void giveBackLargePieces() {
+  constexpr int large = 256 << 10;  // bytes
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): called before there is a second thread
+  std::ignore = ::mallopt(M_MMAP_THRESHOLD, large);
+}
+
 }  // namespace platform

@@ -27,4 +27,8 @@ inline PageAlignedMemory allocatePages(std::size_t size) {
 // for each thread would cost more than waiting for one another. Best called before there is a second thread.
 void shareOneHeap();
 
+// Memory of more than 256 KiB goes back to the system as soon as it is not used any more, for a process that has large lists one
+// after the other. Each such piece then takes calls of the system. To be called before there is a second thread.
+void giveBackLargePieces();
+
 }  // namespace platform

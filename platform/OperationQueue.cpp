@@ -2,9 +2,12 @@
 
 #include <utility>
 
+#include "platform/TasksHere.h"
+
 namespace platform {
 
 void OperationQueue::addOperationWithBlock(Task operation) {
+  if (TasksHere::areWanted()) return operation();
   _unfinished.enter();
   _workers.postAndStart(
       [this, operation = std::move(operation)]() mutable {

@@ -4,10 +4,12 @@
 
 #include "platform/DispatchGroup.h"
 #include "platform/Process.h"
+#include "platform/TasksHere.h"
 
 namespace platform {
 
 void SerialQueue::async(Task task) {
+  if (TasksHere::areWanted()) return task();
   _worker.postAndStart(std::move(task));
 }
 

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -7,6 +8,7 @@
 #include <limits>
 
 #include "platform/Memory.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/ToolRun.h"
 
 using platform::allocatePages;
@@ -33,6 +35,27 @@ TEST(Memory, ThatFillsHugePagesStartsOnOne) {
   constexpr std::size_t hugePage = 2 << 20;
   const PageAlignedMemory memory = allocatePages(5 * hugePage);
   EXPECT_EQ(0U, reinterpret_cast<std::uintptr_t>(memory.get()) % hugePage);
+}
+
+TEST(Memory, LargePiecesStayApartFromTheHeapWhenTheyAreToBeGivenBack) {
+  if (isSanitized()) GTEST_SKIP() << "the sanitizers have an allocator of their own";
+  // How many of two pieces, the second of which is smaller and comes when the first was freed, are no part of the heap. They
+  // are larger than what earlier tests may have left free there.
+  const auto piecesApart = [](bool givesBack) {
+    return runInChild([givesBack] {
+             if (givesBack) platform::giveBackLargePieces();
+             const auto apart = [](std::size_t size) {
+               const std::size_t before = ::mallinfo2().hblks;
+               const PageAlignedMemory piece = allocatePages(size);
+               return static_cast<int>(::mallinfo2().hblks - before);
+             };
+             const int first = apart(24 << 20);
+             ::_exit(first + apart(16 << 20));
+           })
+        .exitStatus;
+  };
+  EXPECT_EQ(2, piecesApart(true));
+  EXPECT_GT(2, piecesApart(false));
 }
 
 TEST(MemoryDeathTest, MoreThanThereIsEndsTheProcessWithAMessage) {

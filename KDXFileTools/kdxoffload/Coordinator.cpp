@@ -304,7 +304,7 @@ class Offload {
     return name;
   }
 
-  [[nodiscard]] std::vector<std::string> realPathsOfDestinations() const {
+  [[nodiscard]] std::vector<std::string> destinationRoots() const {
     std::vector<std::string> paths;
     for (const PlaceFacts& place : _facts.destinations) paths.push_back(place.realPath);
     return paths;
@@ -316,7 +316,7 @@ class Offload {
                       .algorithm = _line.algorithm,
                       .readBack = _line.readBack,
                       .privateFolder = privateFolder()};
-    settings.setup.destinations = realPathsOfDestinations();
+    settings.setup.destinations = destinationRoots();
     settings.hasLeftovers = std::ranges::any_of(settings.setup.destinations, [&settings](const std::string& path) {
       return platform::fileExistsAtPath(path + '/' + settings.setup.privateFolder);
     });
@@ -328,6 +328,7 @@ class Offload {
     _startedAt = secondsSince1970();
     _catalogue->startOffload(_facts.card.realPath, settings.setup.destinations, _startedAt);
     const bool hadCatalogue = !_catalogue->problem();
+    // Moved, since it has a digest for every entry of the card.
     _run = std::make_unique<Run>(_context, std::move(settings), *_card, _plan, *_catalogue, _listener);
     _context.restart();
     _run->start([this] { _signals.cancel(); });
@@ -401,7 +402,7 @@ class Offload {
 
   void remember(const Verdict& verdict) {
     OffloadRecord record{.card = _facts.card.realPath,
-                         .destinations = realPathsOfDestinations(),
+                         .destinations = destinationRoots(),
                          .started = _startedAt,
                          .ended = secondsSince1970(),
                          .exitStatus = verdict.exitStatus,

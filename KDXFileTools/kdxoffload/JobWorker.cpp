@@ -11,6 +11,8 @@
 #include "KDXFileTools/kdxdispatchcopy/FrontEnd.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchVerify.h"
 #include "platform/Process.h"
+#include "platform/TasksHere.h"
+#include "platform/WorkerThreads.h"
 
 namespace kdxoffload {
 
@@ -167,6 +169,9 @@ bool JobWorker::isAsListed(const OrderedItem& item, JobResult& result) const {
 void JobWorker::copy(const JobOrder& order, JobResult& result) {
   const OrderedItem& item = order.items.at(0);
   if (!isAsListed(item, result)) return;
+  // Many workers are at work side by side on small files, so that every processor has enough to do.
+  std::optional<platform::TasksHere> here;
+  if (item.size <= platform::notWorthAThread) here.emplace();
   if (order.usesAlias) {
     copyUnderAlias(order, result);
   } else {

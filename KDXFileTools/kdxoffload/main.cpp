@@ -7,6 +7,7 @@
 #include "KDXFileTools/kdxoffload/StatusAndHistory.h"
 #include "KDXFileTools/kdxoffload/Worker.h"
 #include "platform/Log.h"
+#include "platform/Memory.h"
 #include "platform/Process.h"
 
 namespace {
@@ -41,6 +42,7 @@ int main(int argc, char* argv[]) {
   platform::letWritesFailInsteadOfSignals();
   std::vector<std::string> arguments(argv + 1, argv + argc);
   if (!arguments.empty() && arguments.front() == kdxoffload::workerArgument) kdxoffload::runWorker();
+  platform::giveBackLargePieces();
   const auto parsed = kdxoffload::parseCommandLine(std::move(arguments));
   if (const auto* line = std::get_if<kdxoffload::CommandLine>(&parsed)) return run(*line);
   return answer(std::get<kdxoffload::CommandLineAnswer>(parsed));

@@ -21,6 +21,8 @@ from statistics import median
 from typing import Optional
 
 from . import chart, machine, measure, results as records, tables
+from .cards import CARD_ROWS, CardRow
+from .results import ALL_ROWS
 from .rows import ROWS
 
 ROOT = Path(__file__).resolve().parent.parent.parent
@@ -32,14 +34,21 @@ FIGURES = "benchmarks.json"
 
 def parse_arguments() -> argparse.Namespace:
     parser = argparse.ArgumentParser(prog="bench/compare", description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    names = [row.name for row in ROWS]
-    parser.add_argument("--rows", nargs="+", choices=names, default=names, metavar="ROW", help=f"of {', '.join(names)}")
+    files, cards = ([row.name for row in rows] for rows in (ROWS, CARD_ROWS))
+    parser.add_argument(
+        "--rows",
+        nargs="+",
+        choices=files + cards,
+        metavar="ROW",
+        help=f"of {', '.join(files)}; of kdxoffload: {', '.join(cards)} (default: all; with --tool or --against the former)",
+    )
     parser.add_argument("--media", nargs="+", choices=records.MEDIA, default=list(records.MEDIA), help="where to measure")
     parser.add_argument("--disk", default=str(ROOT / "build"), metavar="DIR", help="a folder on a disk (default: build)")
     parser.add_argument("--tmpfs", default="/dev/shm", metavar="DIR", help="a folder in memory (default: %(default)s)")
     parser.add_argument("--tool", type=program, metavar="A", help="the program to measure (default: the one of this tree)")
     parser.add_argument("--against", type=program, metavar="B", help="another one, and nothing else")
     parser.add_argument("--rounds", type=int, metavar="N", help="(default: 3, 4 with --against, 1 with --quick)")
+    parser.add_argument("--clips", type=int, metavar="N", help="clips of a card, for a smaller disk (default: 24)")
     parser.add_argument("--append", action="store_true", help="add the rounds to those of the rows measured before")
     parser.add_argument("--no-peers", action="store_true", help="measure the tool and the floor alone; only with --append")
     parser.add_argument("--size-scale", type=float, default=1, metavar="X", help="sizes and counts times X")
@@ -47,6 +56,12 @@ def parse_arguments() -> argparse.Namespace:
     parser.add_argument("--results", metavar="DIR", help="the folder of the figures and the page (default: docs)")
     parser.add_argument("--draw", action="store_true", help="measure nothing, draw chart and tables from the figures")
     arguments = parser.parse_args()
+    one_program = arguments.tool or arguments.against
+    arguments.rows = arguments.rows or (files if one_program else files + cards)
+    if one_program and set(arguments.rows) & set(files) and set(arguments.rows) & set(cards):
+        parser.error("--tool and --against are one program each: choose rows of one")
+    if arguments.clips is not None and arguments.clips < 1:
+        parser.error("--clips must be at least 1")
     if arguments.rounds is None:
         arguments.rounds = 1 if arguments.quick else 4 if arguments.against else 3
     if arguments.quick:
@@ -71,16 +86,19 @@ def program(path: str) -> Path:
     return Path(path).resolve()
 
 
-def build(tool: Optional[Path], against: Optional[Path]) -> measure.Programs:
+def build(tool: Optional[Path], against: Optional[Path], is_of_cards: bool) -> measure.Programs:
     packages = ["build", "bench", "compare"] + ([] if against else ["peer"])
     names = " ".join(f'"${{{kind}_packages[@]}}"' for kind in packages)
     subprocess.run(["bash", "-c", f'. "$0/scripts/packages" && install_missing {names}', ROOT], check=True)
-    if not tool:
+    if not tool or is_of_cards:
         subprocess.run([ROOT / "scripts/offload", "-j", "/dev/null"], stdout=subprocess.DEVNULL, check=True)
     subprocess.run([ROOT / "bench/build", "stopwatch", "raw-io", "start-floor"], check=True)
     built = ROOT / "build/bench"
+    here = ROOT / "build/tool"
+    file_tool, card_tool = (None, tool) if is_of_cards else (tool, None)
     return measure.Programs(
-        _installed("tool", tool or ROOT / "build/tool/kdxdispatchcopy"),
+        _installed("tool", file_tool or here / "kdxdispatchcopy"),
+        _installed("tool", card_tool or here / "kdxoffload"),
         against and _installed("against", against),
         built / "stopwatch",
         built / "raw-io",
@@ -97,7 +115,7 @@ def _installed(name: str, program: Path) -> Path:
 
 
 def record_of(row, scale: float, measurement: measure.Measurement) -> dict:
-    return {
+    return (row.card_record() if isinstance(row, CardRow) else {}) | {
         "title": row.title,
         "bytes": row.bytes,
         "frames": row.frames,
@@ -122,12 +140,12 @@ def draw(folder: Path, results: dict):
 
 
 def measure_medium(arguments, name: str, programs: measure.Programs, results: dict):
-    rows = [row.scaled(arguments.size_scale) for row in ROWS if row.name in arguments.rows]
+    rows = [row.scaled(arguments.size_scale) for row in chosen_rows(arguments)]
     size = max((row.destinations + 1) * row.bytes for row in rows)
     medium = measure.Medium(name, arguments.disk if name == "disk" else arguments.tmpfs, size)
     try:
         for row in rows:
-            measurement = measure.Measurement(medium, row, programs)
+            measurement = measure.measurement_of(medium, row, programs)
             record = record_of(row, arguments.size_scale, measurement)
             if arguments.append:
                 record["rounds"] += records.rounds_to_keep(results, name, row.name, record)
@@ -141,7 +159,7 @@ def measure_medium(arguments, name: str, programs: measure.Programs, results: di
                 print(f"{name} {row.name}: round {number + 1} of {arguments.rounds} took {took:.0f} s", flush=True)
             measurement.close()
             if arguments.against:
-                print_pair(record["rounds"])
+                print_pair(measurement.tool_name, record["rounds"])
                 continue
             records.put_row(results, name, row.name, record)
             records.save(arguments.results / FIGURES, results)
@@ -150,16 +168,22 @@ def measure_medium(arguments, name: str, programs: measure.Programs, results: di
         medium.remove()
 
 
+def chosen_rows(arguments: argparse.Namespace) -> list:
+    rows = [row for row in ALL_ROWS if row.name in arguments.rows]
+    return [row.with_clips(arguments.clips) if arguments.clips and row in CARD_ROWS else row for row in rows]
+
+
 def print_row(table: records.Table):
-    print(f"  {'floor':24} {tables.seconds(table.floor):>10}  tool / floor {table.over_floor:.2f}")
+    if not table.is_of_card:
+        print(f"  {'floor':24} {tables.seconds(table.floor):>10}  tool / floor {table.over_floor:.2f}")
     for line in table.lines:
         print(f"  {line.name:24} {tables.seconds(line.wall):>10}  {line.ratio:6.2f}", flush=True)
 
 
-def print_pair(rounds: list):
+def print_pair(tool_name: str, rounds: list):
     print(f"  {'':10} {'tool':>10} {'against':>10}  tool / against")
     for title, key in [("wall", "wall"), ("processor", "cpu")]:
-        tool, against = (median(each["commands"][name][key] for each in rounds) for name in (records.TOOL, records.AGAINST))
+        tool, against = (median(each["commands"][name][key] for each in rounds) for name in (tool_name, records.AGAINST))
         print(f"  {title:10} {tables.seconds(tool):>10} {tables.seconds(against):>10}  {tool / against:.3f}", flush=True)
 
 
@@ -183,7 +207,8 @@ def main():
     be_the_only_one()
     results = records.load(figures)
     if not arguments.draw:
-        programs = build(arguments.tool, arguments.against)
+        is_of_cards = any(row.name in arguments.rows for row in CARD_ROWS)
+        programs = build(arguments.tool, arguments.against, is_of_cards)
         if not arguments.against:
             results["machine"] = machine.describe()
         for name in arguments.media:

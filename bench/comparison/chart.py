@@ -3,7 +3,7 @@
 from pathlib import Path
 from xml.sax.saxutils import escape
 
-from .results import START_FLOOR, TOOL, Table, tables
+from .results import START_FLOOR, Table, tables
 from .tables import seconds, what
 
 PANEL_WIDTH = 560
@@ -54,19 +54,21 @@ def _bars(table: Table) -> list:
 def _panel(table: Table, left: float, top: float) -> list:
     bars = _bars(table)
     room = PANEL_WIDTH - NAME_WIDTH - VALUE_WIDTH
-    scale = room / max([line.wall for line in bars] + [table.floor])
+    scale = room / max([line.wall for line in bars] + [table.floor or 0])
     parts = [_text(left, top + 16, f"{table.medium}: {what(table.record)}", "heading")]
     start = left + NAME_WIDTH
     for index, line in enumerate(bars):
         y = top + HEADING - 12 + PITCH * index
         width = max(1.0, line.wall * scale)
-        style = "tool" if line.name == TOOL else "peer" if line.proves_the_device else "cached"
-        ratio = "" if line.name == TOOL else f" · {line.ratio:.2f}×"
+        style = "tool" if line.name == table.tool_name else "peer" if line.proves_the_device else "cached"
+        ratio = "" if line.name == table.tool_name else f" · {line.ratio:.2f}×"
         parts += [
             _text(start - 8, y + 12, line.name, anchor="end"),
             f'<rect class="{style}" x="{start:.1f}" y="{y:.1f}" width="{width:.1f}" height="{BAR}" rx="2"/>',
             _text(start + width + 6, y + 12, seconds(line.wall) + ratio, "axis"),
         ]
+    if table.floor is None:
+        return parts
     x = start + table.floor * scale
     bottom = top + HEADING - 12 + PITCH * len(bars)
     parts += [

@@ -9,7 +9,8 @@ from dataclasses import dataclass
 from pathlib import Path
 from typing import Optional
 
-from . import commands, machine
+from . import cards, commands, machine, watch
+from .cards import FIND, OFFLOAD, CardJob, CardRow
 from .results import AGAINST, START_FLOOR, TOOL
 from .rows import BLOCK, MIB, Job, Row, frame_name
 
@@ -21,13 +22,16 @@ class Programs:
     """What was built for the comparison; the tools and the floor of a start are copies of it."""
 
     tool: Path
+    offload: Path  # the tool of the rows of cards
     against: Optional[Path]  # measured in turn with the tool; then neither peers nor floors are
     stopwatch: Path
     raw_io: Path
     start_floor: Path
 
-    def tools(self) -> dict:
-        return {TOOL: self.tool} | ({AGAINST: self.against} if self.against else {})
+    def tools(self, name: str) -> dict:
+        """That of this name, and what it is measured against."""
+        tool = self.offload if name == OFFLOAD else self.tool
+        return {name: tool} | ({AGAINST: self.against} if self.against else {})
 
 
 class WarmMemory:
@@ -88,15 +92,15 @@ class Medium:
     def source(self, row: Row) -> Path:
         """The file or folder of frames of a row: random, since nothing may gain by compressing it. Rows that follow each
         other with the same one share it; that of another row goes, so that there is never more than one."""
-        path = self.folder / f"source-{row.frames}-{row.file_size}"
+        files = _files_of_source(row)
+        path = self.folder / f"source-{len(files)}-{row.bytes}"
         if path.exists():
             return path
         for earlier in self.folder.iterdir():
             _remove(earlier)
-        if row.frames:
-            path.mkdir()
-        for file in [path / frame_name(index) for index in range(row.frames)] or [path]:
-            _write_random(file, row.file_size)
+        for name, size in files:
+            (path / name).parent.mkdir(parents=True, exist_ok=True)
+            _write_random(path / name, size)
         self.settle()
         return path
 
@@ -116,6 +120,13 @@ class Medium:
         shutil.rmtree(self.folder, ignore_errors=True)
 
 
+def _files_of_source(row) -> list:
+    """Paths within the source and sizes; the path of a single file is empty."""
+    if isinstance(row, CardRow):
+        return cards.files_of(row)
+    return [(frame_name(index), row.file_size) for index in range(row.frames)] or [("", row.file_size)]
+
+
 def _write_random(path: Path, size: int):
     with open(path, "wb") as file:
         while size > 0:
@@ -130,7 +141,7 @@ def _remove(path: Path):
 
 
 def files_at(path: Path) -> list:
-    return sorted(path.iterdir()) if path.is_dir() else [path]
+    return sorted(file for file in path.rglob("*") if file.is_file()) if path.is_dir() else [path]
 
 
 def _agree(original: Path, copy: Path) -> bool:
@@ -160,6 +171,8 @@ def _for_one(total: dict, starts: int) -> dict:
 
 class Measurement:
     """The commands of one row on one medium, run round after round."""
+
+    tool_name = TOOL
 
     def __init__(self, medium: Medium, row: Row, programs: Programs):
         self.medium = medium
@@ -196,20 +209,24 @@ class Measurement:
 
     def _copy_round(self, first: int, peers: list) -> dict:
         runs = {}
-        for name, tool in self._programs.tools().items():
-            runs[name] = lambda tool=tool: self._copy(lambda job: commands.tool_command(tool, job), (tool,))
+        for name, tool in self._programs.tools(self.tool_name).items():
+            runs[name] = lambda tool=tool: self._copy_with_tool(tool)
         for peer in peers:
-            runs[peer.shown_name(self._job())] = lambda peer=peer: self._copy(
-                lambda job: ["bash", "-c", peer.script(job)], peer.programs
-            )
+            runs[peer.shown_name(self._job())] = lambda peer=peer: self._copy_with_peer(peer)
         results, limits = {}, {}
         for name in self._in_turn(list(runs), first):
             results[name] = runs[name]()
             print(f"  {name}: {results[name]['wall']:.2f} s", flush=True)
             # What else a shared machine does changes from minute to minute, and must not stand between the two.
-            if name == TOOL and AGAINST not in runs:
+            if name == self.tool_name and AGAINST not in runs:
                 limits = self._limits()
         return {"limits": limits, "commands": {name: results[name] for name in runs}}
+
+    def _copy_with_tool(self, tool: Path) -> dict:
+        return self._copy(lambda job: commands.tool_command(tool, job), (tool,))
+
+    def _copy_with_peer(self, peer: commands.Command) -> dict:
+        return self._copy(lambda job: ["bash", "-c", peer.script(job)], peer.programs)
 
     @staticmethod
     def _in_turn(names: list, turn: int) -> list:
@@ -280,7 +297,7 @@ class Measurement:
     def _start_round(self, first: int, peers: list) -> dict:
         job = Job(self.row, self._source, [self._work / "copy{}"], flush=False, direct=False)
         paths = [job.source, *job.destinations]
-        tools = self._programs.tools().items()
+        tools = self._programs.tools(TOOL).items()
         runs = {name: ([[tool, "-k", "-nf", *paths]], self.row.starts) for name, tool in tools}
         if AGAINST not in runs:
             runs[START_FLOOR] = ([[self._programs.start_floor, *paths]], self.row.starts)
@@ -320,3 +337,78 @@ class Measurement:
                 raise RuntimeError(f"status {ended.returncode} of:\n{' '.join(words[6:])}\n{tail}")
             wall, user, system, peak = map(float, result.read_text(encoding="ascii").split())
         return {"wall": wall, "cpu": user + system, "peakKiB": int(peak)}
+
+
+class CardMeasurement(Measurement):
+    """The commands of a row of cards. The tool is watched, so that its own share of what it takes is known."""
+
+    tool_name = OFFLOAD
+
+    def peers(self) -> list:
+        return cards.peers_of(self.row, self._programs.tool)
+
+    def run_round(self, first: int, peers: list) -> dict:
+        result = self._second_runs(first) if self.row.again else self._copy_round(first, peers)
+        self._rounds_run += 1
+        return result
+
+    def _job(self) -> CardJob:
+        names = [self._work / f"copy-{index + 1}" for index in range(self.row.destinations)]
+        drops = self._flushes() and os.geteuid() == 0
+        return CardJob(self.row, self._source, names, self._work / "sums", flush=self._flushes(), drops=drops)
+
+    def _copy_with_tool(self, tool: Path) -> dict:
+        result = self._offload(tool, "--quiet")
+        self._remove_copies()
+        return result
+
+    def _copy_with_peer(self, peer: commands.Command) -> dict:
+        job = self._job()
+        self._prepare(peer.programs)
+        result = self._timed(1, ["bash", "-c", peer.script(job)])
+        self._check_once(job)
+        self._remove_copies()
+        return result
+
+    def _offload(self, tool: Path, *options) -> dict:
+        job = self._job()
+        self._prepare((tool,))
+        result = self._watched(cards.tool_command(tool, job, *options))
+        self._check_once(job)
+        return result
+
+    def _prepare(self, programs):
+        self.medium.forget_cached(self._source)
+        self._warm_up(programs)
+
+    def _check_once(self, job: CardJob):
+        if self._rounds_run == 0:
+            self._check(job)
+
+    def _watched(self, command: list) -> dict:
+        with tempfile.TemporaryDirectory() as folder:
+            return watch.run(command, Path(folder) / "log")
+
+    def _limits(self) -> dict:
+        return {}
+
+    # A second run, which finds everything proved: beside walking through all folders.
+
+    def _second_runs(self, first: int) -> dict:
+        tools = list(self._programs.tools(OFFLOAD).items())
+        results, first_runs = {}, {}
+        for name, tool in tools[:: 1 if first % 2 == 0 else -1]:
+            first_runs[name] = self._offload(tool, "--json")
+            results[name] = self._again(lambda tool=tool: self._watched(cards.tool_command(tool, self._job(), "--quiet")), tool)
+            if AGAINST not in dict(tools):
+                results[FIND] = self._again(lambda: self._timed(1, cards.find_command(self._job())), "find")
+            self._remove_copies()
+        return {"limits": {}, "commands": results, "firstRuns": first_runs}
+
+    def _again(self, run, program) -> dict:
+        self._prepare((program,))
+        return run()
+
+
+def measurement_of(medium: Medium, row, programs: Programs) -> Measurement:
+    return (CardMeasurement if isinstance(row, CardRow) else Measurement)(medium, row, programs)

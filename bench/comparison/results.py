@@ -6,12 +6,19 @@ from dataclasses import dataclass
 from pathlib import Path
 from statistics import median
 
+from .cards import CARD_ROWS, OFFLOAD
 from .rows import CACHED_READ_BACK, ROWS
 
 TOOL = "kdxdispatchcopy"
 AGAINST = "against"
 START_FLOOR = "start-floor"
 MEDIA = ("disk", "tmpfs")
+ALL_ROWS = [*ROWS, *CARD_ROWS]
+
+
+def tool_of(record: dict) -> str:
+    """The name of the program that the row is about."""
+    return OFFLOAD if "clips" in record else TOOL
 
 
 def load(path: Path) -> dict:
@@ -71,8 +78,16 @@ class Table:
     over_floor: float = None  # the tool / the floor, by round
 
     @property
+    def tool_name(self) -> str:
+        return tool_of(self.record)
+
+    @property
+    def is_of_card(self) -> bool:
+        return self.tool_name == OFFLOAD
+
+    @property
     def tool(self) -> Line:
-        return next(line for line in self.lines if line.name == TOOL)
+        return next(line for line in self.lines if line.name == self.tool_name)
 
     @property
     def floor(self) -> float:
@@ -84,7 +99,7 @@ class Table:
 
     @property
     def peers(self) -> list:
-        return [line for line in self.lines if line.name not in (TOOL, START_FLOOR)]
+        return [line for line in self.lines if line.name not in (self.tool_name, START_FLOOR)]
 
     @property
     def fastest_peer(self) -> Line:
@@ -117,7 +132,7 @@ def _line(name: str, record: dict) -> Line:
     return Line(
         name,
         median(run["wall"] for run in runs),
-        median(commands[name]["wall"] / commands[TOOL]["wall"] for commands in rounds),
+        median(commands[name]["wall"] / commands[tool_of(record)]["wall"] for commands in rounds),
         median(run["cpu"] for run in runs),
         max(run["peakKiB"] for run in runs),
         median(cached) if cached else None,
@@ -134,6 +149,8 @@ def table(medium: str, name: str, record: dict) -> Table:
             each["commands"][TOOL]["wall"] / each["commands"][START_FLOOR]["wall"] for each in rounds
         )
         return result
+    if result.is_of_card:
+        return result
     floors = [floors_of(record, each["limits"], record["cores"]) for each in rounds]
     result.floor_copy = median(copy for copy, _ in floors)
     result.floor_verify = median(verify for _, verify in floors) if record["readBack"] else None
@@ -147,7 +164,7 @@ def tables(results: dict) -> list:
     """In the order of the rows, disk before tmpfs."""
     return [
         table(medium, row.name, results["media"][medium][row.name])
-        for row in ROWS
+        for row in ALL_ROWS
         for medium in MEDIA
         if row.name in results["media"].get(medium, {})
     ]

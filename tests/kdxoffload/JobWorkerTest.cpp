@@ -1,8 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <iterator>
 #include <tuple>
 
 #include "KDXFileTools/kdxoffload/JobWorker.h"
@@ -67,6 +69,20 @@ class JobWorkerTest : public testing::Test {
 using testing::ElementsAre;
 
 }  // namespace
+
+TEST_F(JobWorkerTest, ASmallFileIsCopiedAndReadBackWithoutAnotherThread) {
+  const auto threadsAfter = [this](const OrderedItem& item) {
+    return runInChild([&] {
+             std::ignore = perform(order(Task::copy, {item}));
+             const fs::directory_iterator threads("/proc/self/task");
+             ::_exit(static_cast<int>(std::distance(begin(threads), end(threads))));
+           })
+        .exitStatus;
+  };
+  EXPECT_EQ(1, threadsAfter(onCard("sheet.txt", mediaBytes(64 * KiB))));
+  EXPECT_EQ(mediaBytes(64 * KiB), readFile(path("b/DCIM/sheet.txt")));
+  EXPECT_LT(1, threadsAfter(onCard("clip.mov", mediaBytes(64 * KiB + 1))));
+}
 
 TEST_F(JobWorkerTest, ACopyHasTheBytesModeAndTimeOfTheCardEverywhere) {
   const JobResult result = perform(order(Task::copy, {onCard("clip.mov", mediaBytes(3 * MiB + 5), 0440)}));
