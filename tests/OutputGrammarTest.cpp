@@ -14,9 +14,9 @@
 #include <memory>
 #include <ostream>
 
-#include "tests/FaultyFileSystem.h"
 #include "tests/support/ClipOffload.h"
 #include "tests/support/ExpectedText.h"
+#include "tests/support/FaultyFileSystem.h"
 #include "tests/support/MountedFileSystem.h"
 #include "tests/support/OutputGrammar.h"
 #include "tests/support/OutputLines.h"

@@ -12,7 +12,7 @@
 #include <ostream>
 #include <set>
 
-#include "tests/FaultyFileSystem.h"
+#include "tests/support/FaultyFileSystem.h"
 #include "tests/support/MountedFileSystem.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/TracedTool.h"

@@ -23,8 +23,8 @@
 #include <string_view>
 #include <vector>
 
-#include "tests/FaultyFileSystem.h"
 #include "tests/support/Algorithms.h"
+#include "tests/support/FaultyFileSystem.h"
 #include "tests/support/MountedFileSystem.h"
 #include "tests/support/OutputLines.h"
 #include "tests/support/RowName.h"

@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <memory>
 
-#include "tests/FaultyFileSystem.h"
+#include "tests/support/FaultyFileSystem.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 

@@ -12,7 +12,7 @@
 #include <set>
 #include <string>
 
-#include "tests/FaultyFileSystem.h"
+#include "tests/support/FaultyFileSystem.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 #include "tests/support/TwoFolderOffload.h"

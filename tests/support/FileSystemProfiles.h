@@ -4,7 +4,7 @@
 #include <ostream>
 #include <vector>
 
-#include "tests/FaultyFileSystem.h"
+#include "tests/support/FaultyFileSystem.h"
 
 // A kind of file system by what tells it from a local one: errors are errno values with which it refuses something, 0 where
 // it does not.
