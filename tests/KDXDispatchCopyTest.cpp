@@ -324,56 +324,38 @@ class KDXDispatchCopyOverwriteCheck : public CopyJobTest {
  protected:
   KDXDispatchCopyOverwriteCheck() { writeFile(source, bytes); }
 
+  // The copy is refused for the name that is taken, and nothing is created.
+  void expectRefused(const Names& destinations, const std::string& taken) const {
+    const Names before = namesBelow(scratch.path());
+    const PhaseRun phase = copied(*jobTo(destinations));
+    EXPECT_FALSE(phase.succeeded);
+    ASSERT_TRUE(phase.error);
+    EXPECT_EQ("KDXCopyErrorDomain", phase.error->domain);
+    EXPECT_EQ(109, phase.error->code);
+    EXPECT_EQ(taken + " already exists", phase.error->description);
+    EXPECT_EQ(startLine(), phase.output);
+    EXPECT_EQ(before, namesBelow(scratch.path()));
+  }
+
   const std::string first = scratch.file("a/clip.mov");
   const std::string second = scratch.file("b/clip.mov");
 };
 
 TEST_F(KDXDispatchCopyOverwriteCheck, RefusesAFirstDestinationThatExistsAndCreatesNothing) {
   writeFile(first, "old");
-  const auto job = jobTo({first, second});
-  ErrorSlot error;
-  bool copied = true;
-
-  const std::string output = outputOf([&] { copied = job->performCopy(&error); });
-
-  EXPECT_FALSE(copied);
-  ASSERT_TRUE(error);
-  EXPECT_EQ("KDXCopyErrorDomain", error->domain);
-  EXPECT_EQ(109, error->code);
-  EXPECT_EQ(first + " already exists", error->description);
-  EXPECT_EQ(startLine(), output);
-  EXPECT_EQ((Names{"a/clip.mov", "card/clip.mov"}), namesBelow(scratch.path()));
+  expectRefused({first, second}, first);
   EXPECT_EQ("old", readFile(first));
 }
 
 TEST_F(KDXDispatchCopyOverwriteCheck, RefusesASecondDestinationThatExistsAndCreatesNothing) {
   writeFile(second, "old");
-  const auto job = jobTo({first, second});
-  ErrorSlot error;
-  bool copied = true;
-
-  const std::string output = outputOf([&] { copied = job->performCopy(&error); });
-
-  EXPECT_FALSE(copied);
-  ASSERT_TRUE(error);
-  EXPECT_EQ(109, error->code);
-  EXPECT_EQ(second + " already exists", error->description);
-  EXPECT_EQ(startLine(), output);
-  EXPECT_EQ((Names{"b/clip.mov", "card/clip.mov"}), namesBelow(scratch.path()));
+  expectRefused({first, second}, second);
 }
 
 TEST_F(KDXDispatchCopyOverwriteCheck, ReportsTheFirstOfTwoThatExist) {
   writeFile(first, "old");
   writeFile(second, "old");
-  const auto job = jobTo({second, first});
-  ErrorSlot error;
-  bool copied = true;
-
-  std::ignore = outputOf([&] { copied = job->performCopy(&error); });
-
-  EXPECT_FALSE(copied);
-  ASSERT_TRUE(error);
-  EXPECT_EQ(second + " already exists", error->description);
+  expectRefused({second, first}, second);
 }
 
 TEST_F(KDXDispatchCopyOverwriteCheck, RefusesWithoutAPlaceForTheErrorToo) {
@@ -389,28 +371,12 @@ TEST_F(KDXDispatchCopyOverwriteCheck, RefusesWithoutAPlaceForTheErrorToo) {
 
 TEST_F(KDXDispatchCopyOverwriteCheck, RefusesADirectoryAtTheFinalName) {
   fs::create_directory(first);
-  const auto job = jobTo({first});
-  ErrorSlot error;
-  bool copied = true;
-
-  std::ignore = outputOf([&] { copied = job->performCopy(&error); });
-
-  EXPECT_FALSE(copied);
-  ASSERT_TRUE(error);
-  EXPECT_EQ(109, error->code);
+  expectRefused({first}, first);
 }
 
 TEST_F(KDXDispatchCopyOverwriteCheck, RefusesALinkToNowhereAtTheFinalName) {
   fs::create_symlink("nowhere", first);
-  const auto job = jobTo({first});
-  ErrorSlot error;
-  bool copied = true;
-
-  std::ignore = outputOf([&] { copied = job->performCopy(&error); });
-
-  EXPECT_FALSE(copied);
-  ASSERT_TRUE(error);
-  EXPECT_EQ(109, error->code);
+  expectRefused({first}, first);
 }
 
 TEST_F(KDXDispatchCopyOverwriteCheck, ComesBeforeTheExternalHashAndTheSourceAreLookedAt) {
@@ -429,11 +395,10 @@ TEST_F(KDXDispatchCopyOverwriteCheck, ComesBeforeTheExternalHashAndTheSourceAreL
 TEST_F(KDXDispatchCopyOverwriteCheck, LetsAnOldTemporaryFilePassWhichIsReplacedWhole) {
   writeFile(first + ".kdxcopy", mediaBytes(2 * bytes.size(), 7));
   const auto job = jobTo({first});
-  bool copied = false;
 
-  std::ignore = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
+  EXPECT_TRUE(phase.succeeded);
   EXPECT_EQ(bytes, readFile(first + ".kdxcopy"));
 }
 
@@ -441,14 +406,12 @@ TEST_F(KDXDispatchCopyOverwriteCheck, IsLeftOutByForceOverwriteAndTheOldFileStay
   writeFile(first, "old");
   const auto job = jobTo({first});
   job->setForceOverwrite(true);
-  ErrorSlot error;
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(&error); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(std::nullopt, error);
-  EXPECT_EQ(startLine() + md5Line(), output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(std::nullopt, phase.error);
+  EXPECT_EQ(startLine() + md5Line(), phase.output);
   EXPECT_EQ("old", readFile(first));
   EXPECT_EQ(bytes, readFile(first + ".kdxcopy"));
 }
@@ -551,12 +514,11 @@ TEST_F(KDXDispatchCopyPhase, FeedsAnExternalDigestInAnotherAlgorithmBesideThatOf
   writeFile(source, mediaBytes(MiB + 5));
   const auto job = jobTo({});
   job->setExternalHash("SHA1:abc");
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(startLine() + md5Line(), output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(startLine() + md5Line(), phase.output);
   ASSERT_NE(nullptr, job->_externalDigestContext);
   EXPECT_EQ("SHA1:" + digestByProgram("sha1sum", source), job->_externalDigestContext->digestString());
 }
@@ -567,12 +529,11 @@ TEST_F(KDXDispatchCopyPhase, FeedsAnExternalDigestWithoutACopyDigestAndPrintsNon
   job->setDigestAlgorithm(KDXDigestAlgorithmNone);
   job->setVerificationOptions(0);
   job->setExternalHash("SHA1:abc");
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(startLine(), output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(startLine(), phase.output);
   ASSERT_NE(nullptr, job->_externalDigestContext);
   EXPECT_EQ("SHA1:" + digestByProgram("sha1sum", source), job->_externalDigestContext->digestString());
 }
@@ -595,12 +556,12 @@ TEST_P(KDXDispatchCopyDigest, OfTheBytesCopiedIsPrintedAndAgreesWithTheProgramFo
   writeFile(source, mediaBytes(MiB + 4097));
   const auto job = jobTo({scratch.file("a/clip.mov")});
   job->setDigestAlgorithm(GetParam().algorithm);
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(startLine() + "hash " + GetParam().name + ":" + digestByProgram(GetParam().program, source) + "\n", output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(startLine() + "hash " + GetParam().name + ":" + digestByProgram(GetParam().program, source) + "\n",
+            phase.output);
 }
 
 INSTANTIATE_TEST_SUITE_P(Algorithms, KDXDispatchCopyDigest,
@@ -656,14 +617,12 @@ TEST_P(KDXDispatchCopySizes, EveryDestinationGetsEveryByteUnderItsTemporaryName)
     names.insert(names.end() - 1, name + ".kdxcopy");
   }
   const auto job = jobTo(destinations);
-  ErrorSlot error;
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(&error); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(std::nullopt, error);
-  EXPECT_EQ(startLine() + md5Line(), output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(std::nullopt, phase.error);
+  EXPECT_EQ(startLine() + md5Line(), phase.output);
   EXPECT_EQ(size, job->_bytesHashed);
   EXPECT_EQ(size, job->_sourceFileSize);
   EXPECT_EQ(names, namesBelow(scratch.path()));
@@ -682,24 +641,22 @@ TEST_F(KDXDispatchCopyPhase, OfNothingGivesEmptyDestinationsAndTheDigestOfNoData
   writeFile(source, "");
   const std::string destination = scratch.file("a/clip.mov");
   const auto job = jobTo({destination});
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(startLine() + "hash MD5:d41d8cd98f00b204e9800998ecf8427e\n", output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(startLine() + "hash MD5:d41d8cd98f00b204e9800998ecf8427e\n", phase.output);
   EXPECT_EQ("", readFile(destination + ".kdxcopy"));
 }
 
 TEST_F(KDXDispatchCopyPhase, WithoutDestinationsStillReadsAndDigestsTheSource) {
   writeFile(source, bytes);
   const auto job = jobTo({});
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(startLine() + md5Line(), output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(startLine() + md5Line(), phase.output);
   EXPECT_EQ(bytes.size(), job->_bytesHashed);
   EXPECT_EQ((Names{"card/clip.mov"}), namesBelow(scratch.path()));
 }
@@ -710,12 +667,11 @@ TEST_F(KDXDispatchCopyPhase, WithoutADigestPrintsNoDigestAndStillCountsTheBytes)
   const auto job = jobTo({destination});
   job->setDigestAlgorithm(KDXDigestAlgorithmNone);
   job->setVerificationOptions(0);
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(startLine(), output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(startLine(), phase.output);
   EXPECT_EQ(bytes.size(), job->_bytesHashed);
   EXPECT_TRUE(bytes == readFile(destination + ".kdxcopy"));
 }
@@ -766,11 +722,10 @@ TEST_F(KDXDispatchCopyPhase, ReadsTheSourceFromTheDeviceOnceForAllDestinations) 
   job->setVerificationOptions(hashOnly);
   MountedFileSystem::fillCache(onCard);
   const uint64_t before = card->bytesReadFromDevice();
-  bool copied = false;
 
-  std::ignore = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
+  EXPECT_TRUE(phase.succeeded);
   const uint64_t read = card->bytesReadFromDevice() - before;
   EXPECT_GE(read, size);
   EXPECT_LT(read, size + MiB);
@@ -783,11 +738,10 @@ TEST_F(KDXDispatchCopyPhase, LeavesNothingOfTheDestinationsInTheCache) {
   writeFile(source, mediaBytes(2 * MiB + 17));
   const std::string destination = backup->file("clip.mov");
   const auto job = jobTo({destination});
-  bool copied = false;
 
-  std::ignore = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
+  EXPECT_TRUE(phase.succeeded);
   EXPECT_EQ(0U, MountedFileSystem::bytesInCache(destination + ".kdxcopy"));
 }
 
@@ -917,24 +871,22 @@ TEST_F(KDXDispatchCopyFailure, AShortWriteIsNeitherTriedAgainNorReportedByTheCop
 TEST_F(KDXDispatchCopyPhase, IsRunByItsStepsAloneWithoutAStartLine) {
   writeFile(source, bytes);
   const auto job = jobTo({scratch.file("a/clip.mov")});
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->doTheCopyWork(nullptr); });
+  const PhaseRun phase = runPhase([&](platform::ErrorPlace error) { return job->doTheCopyWork(error); });
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(md5Line(), output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(md5Line(), phase.output);
 }
 
 TEST_F(KDXDispatchCopyPhase, IsTheSameWhateverIsToBeReadBackLater) {
   writeFile(source, bytes);
   const auto job = jobTo({scratch.file("a/clip.mov")});
   job->setVerificationOptions(allReadBacks);
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(startLine() + md5Line(), output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(startLine() + md5Line(), phase.output);
 }
 
 }  // namespace

@@ -329,14 +329,12 @@ class KDXDispatchCopyOptionsThatReadBack : public VerificationTest, public testi
 TEST_P(KDXDispatchCopyOptionsThatReadBack, MakeNoSizeCheck) {
   const auto job = copied({first}, GetParam(), KDXDigestAlgorithmMD5, std::nullopt, 7);
   fs::resize_file(temporary(first), 3);
-  ErrorSlot error;
-  bool checked = false;
 
-  const std::string output = outputOf([&] { checked = job->performFileSizeCheck(&error); });
+  const PhaseRun phase = runPhase([&](platform::ErrorPlace error) { return job->performFileSizeCheck(error); });
 
-  EXPECT_TRUE(checked);
-  EXPECT_EQ(std::nullopt, error);
-  EXPECT_EQ("", output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(std::nullopt, phase.error);
+  EXPECT_EQ("", phase.output);
 }
 
 INSTANTIATE_TEST_SUITE_P(Bits, KDXDispatchCopyOptionsThatReadBack, testing::Values(4, 6, 8, 10, 12, 14, 20, 24, 30),
@@ -390,14 +388,13 @@ class KDXDispatchCopyExternalHashCheck : public VerificationTest {
 
 TEST_F(KDXDispatchCopyExternalHashCheck, WithoutAnExternalHashPassesAndPrintsNothing) {
   const auto job = copied({}, hashOnly);
-  ErrorSlot error;
-  bool passed = false;
 
-  const std::string output = outputOf([&] { passed = job->performExternalHashVerification(&error); });
+  const PhaseRun phase =
+      runPhase([&](platform::ErrorPlace error) { return job->performExternalHashVerification(error); });
 
-  EXPECT_TRUE(passed);
-  EXPECT_EQ(std::nullopt, error);
-  EXPECT_EQ("", output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(std::nullopt, phase.error);
+  EXPECT_EQ("", phase.output);
 }
 
 TEST_F(KDXDispatchCopyExternalHashCheck, PassesForTheDigestOfTheCopyAndPrintsNothing) {
@@ -418,12 +415,12 @@ TEST_F(KDXDispatchCopyExternalHashCheck, PassesForDigitsInUpperCase) {
 TEST_F(KDXDispatchCopyExternalHashCheck, ItselfIgnoresTheCaseOfTheMethodNameToo) {
   const auto job = copied({}, hashOnly, KDXDigestAlgorithmXXHash64BE);
   job->setExternalHash("xxhASH64be:" + digestByProgram("xxh64sum", source));
-  bool passed = false;
 
-  const std::string output = outputOf([&] { passed = job->performExternalHashVerification(nullptr); });
+  const PhaseRun phase =
+      runPhase([&](platform::ErrorPlace error) { return job->performExternalHashVerification(error); });
 
-  EXPECT_TRUE(passed);
-  EXPECT_EQ("", output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ("", phase.output);
 }
 
 TEST_F(KDXDispatchCopyExternalHashCheck, PassesInAnotherAlgorithmThanThatOfTheCopy) {
@@ -519,12 +516,12 @@ TEST_F(KDXDispatchCopyExternalHashCheck, OfTheSameDigitsInAnotherByteOrderFails)
 TEST_F(KDXDispatchCopyExternalHashCheck, WithoutAnyDigestTellsThatThereIsNone) {
   const auto job = copied({}, 0, KDXDigestAlgorithmNone);
   job->setExternalHash(otherMD5);
-  bool passed = true;
 
-  const std::string output = outputOf([&] { passed = job->performExternalHashVerification(nullptr); });
+  const PhaseRun phase =
+      runPhase([&](platform::ErrorPlace error) { return job->performExternalHashVerification(error); });
 
-  EXPECT_FALSE(passed);
-  EXPECT_EQ(mismatch(otherMD5, "(null)") + "\n", output);
+  EXPECT_FALSE(phase.succeeded);
+  EXPECT_EQ(mismatch(otherMD5, "(null)") + "\n", phase.output);
 }
 
 TEST_F(KDXDispatchCopyExternalHashCheck, ComesBehindTheSizeCheck) {
@@ -838,14 +835,13 @@ INSTANTIATE_TEST_SUITE_P(Either, KDXDispatchCopyContinueOnVerificationError, tes
 
 TEST_F(KDXDispatchCopyReadBack, OfOneGoodFilePrintsItsDirectoryAndPasses) {
   const auto job = copied({first}, hashOnly);
-  ErrorSlot error;
-  bool passed = false;
 
-  const std::string output = outputOf([&] { passed = job->verifyURL(FileURL(temporary(first)), &error); });
+  const PhaseRun phase =
+      runPhase([&](platform::ErrorPlace error) { return job->verifyURL(FileURL(temporary(first)), error); });
 
-  EXPECT_TRUE(passed);
-  EXPECT_EQ(std::nullopt, error);
-  EXPECT_EQ("INFO: verifying " + directory("a") + "\n", output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(std::nullopt, phase.error);
+  EXPECT_EQ("INFO: verifying " + directory("a") + "\n", phase.output);
 }
 
 TEST_F(KDXDispatchCopyReadBack, OfOneBadFileHandsTheDifferenceToTheCallerAndPrintsItNot) {
@@ -877,18 +873,15 @@ class KDXDispatchCopyRecordedFailure : public VerificationTest {
 };
 
 TEST_F(KDXDispatchCopyRecordedFailure, KeepsItsCodeAndNamesItsFile) {
-  ErrorSlot error;
-  bool finished = true;
-
   job->markAsVerificationFailed(FileURL("/b/clip.mov.kdxcopy"), 105);
-  const std::string output = outputOf([&] { finished = job->finishVerification(&error); });
+  const PhaseRun phase = runPhase([&](platform::ErrorPlace error) { return job->finishVerification(error); });
 
-  EXPECT_FALSE(finished);
-  ASSERT_TRUE(error);
-  EXPECT_EQ("KDXCopyErrorDomain", error->domain);
-  EXPECT_EQ(105, error->code);
-  EXPECT_EQ("verification failed: /b/clip.mov.kdxcopy", error->description);
-  EXPECT_EQ("", output);
+  EXPECT_FALSE(phase.succeeded);
+  ASSERT_TRUE(phase.error);
+  EXPECT_EQ("KDXCopyErrorDomain", phase.error->domain);
+  EXPECT_EQ(105, phase.error->code);
+  EXPECT_EQ("verification failed: /b/clip.mov.kdxcopy", phase.error->description);
+  EXPECT_EQ("", phase.output);
 }
 
 TEST_F(KDXDispatchCopyRecordedFailure, WithoutACodeHasThatOfAFailedVerification) {
@@ -941,14 +934,12 @@ class KDXDispatchCopyFinishVerification : public VerificationTest {};
 TEST_F(KDXDispatchCopyFinishVerification, WithoutAStartPassesAndPrintsNothing) {
   const auto job = std::make_shared<ObservedJob>(FileURL(source));
   job->setVerificationOptions(allReadBacks);
-  ErrorSlot error;
-  bool finished = false;
 
-  const std::string output = outputOf([&] { finished = job->finishVerification(&error); });
+  const PhaseRun run = runPhase([&](platform::ErrorPlace error) { return job->finishVerification(error); });
 
-  EXPECT_TRUE(finished);
-  EXPECT_EQ(std::nullopt, error);
-  EXPECT_EQ("", output);
+  EXPECT_TRUE(run.succeeded);
+  EXPECT_EQ(std::nullopt, run.error);
+  EXPECT_EQ("", run.output);
 }
 
 TEST_F(KDXDispatchCopyFinishVerification, WaitsForEverythingThatIsReadBackInThisProcess) {

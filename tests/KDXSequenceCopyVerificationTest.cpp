@@ -215,19 +215,17 @@ TEST_F(KDXSequenceCopyExternalHashPhase, FailsForAHashThatDiffersWithItsLineTwic
   const auto job = jobTo({first}, allReadBacks);
   job->setExternalHash("XXHash64BE:0123456789abcdef");
   makeCopy(*job);
-  ErrorSlot error;
-  bool started = true;
 
-  const std::string output = outputOf([&] { started = job->startVerification(&error); });
+  const PhaseRun phase = runPhase([&](platform::ErrorPlace error) { return job->startVerification(error); });
 
-  EXPECT_FALSE(started);
-  ASSERT_TRUE(error);
-  EXPECT_EQ("KDXCopyErrorDomain", error->domain);
-  EXPECT_EQ(103, error->code);
+  EXPECT_FALSE(phase.succeeded);
+  ASSERT_TRUE(phase.error);
+  EXPECT_EQ("KDXCopyErrorDomain", phase.error->domain);
+  EXPECT_EQ(103, phase.error->code);
   const std::string description = "INFO: external hash: XXHash64BE:0123456789abcdef but got hash: XXHash64BE:" +
                                   digestOf(joined(bigEndian), bigEndian) + ".";
-  EXPECT_EQ(description, error->description);
-  EXPECT_EQ(description + "\n" + description + "\n", output);
+  EXPECT_EQ(description, phase.error->description);
+  EXPECT_EQ(description + "\n" + description + "\n", phase.output);
 }
 
 TEST_F(KDXSequenceCopyExternalHashPhase, GoesOnToReadBackWithTheOtherFormOfTheHash) {
@@ -259,14 +257,13 @@ TEST_F(KDXSequenceCopyExternalHashPhase, WithoutDigestsDuringTheCopyComparesWith
   const auto job = jobTo({first}, 0, KDXDigestAlgorithmNone);
   job->setExternalHash("SHA1:" + digestOf(joined(sha1), sha1));
   makeCopy(*job);
-  ErrorSlot error;
-  bool accepted = true;
 
-  std::ignore = outputOf([&] { accepted = job->performExternalHashVerification(&error); });
+  const PhaseRun phase =
+      runPhase([&](platform::ErrorPlace error) { return job->performExternalHashVerification(error); });
 
-  EXPECT_FALSE(accepted);
-  ASSERT_TRUE(error);
-  EXPECT_TRUE(error->description.value_or("").ends_with("SHA1:da39a3ee5e6b4b0d3255bfef95601890afd80709."));
+  EXPECT_FALSE(phase.succeeded);
+  ASSERT_TRUE(phase.error);
+  EXPECT_TRUE(phase.error->description.value_or("").ends_with("SHA1:da39a3ee5e6b4b0d3255bfef95601890afd80709."));
 }
 
 TEST_F(KDXSequenceCopyExternalHashPhase, OfATextThatIsNoHashEndsTheProcessBeforeAnyFileIsRead) {
