@@ -39,6 +39,10 @@ TEST(XXHash64BEasXXHash64, ReversesTheOrderOfTheTwoDigitGroups) {
   EXPECT_EQ("efcdab8967452301", XXHash64BEasXXHash64("0123456789abcdef"));
 }
 
+TEST(XXHash64BEasXXHash64, PutsADigitThatIsLeftOverInFrontBehindTheGroups) {
+  EXPECT_EQ("bca", XXHash64BEasXXHash64("abc"));
+}
+
 TEST(XXHash64BEasXXHash64, TurnsTheDigestOfNothingIntoItsOtherForm) {
   EXPECT_EQ("99e9d85137db46ef", XXHash64BEasXXHash64("ef46db3751d8e999"));
 }

@@ -463,6 +463,19 @@ TEST_F(KDXSequenceCopyReadBack, WithoutDigestsReadsNoListAndSaysSoForEach) {
   EXPECT_THAT(run->lines, ElementsAre(line, line, line));
 }
 
+TEST_F(KDXSequenceCopyReadBack, TakesAReadThatFailsBehindTheLastByteForADifference) {
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
+  // One whole buffer: the second read is the one that would find the end.
+  writeFile(frame(1), mediaBytes(MiB));
+
+  const ToolRun run = runTool(
+      {.arguments = {"-s", identifier, first}, .wrapper = injectingAt(copyOf(1, "a"), {"read:error=EIO:when=2"})});
+
+  EXPECT_EQ(105, run.exitStatus) << run.output << run.errors;
+  EXPECT_THAT(run.lines(), Contains(resultLine("destination", 1, 1, "a", "failed")));
+  EXPECT_FALSE(fs::exists(finalName(1, "a")));
+}
+
 TEST_F(KDXSequenceCopyReadBack, OfAVerboseJobReportsItsProgressWhenHalfASecondHasPassed) {
   if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
 

@@ -421,6 +421,8 @@ INSTANTIATE_TEST_SUITE_P(
                     InjectionRow{"ThatIsRefusedOnBothRoads", {"write:error=EINVAL"}},
                     InjectionRow{"ThatDoesNotReachTheDevice", {refusedWhenSwitchedOn, "sync_file_range:error=EIO"}},
                     InjectionRow{"WhoseTailDoesNotReachTheDevice", {"sync_file_range:error=EIO"}},
+                    InjectionRow{"WhoseTailDoesNotReachTheDeviceWhereNoRangeCanBeSynced",
+                                 {"sync_file_range:error=ENOSYS", "fdatasync:error=EIO"}},
                     InjectionRow{"ThatFailsInTheLastSync", {refusedWhenSwitchedOn, "fdatasync:error=EIO"}},
                     InjectionRow{"ThatFailsInTheLastSyncBehindARefusedWrite",
                                  {refusedAtTheFirstWrite, "fdatasync:error=EIO"}},
