@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -11,15 +10,10 @@
 
 namespace {
 
-struct Bytes {
-  const char* name;
+struct Bytes : NamedRow {
   std::vector<uint8_t> bytes;
   const char* hex;
 };
-
-void PrintTo(const Bytes& row, std::ostream* out) {
-  *out << row.name;
-}
 
 class HexstringWithBytes : public testing::TestWithParam<Bytes> {};
 

@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <ostream>
 #include <utility>
 
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
@@ -18,6 +17,7 @@
 #include "platform/Log.h"
 #include "tests/support/MountedFileSystem.h"
 #include "tests/support/PhaseRun.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -122,14 +122,9 @@ TEST_F(KDXDispatchCopyMove, OfOneDestinationPrintsNothing) {
   EXPECT_EQ("copy of " + first, readFile(first));
 }
 
-struct FinalName {
-  const char* name;
+struct FinalName : NamedRow {
   const char* final;
 };
-
-void PrintTo(const FinalName& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXDispatchCopyFinalName : public PlacementTest, public testing::WithParamInterface<FinalName> {};
 

@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <future>
 #include <limits>
-#include <ostream>
 #include <set>
 #include <tuple>
 #include <utility>
@@ -21,6 +20,7 @@
 #include "tests/support/MountedFileSystem.h"
 #include "tests/support/OutputLines.h"
 #include "tests/support/PhaseRun.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -155,15 +155,10 @@ TEST_P(KDXDispatchCopyOptions, SkipVerificationExactlyWhenNoFileIsToBeReadBack) 
 
 INSTANTIATE_TEST_SUITE_P(From0To30, KDXDispatchCopyOptions, testing::Range(0, 31));
 
-struct AlgorithmCode {
-  const char* name;
+struct AlgorithmCode : NamedRow {
   uint32_t code;
   uint32_t algorithmOfJob;
 };
-
-void PrintTo(const AlgorithmCode& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXDispatchCopyAlgorithm : public testing::TestWithParam<AlgorithmCode> {};
 
@@ -187,15 +182,10 @@ INSTANTIATE_TEST_SUITE_P(Codes, KDXDispatchCopyAlgorithm,
                                          AlgorithmCode{"AllBits", 0xFFFFFFFFU, 0}),
                          testing::PrintToStringParamName());
 
-struct TemporaryName {
-  const char* name;
+struct TemporaryName : NamedRow {
   const char* given;
   const char* stored;
 };
-
-void PrintTo(const TemporaryName& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXDispatchCopyTemporaryName : public testing::TestWithParam<TemporaryName> {};
 
@@ -418,15 +408,10 @@ TEST_F(KDXDispatchCopyOverwriteCheck, IsLeftOutByForceOverwriteAndTheOldFileStay
 
 // The external hash.
 
-struct MalformedHash {
-  const char* name;
+struct MalformedHash : NamedRow {
   const char* text;
   const char* message;
 };
-
-void PrintTo(const MalformedHash& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXDispatchCopyMalformedExternalHash : public CopyJobTest, public testing::WithParamInterface<MalformedHash> {};
 
@@ -464,16 +449,11 @@ INSTANTIATE_TEST_SUITE_P(Forms, KDXDispatchCopyMalformedExternalHash,
                                          MalformedHash{"CharactersOfFormats", "%s{}:%n{0}", invalidFormat}),
                          testing::PrintToStringParamName());
 
-struct ExternalHash {
-  const char* name;
+struct ExternalHash : NamedRow {
   uint32_t copyAlgorithm;
   const char* text;
   uint32_t externalAlgorithm;  // 0: no context of its own
 };
-
-void PrintTo(const ExternalHash& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXDispatchCopyExternalHash : public CopyJobTest, public testing::WithParamInterface<ExternalHash> {};
 
@@ -540,15 +520,10 @@ TEST_F(KDXDispatchCopyPhase, FeedsAnExternalDigestWithoutACopyDigestAndPrintsNon
 
 // The digests.
 
-struct DigestProgram {
-  const char* name;
+struct DigestProgram : NamedRow {
   uint32_t algorithm;
   const char* program;
 };
-
-void PrintTo(const DigestProgram& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXDispatchCopyDigest : public CopyJobTest, public testing::WithParamInterface<DigestProgram> {};
 

@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <future>
 #include <mutex>
-#include <ostream>
 #include <thread>
 #include <utility>
 
@@ -18,6 +17,7 @@
 #include "tests/support/ExpectedText.h"
 #include "tests/support/OutputLines.h"
 #include "tests/support/PhaseRun.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -204,16 +204,11 @@ TEST_F(KDXDispatchCopySizeCheck, PassesForAnEmptyFileOfWhichNoBytesAreExpected) 
   EXPECT_EQ(checkedLine(first), run->output);
 }
 
-struct WrongExpectedSize {
-  const char* name;
+struct WrongExpectedSize : NamedRow {
   int64_t expected;
   int32_t options;
   const char* printed;
 };
-
-void PrintTo(const WrongExpectedSize& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXDispatchCopyWrongExpectedSize : public VerificationTest,
                                          public testing::WithParamInterface<WrongExpectedSize> {};
@@ -599,14 +594,9 @@ TEST_P(KDXDispatchCopyReadBackDigest, IsThatOfTheCopy) {
 INSTANTIATE_TEST_SUITE_P(Algorithms, KDXDispatchCopyReadBackDigest, testing::Values(1U, 2U, 8U, 16U),
                          testing::PrintToStringParamName());
 
-struct Damage {
-  const char* name;
+struct Damage : NamedRow {
   int64_t offset;
 };
-
-void PrintTo(const Damage& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXDispatchCopyDamage : public VerificationTest, public testing::WithParamInterface<Damage> {};
 

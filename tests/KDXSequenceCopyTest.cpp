@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <future>
-#include <ostream>
 #include <tuple>
 
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
@@ -16,6 +15,7 @@
 #include "tests/support/MountedFileSystem.h"
 #include "tests/support/OutputLines.h"
 #include "tests/support/PhaseRun.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -298,15 +298,10 @@ TEST_F(KDXSequenceCopyPhase, ReadsEachFrameFromTheDeviceOnceAndLeavesNoneOfItsCo
 
 // The digests.
 
-struct DigestProgram {
-  const char* name;
+struct DigestProgram : NamedRow {
   uint32_t algorithm;
   const char* program;
 };
-
-void PrintTo(const DigestProgram& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXSequenceCopyDigest : public SequenceCopyTest, public testing::WithParamInterface<DigestProgram> {};
 
@@ -328,15 +323,10 @@ INSTANTIATE_TEST_SUITE_P(Algorithms, KDXSequenceCopyDigest,
 
 // Where the files go.
 
-struct DestinationName {
-  const char* name;
+struct DestinationName : NamedRow {
   const char* given;
   const char* folder;
 };
-
-void PrintTo(const DestinationName& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXSequenceCopyDestination : public SequenceCopyTest, public testing::WithParamInterface<DestinationName> {};
 
@@ -362,17 +352,12 @@ INSTANTIATE_TEST_SUITE_P(Names, KDXSequenceCopyDestination,
 
 // Expected sizes.
 
-struct ExpectedSize {
-  const char* name;
+struct ExpectedSize : NamedRow {
   std::optional<int64_t> given;
   int32_t options;
   std::vector<uint64_t> sizes;
   uint64_t total;
 };
-
-void PrintTo(const ExpectedSize& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXSequenceCopyExpectedSizes : public SequenceCopyTest, public testing::WithParamInterface<ExpectedSize> {};
 
@@ -399,15 +384,10 @@ INSTANTIATE_TEST_SUITE_P(
 
 // A frame without a path.
 
-struct FrameWithoutPath {
-  const char* name;
+struct FrameWithoutPath : NamedRow {
   const char* identifier;
   const char* earlierLine;
 };
-
-void PrintTo(const FrameWithoutPath& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXSequenceCopyFrameWithoutPath : public SequenceCopyTest,
                                         public testing::WithParamInterface<FrameWithoutPath> {};

@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
-#include <ostream>
 #include <tuple>
 
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
@@ -14,6 +13,7 @@
 #include "tests/support/ExpectedText.h"
 #include "tests/support/OutputLines.h"
 #include "tests/support/PhaseRun.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -134,18 +134,13 @@ std::unique_ptr<Verification> verify(KDXSequenceCopy& job) {
 // The external hash.
 
 // A hash of the sequence whose frames were digested by one program and the joined texts of those by another.
-struct ExternalHash {
-  const char* name;
+struct ExternalHash : NamedRow {
   uint32_t algorithmOfJob;
   const char* method;
   const char* ofFrames;
   const char* ofJoinedTexts;
   bool isAccepted;
 };
-
-void PrintTo(const ExternalHash& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXSequenceCopyExternalHash : public SequenceVerificationTest, public testing::WithParamInterface<ExternalHash> {
  protected:
@@ -490,17 +485,12 @@ TEST_F(KDXSequenceCopyReadBack, OfAVerboseJobReportsItsProgressWhenHalfASecondHa
 
 // One list.
 
-struct LoggingIndex {
-  const char* name;
+struct LoggingIndex : NamedRow {
   int64_t index;
   const char* kind;
   int number;
   int64_t code;
 };
-
-void PrintTo(const LoggingIndex& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXSequenceCopyLoggingIndex : public SequenceVerificationTest,
                                     public testing::WithParamInterface<LoggingIndex> {};

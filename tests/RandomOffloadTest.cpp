@@ -17,7 +17,6 @@
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <ostream>
 #include <random>
 #include <string>
 #include <string_view>
@@ -43,11 +42,9 @@ constexpr const char* earlierTake = "an earlier take";
 // Where the files of a case are.
 enum class Place { tmpfs, scratch, withoutDirectTransfers, withShortReads };
 
-struct Row {
-  const char* name;
+struct Row : NamedRow {
   Place place;
   bool isSequence;
-  friend void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
 };
 
 class Random {

@@ -36,8 +36,7 @@ bool writesPastTheCache(const ClipOffload& offload) {
 }
 
 // One failure of the system, and all that comes of it. Constants alone: large tables of strings take compilers minutes.
-struct Fault {
-  const char* name;
+struct Fault : NamedRow {
   const char* injections;  // as strace takes them, with a space between two
   const char* at;          // the file concerned; empty: any
   const char* options;     // with a space between two
@@ -89,10 +88,6 @@ constexpr Fault unflushed(const char* name, const char* injection, const char* a
 // A fault that changes nothing; a second one may close the first way around it.
 constexpr Fault harmless(const char* name, const char* injections, const char* at = "") {
   return {name, injections, at, "", 0, "{started}{hashed}{bothReadBack}{moving}{flushing}{closing}", OnDisk::offloaded};
-}
-
-void PrintTo(const Fault& fault, std::ostream* stream) {
-  *stream << fault.name;
 }
 
 class ToolFailure : public testing::Test {

@@ -327,14 +327,9 @@ TEST(ToolSequence, TheLastComponentOfADestinationIsDroppedEvenIfItIsAFolder) {
 
 // --- Sizes of frames ---
 
-struct Sizes {
-  const char* name;
+struct Sizes : NamedRow {
   std::vector<std::size_t> sizes;
 };
-
-void PrintTo(const Sizes& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class ToolSequenceSizes : public testing::TestWithParam<Sizes> {};
 
@@ -466,16 +461,11 @@ TEST(ToolSequence, APercentSignInTheNameOfADestinationIsAPercentSign) {
 
 // --- External hashes ---
 
-struct ExternalHash {
-  const char* name;
+struct ExternalHash : NamedRow {
   const char* algorithm;  // of the copy, as the command line has it
   Method method;
   const char* hash;  // with words for digests
 };
-
-void PrintTo(const ExternalHash& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class ToolSequenceExternalHash : public testing::TestWithParam<ExternalHash> {
  protected:

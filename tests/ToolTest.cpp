@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <ostream>
 
 #include "tests/support/ClipOffload.h"
 #include "tests/support/ExpectedText.h"
@@ -27,8 +26,7 @@ using Names = std::vector<std::string>;
 using Arguments = std::vector<std::string>;
 
 // A command line and all that comes of it. Constants alone: large tables of strings take compilers minutes.
-struct Run {
-  const char* name;
+struct Run : NamedRow {
   const char* arguments;  // words with one space between them; "{paths}" are the source and the destination
   int status;
   const char* output;  // "{logged}": the same text as below
@@ -42,10 +40,6 @@ constexpr Run offloads(const char* name, const char* arguments, const char* outp
 
 constexpr Run refused(const char* name, const char* arguments, const char* output) {
   return {name, arguments, 1, output, OnDisk::untouched};
-}
-
-void PrintTo(const Run& run, std::ostream* stream) {
-  *stream << run.name;
 }
 
 void expectRun(const Run& row) {

@@ -4,17 +4,15 @@
 
 #include <cstddef>
 #include <memory>
-#include <ostream>
 #include <string>
 
 #include "tests/support/MountedFileSystem.h"
+#include "tests/support/RowName.h"
 
 // A file system as MountedFileSystem::mount takes it.
-struct FileSystemRow {
-  const char* name;
+struct FileSystemRow : NamedRow {
   const char* type;
   std::size_t size;
-  friend void PrintTo(const FileSystemRow& row, std::ostream* out) { *out << row.name; }
 };
 
 // Has the file system of the row mounted, or is skipped where that can't be.

@@ -1,17 +1,15 @@
 #pragma once
 
-#include <ostream>
 #include <string>
 #include <vector>
 
+#include "tests/support/RowName.h"
+
 // A shell, and the file that tells it what to offer for a program.
-struct Shell {
-  const char* name;
+struct Shell : NamedRow {
   const char* configurationLess;  // its option for a start without anybody's settings
   const char* completions;        // in the source tree
 };
-
-void PrintTo(const Shell& shell, std::ostream* out);
 
 // What the shell offers at the end of the command line, where it stands in the folder; in its order, behind a tabulator with
 // the description where it shows one.
