@@ -3,7 +3,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -44,15 +43,10 @@ std::string settingsOf(const CommandLine& line) {
   return text;
 }
 
-struct Options {
-  const char* name;
+struct Options : NamedRow {
   Words options;
   std::string settings;
 };
-
-void PrintTo(const Options& row, std::ostream* out) {
-  *out << row.name;
-}
 
 class OptionsAnywhere : public testing::TestWithParam<Options> {
  protected:
@@ -301,14 +295,9 @@ TEST(CommandLine, AnEarlierCommandLineLeavesNothingBehind) {
 
 // Arguments that are not UTF-8
 
-struct NotText {
-  const char* name;
+struct NotText : NamedRow {
   std::string bytes;
 };
-
-void PrintTo(const NotText& row, std::ostream* out) {
-  *out << row.name;
-}
 
 class BytesThatAreNoText : public testing::TestWithParam<NotText> {};
 

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -11,15 +10,10 @@
 
 namespace {
 
-struct Bytes {
-  const char* name;
+struct Bytes : NamedRow {
   std::vector<uint8_t> bytes;
   const char* hex;
 };
-
-void PrintTo(const Bytes& row, std::ostream* out) {
-  *out << row.name;
-}
 
 class HexstringWithBytes : public testing::TestWithParam<Bytes> {};
 
@@ -37,6 +31,10 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(XXHash64BEasXXHash64, ReversesTheOrderOfTheTwoDigitGroups) {
   EXPECT_EQ("efcdab8967452301", XXHash64BEasXXHash64("0123456789abcdef"));
+}
+
+TEST(XXHash64BEasXXHash64, PutsADigitThatIsLeftOverInFrontBehindTheGroups) {
+  EXPECT_EQ("bca", XXHash64BEasXXHash64("abc"));
 }
 
 TEST(XXHash64BEasXXHash64, TurnsTheDigestOfNothingIntoItsOtherForm) {

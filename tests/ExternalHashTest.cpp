@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <ostream>
-
 #include "KDXFileTools/kdxdispatchcopy/ExternalHash.h"
 #include "tests/support/RowName.h"
 
@@ -9,12 +7,10 @@ namespace {
 
 using Form = ExternalHash::Form;
 
-struct TextRow {
-  const char* name;
+struct TextRow : NamedRow {
   const char* text;
   Form form;
   uint32_t algorithm;
-  friend void PrintTo(const TextRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class ExternalHashText : public testing::TestWithParam<TextRow> {};

@@ -25,7 +25,7 @@
 #include <string>
 #include <vector>
 
-#include "FaultyFileSystem.h"
+#include "tests/support/FaultyFileSystem.h"
 #include "tests/support/ScratchDirectory.h"
 
 namespace {

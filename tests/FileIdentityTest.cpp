@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "platform/FileIdentity.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 
 namespace {
@@ -47,12 +48,10 @@ constexpr uint32_t ofCreation = FileStamp::ofCreation;
 constexpr FileStamp withTimeOfCreation{.number = 3, .modified = 4, .size = ofCreation};
 constexpr FileStamp withoutTimeOfCreation{.number = 2, .modified = 4, .size = 5};
 
-struct StampRow {
-  const char* name;
+struct StampRow : NamedRow {
   FileStamp stamp;
   FileStamp found;
   bool isOf;
-  friend void PrintTo(const StampRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class FileStamps : public testing::TestWithParam<StampRow> {};

@@ -15,7 +15,6 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -263,11 +262,8 @@ TEST(FileManager, AMoveToAnotherFileSystemIsAnErrorAndMovesNothing) {
 }
 
 // File systems that lack the rename that replaces nothing, and some that lack links too.
-struct LackingRow {
-  const char* name;
+struct LackingRow : NamedRow {
   std::vector<RefusedCall> calls;
-
-  friend void PrintTo(const LackingRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class LackingFileSystem : public testing::TestWithParam<LackingRow> {};
@@ -375,11 +371,8 @@ TEST_P(LackingFileSystem, GivesNoNameToAFileThatWasPutInThePlaceOfThePinnedOne) 
   EXPECT_EQ("of another run", readFile(from));
 }
 
-struct InjectionRow {
-  const char* name;
+struct InjectionRow : NamedRow {
   const char* inject;
-
-  friend void PrintTo(const InjectionRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class OffloadToLackingFileSystem : public testing::TestWithParam<InjectionRow> {};
@@ -439,11 +432,8 @@ TEST(FileManager, AFileIsSyncedWithItsFolder) {
   EXPECT_EQ(mediaBytes(5000), readFile(scratch.file("clip.mov")));
 }
 
-struct SyncRow {
-  const char* name;
+struct SyncRow : NamedRow {
   const char* fileOnTheOtherDescriptor;  // what descriptor 0 is: "" closed, else opened for reading
-
-  friend void PrintTo(const SyncRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class SyncOfAMissingFile : public testing::TestWithParam<SyncRow> {};

@@ -18,7 +18,7 @@
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
 #include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
-#include "tests/FaultyFileSystem.h"
+#include "tests/support/FaultyFileSystem.h"
 #include "tests/support/FileSystemProfiles.h"
 #include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"

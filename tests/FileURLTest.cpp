@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <ostream>
 #include <string>
 
 #include "platform/FileURL.h"
@@ -25,12 +24,9 @@ class RelativeFileURL : public testing::Test {
   ScratchDirectory _scratch;
 };
 
-struct PathRow {
-  const char* name;
+struct PathRow : NamedRow {
   const char* given;
   const char* expected;
-
-  friend void PrintTo(const PathRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class AbsolutePath : public testing::TestWithParam<PathRow> {};

@@ -6,7 +6,6 @@
 #include <limits>
 #include <memory>
 #include <optional>
-#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,16 +31,11 @@ using Words = std::vector<std::string>;
 
 // Exit statuses
 
-struct Code {
-  const char* name;
+struct Code : NamedRow {
   std::optional<int64_t> code;
   int status;
   int reported;  // by the system
 };
-
-void PrintTo(const Code& row, std::ostream* out) {
-  *out << row.name;
-}
 
 class ExitStatusOf : public testing::TestWithParam<Code> {
  protected:
@@ -81,15 +75,10 @@ INSTANTIATE_TEST_SUITE_P(FrontEnd, ExitStatusDeathTest, codes, rowName);
 
 // From the command line to the job
 
-struct Refused {
-  const char* name;
+struct Refused : NamedRow {
   Words words;
   std::string line;
 };
-
-void PrintTo(const Refused& row, std::ostream* out) {
-  *out << row.name;
-}
 
 const std::string usageLine = "kdxdispatchcopy: " + std::string(usage) + "\n";
 
@@ -168,15 +157,10 @@ TEST(FrontEndDeathTest, ARefusedCommandLineEndsTheProcessWithStatusOneAfterBothL
       testing::ExitedWithCode(1), testing::Eq("no destination specified\ninvalid arguments\n" + usageLine));
 }
 
-struct Word {
-  const char* name;
+struct Word : NamedRow {
   Words options;
   uint32_t algorithm;
 };
-
-void PrintTo(const Word& row, std::ostream* out) {
-  *out << row.name;
-}
 
 class AlgorithmWord : public testing::TestWithParam<Word> {};
 
@@ -323,8 +307,7 @@ Error errorWithCode(int64_t code) {
   return Error{.domain = "KDXCopyErrorDomain", .code = code, .description = "the card is gone", .path = std::nullopt};
 }
 
-struct Failure {
-  const char* name;
+struct Failure : NamedRow {
   Phase phase;
   int64_t code;
   int status;
@@ -332,10 +315,6 @@ struct Failure {
   std::string output;
   std::string errors;
 };
-
-void PrintTo(const Failure& row, std::ostream* out) {
-  *out << row.name;
-}
 
 class FailingPhase : public testing::TestWithParam<Failure> {};
 

@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
-#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -247,10 +246,8 @@ INSTANTIATE_TEST_SUITE_P(InputFile, ReadOnDevice,
 
 // Where transfers past the cache are refused, on file systems that have a device to read from
 
-struct RefusalRow {
-  const char* name;
+struct RefusalRow : NamedRow {
   const char* inject;
-  friend void PrintTo(const RefusalRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class ReadThroughTheCache : public testing::TestWithParam<RefusalRow> {

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -24,16 +23,11 @@ ContextPtr digestOf(uint32_t algorithm, const std::string& bytes) {
   return context;
 }
 
-struct Vector {
-  const char* name;
+struct Vector : NamedRow {
   uint32_t algorithm;
   std::string bytes;
   const char* digestString;
 };
-
-void PrintTo(const Vector& row, std::ostream* out) {
-  *out << row.name;
-}
 
 class DigestVectors : public testing::TestWithParam<Vector> {};
 
@@ -236,14 +230,9 @@ TEST_P(EveryAlgorithm, AFinalisedContextIsNotEqualToOneThatIsNot) {
   EXPECT_FALSE(digestOf(GetParam().code, "")->isEqual(unfinished.get()));
 }
 
-struct UnknownCode {
-  const char* name;
+struct UnknownCode : NamedRow {
   uint32_t code;
 };
-
-void PrintTo(const UnknownCode& row, std::ostream* out) {
-  *out << row.name;
-}
 
 class UnknownCodes : public testing::TestWithParam<UnknownCode> {};
 
@@ -257,14 +246,9 @@ INSTANTIATE_TEST_SUITE_P(KDXDigestContext, UnknownCodes,
                                          UnknownCode{"TheNextBit", 32}, UnknownCode{"All", 0xffffffff}),
                          rowName);
 
-struct UnknownName {
-  const char* name;
+struct UnknownName : NamedRow {
   std::string method;
 };
-
-void PrintTo(const UnknownName& row, std::ostream* out) {
-  *out << row.name;
-}
 
 class UnknownNames : public testing::TestWithParam<UnknownName> {};
 

@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <ostream>
 #include <utility>
 
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
@@ -18,7 +17,7 @@
 #include "platform/Log.h"
 #include "tests/support/MountedFileSystem.h"
 #include "tests/support/PhaseRun.h"
-#include "tests/support/PlacementRun.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -82,7 +81,7 @@ class KDXDispatchCopyMove : public PlacementTest {};
 TEST_F(KDXDispatchCopyMove, GivesEveryDestinationItsFinalNameAndPrintsOneLine) {
   const auto job = copiedTo({first, second});
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_TRUE(placement.succeeded);
   EXPECT_EQ(std::nullopt, placement.error);
@@ -93,7 +92,7 @@ TEST_F(KDXDispatchCopyMove, GivesEveryDestinationItsFinalNameAndPrintsOneLine) {
 }
 
 TEST_F(KDXDispatchCopyMove, WithoutDestinationsPrintsItsLine) {
-  const Placement placement = moveInPlace(*jobTo({}));
+  const PhaseRun placement = moveInPlace(*jobTo({}));
 
   EXPECT_TRUE(placement.succeeded);
   EXPECT_EQ(movingLine, placement.output);
@@ -113,25 +112,19 @@ TEST_F(KDXDispatchCopyMove, WorksWithoutAPlaceForTheErrorAndWithSkipFlush) {
 
 TEST_F(KDXDispatchCopyMove, OfOneDestinationPrintsNothing) {
   const auto job = copiedTo({first});
-  ErrorSlot error;
-  bool moved = false;
 
-  const std::string output = outputOf([&] { moved = job->move(FileURL(temporary(first)), &error); });
+  const PhaseRun phase =
+      runPhase([&](platform::ErrorPlace error) { return job->move(FileURL(temporary(first)), error); });
 
-  EXPECT_TRUE(moved);
-  EXPECT_EQ(std::nullopt, error);
-  EXPECT_EQ("", output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(std::nullopt, phase.error);
+  EXPECT_EQ("", phase.output);
   EXPECT_EQ("copy of " + first, readFile(first));
 }
 
-struct FinalName {
-  const char* name;
+struct FinalName : NamedRow {
   const char* final;
 };
-
-void PrintTo(const FinalName& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXDispatchCopyFinalName : public PlacementTest, public testing::WithParamInterface<FinalName> {};
 
@@ -139,7 +132,7 @@ TEST_P(KDXDispatchCopyFinalName, IsTheOneThatWasAskedFor) {
   const std::string destination = scratch.file(std::string("a.b/") + GetParam().final);
   const auto job = copiedTo({destination});
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_TRUE(placement.succeeded);
   EXPECT_EQ((Names{std::string("a.b/") + GetParam().final, "card/clip.mov"}), namesBelow(scratch.path()));
@@ -164,7 +157,7 @@ TEST_F(KDXDispatchCopyTakenName, IsRefusedAndDestinationsBehindItKeepTheirTempor
   const auto job = copiedTo({first, second, third});
   writeFile(second, "old");
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_FALSE(placement.succeeded);
   ASSERT_TRUE(placement.error);
@@ -196,7 +189,7 @@ TEST_F(KDXDispatchCopyTakenName, ByADirectoryIsRefused) {
   const auto job = copiedTo({first});
   fs::create_directory(first);
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_FALSE(placement.succeeded);
   ASSERT_TRUE(placement.error);
@@ -209,7 +202,7 @@ TEST_F(KDXDispatchCopyTakenName, ByALinkToNowhereIsRefusedAndTheLinkStays) {
   const auto job = copiedTo({first});
   fs::create_symlink("nowhere", first);
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_FALSE(placement.succeeded);
   ASSERT_TRUE(placement.error);
@@ -223,7 +216,7 @@ TEST_F(KDXDispatchCopyTakenName, IsReplacedWithForceOverwrite) {
   writeFile(first, "old");
   writeFile(second, "old");
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_TRUE(placement.succeeded);
   EXPECT_EQ(std::nullopt, placement.error);
@@ -290,7 +283,7 @@ TEST_F(KDXDispatchCopyRefusedRemoval, OfADirectoryLeavesAllBelowItAndStopsTheMov
   const auto job = copiedTo({first, second, third}, true);
   writeFile(scratch.file("b/clip.mov/inside.mov"), "inside");
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_FALSE(placement.succeeded);
   EXPECT_EQ(21, EISDIR);
@@ -303,19 +296,18 @@ TEST_F(KDXDispatchCopyRefusedRemoval, OfADirectoryLeavesAllBelowItAndStopsTheMov
 TEST_F(KDXDispatchCopyRefusedRemoval, OfAnEmptyDirectoryLeavesIt) {
   const auto job = copiedTo({first}, true);
   fs::create_directory(first);
-  bool moved = true;
 
-  const std::string output = outputOf([&] { moved = job->moveFilesInPlace(nullptr); });
+  const PhaseRun phase = moveInPlace(*job);
 
-  EXPECT_FALSE(moved);
-  EXPECT_EQ(movingLine + failedToRemove(first) + failedToMove(first), output);
+  EXPECT_FALSE(phase.succeeded);
+  EXPECT_EQ(movingLine + failedToRemove(first) + failedToMove(first), phase.output);
   EXPECT_TRUE(fs::is_directory(first));
 }
 
 TEST_F(KDXDispatchCopyRefusedRemoval, OfTheSourceItselfLeavesIt) {
   const auto job = copiedTo({source}, true);
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_FALSE(placement.succeeded);
   expectPlatformError(placement.error, EBUSY, source);
@@ -332,7 +324,7 @@ TEST_F(KDXDispatchCopyRefusedRemoval, OfTheFileToWhichTheSourceLeadsLeavesIt) {
   job->setForceOverwrite(true);
   writeFile(temporary(source), "copy");
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_FALSE(placement.succeeded);
   expectPlatformError(placement.error, EBUSY, source);
@@ -348,7 +340,7 @@ TEST_F(KDXDispatchCopyRefusedRemoval, OnAReadOnlyFileSystemTellsItsReason) {
   writeFile(destination, "old");
   ASSERT_EQ(0, ::mount(nullptr, backup->path().c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr));
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_FALSE(placement.succeeded);
   expectPlatformError(placement.error, EROFS, destination);
@@ -368,7 +360,7 @@ TEST_F(KDXDispatchCopyFailedMove, OnAReadOnlyFileSystemReportsNoError) {
   const auto job = copiedTo({first, destination, third});
   ASSERT_EQ(0, ::mount(nullptr, backup->path().c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr));
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_FALSE(placement.succeeded);
   EXPECT_EQ(std::nullopt, placement.error);
@@ -381,7 +373,7 @@ TEST_F(KDXDispatchCopyFailedMove, OfAMissingTemporaryFileReportsNoErrorAndStopsT
   const auto job = copiedTo({first, second, third});
   fs::remove(temporary(second));
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_FALSE(placement.succeeded);
   EXPECT_EQ(std::nullopt, placement.error);
@@ -406,7 +398,7 @@ TEST_F(KDXDispatchCopyFailedMove, OfAMissingTemporaryFileRemovesNothingWithForce
   const auto job = jobTo({first}, true);
   writeFile(first, "old");
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_FALSE(placement.succeeded);
   EXPECT_EQ(std::nullopt, placement.error);
@@ -418,7 +410,7 @@ TEST_F(KDXDispatchCopyFailedMove, OfAMissingTemporaryFileIsFoundBeforeATakenName
   const auto job = jobTo({first});
   writeFile(first, "old");
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_FALSE(placement.succeeded);
   EXPECT_EQ(std::nullopt, placement.error);
@@ -442,7 +434,7 @@ class KDXDispatchCopyNamesThatMeet : public PlacementTest, public testing::WithP
 TEST_P(KDXDispatchCopyNamesThatMeet, OfOneDestinationGivenTwiceKeepTheFirstCopyAndTheSecondFails) {
   const auto job = afterCopyTo({first, first});
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_FALSE(placement.succeeded);
   EXPECT_EQ(std::nullopt, placement.error);
@@ -454,7 +446,7 @@ TEST_P(KDXDispatchCopyNamesThatMeet, OfOneDestinationGivenTwiceKeepTheFirstCopyA
 TEST_P(KDXDispatchCopyNamesThatMeet, AreBothGivenWhenTheTemporaryNameIsFreeAgainInTime) {
   const auto job = afterCopyTo({first, temporary(first)});
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_TRUE(placement.succeeded);
   EXPECT_EQ(movingLine, placement.output);
@@ -467,7 +459,7 @@ TEST_P(KDXDispatchCopyNamesThatMeet, NeverRemoveTheTemporaryFileOfADestinationTh
   const auto job = afterCopyTo({temporary(first), first});
   const std::string refused = GetParam() ? failedToRemove(temporary(first)) : "";
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_FALSE(placement.succeeded);
   ASSERT_TRUE(placement.error);
@@ -504,7 +496,7 @@ TEST_F(KDXDispatchCopyPermanence, IsNotSoughtWithSkipFlush) {
   ASSERT_EQ(0, ::mkfifo(temporary(second).c_str(), 0600));
   job->setSkipFlush(true);
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_TRUE(placement.succeeded);
   EXPECT_EQ(movingLine, placement.output);
@@ -530,7 +522,7 @@ TEST_F(KDXDispatchCopyFlush, PrintsItsLinesAndLeavesTheFilesAsTheyAre) {
   writeFile(first, "first");
   writeFile(second, "second");
 
-  const Placement placement = flushed(*jobTo({first, second}));
+  const PhaseRun placement = flushed(*jobTo({first, second}));
 
   EXPECT_TRUE(placement.succeeded);
   EXPECT_EQ(std::nullopt, placement.error);
@@ -540,7 +532,7 @@ TEST_F(KDXDispatchCopyFlush, PrintsItsLinesAndLeavesTheFilesAsTheyAre) {
 }
 
 TEST_F(KDXDispatchCopyFlush, WithoutDestinationsPrintsItsLines) {
-  const Placement placement = flushed(*jobTo({}));
+  const PhaseRun placement = flushed(*jobTo({}));
 
   EXPECT_TRUE(placement.succeeded);
   EXPECT_EQ(std::string(flushingLine) + closingLines, placement.output);
@@ -654,7 +646,7 @@ TEST_F(KDXDispatchCopyFlush, OfAnotherKindOfJobEndsAtItsFirstFailureWithTheClosi
   const auto job = std::make_shared<JobWithItsOwnFlush>(FileURL(source), FileURL(second));
   for (const std::string& destination : {first, second, third}) job->addDestinationURL(FileURL(destination));
 
-  const Placement placement = flushed(*job);
+  const PhaseRun placement = flushed(*job);
 
   EXPECT_FALSE(placement.succeeded);
   ASSERT_TRUE(placement.error);
@@ -667,7 +659,7 @@ TEST_F(KDXDispatchCopyFlush, TakesEveryDestinationInOrder) {
   const auto job = std::make_shared<JobWithItsOwnFlush>(FileURL(source), FileURL("/none"));
   for (const std::string& destination : {third, first, second}) job->addDestinationURL(FileURL(destination));
 
-  const Placement placement = flushed(*job);
+  const PhaseRun placement = flushed(*job);
 
   EXPECT_TRUE(placement.succeeded);
   EXPECT_THAT(job->flushed, ElementsAre(third, first, second));

@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <future>
 #include <limits>
-#include <ostream>
 #include <set>
 #include <tuple>
 #include <utility>
@@ -21,6 +20,7 @@
 #include "tests/support/MountedFileSystem.h"
 #include "tests/support/OutputLines.h"
 #include "tests/support/PhaseRun.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -155,15 +155,10 @@ TEST_P(KDXDispatchCopyOptions, SkipVerificationExactlyWhenNoFileIsToBeReadBack) 
 
 INSTANTIATE_TEST_SUITE_P(From0To30, KDXDispatchCopyOptions, testing::Range(0, 31));
 
-struct AlgorithmCode {
-  const char* name;
+struct AlgorithmCode : NamedRow {
   uint32_t code;
   uint32_t algorithmOfJob;
 };
-
-void PrintTo(const AlgorithmCode& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXDispatchCopyAlgorithm : public testing::TestWithParam<AlgorithmCode> {};
 
@@ -187,15 +182,10 @@ INSTANTIATE_TEST_SUITE_P(Codes, KDXDispatchCopyAlgorithm,
                                          AlgorithmCode{"AllBits", 0xFFFFFFFFU, 0}),
                          testing::PrintToStringParamName());
 
-struct TemporaryName {
-  const char* name;
+struct TemporaryName : NamedRow {
   const char* given;
   const char* stored;
 };
-
-void PrintTo(const TemporaryName& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXDispatchCopyTemporaryName : public testing::TestWithParam<TemporaryName> {};
 
@@ -324,56 +314,38 @@ class KDXDispatchCopyOverwriteCheck : public CopyJobTest {
  protected:
   KDXDispatchCopyOverwriteCheck() { writeFile(source, bytes); }
 
+  // The copy is refused for the name that is taken, and nothing is created.
+  void expectRefused(const Names& destinations, const std::string& taken) const {
+    const Names before = namesBelow(scratch.path());
+    const PhaseRun phase = copied(*jobTo(destinations));
+    EXPECT_FALSE(phase.succeeded);
+    ASSERT_TRUE(phase.error);
+    EXPECT_EQ("KDXCopyErrorDomain", phase.error->domain);
+    EXPECT_EQ(109, phase.error->code);
+    EXPECT_EQ(taken + " already exists", phase.error->description);
+    EXPECT_EQ(startLine(), phase.output);
+    EXPECT_EQ(before, namesBelow(scratch.path()));
+  }
+
   const std::string first = scratch.file("a/clip.mov");
   const std::string second = scratch.file("b/clip.mov");
 };
 
 TEST_F(KDXDispatchCopyOverwriteCheck, RefusesAFirstDestinationThatExistsAndCreatesNothing) {
   writeFile(first, "old");
-  const auto job = jobTo({first, second});
-  ErrorSlot error;
-  bool copied = true;
-
-  const std::string output = outputOf([&] { copied = job->performCopy(&error); });
-
-  EXPECT_FALSE(copied);
-  ASSERT_TRUE(error);
-  EXPECT_EQ("KDXCopyErrorDomain", error->domain);
-  EXPECT_EQ(109, error->code);
-  EXPECT_EQ(first + " already exists", error->description);
-  EXPECT_EQ(startLine(), output);
-  EXPECT_EQ((Names{"a/clip.mov", "card/clip.mov"}), namesBelow(scratch.path()));
+  expectRefused({first, second}, first);
   EXPECT_EQ("old", readFile(first));
 }
 
 TEST_F(KDXDispatchCopyOverwriteCheck, RefusesASecondDestinationThatExistsAndCreatesNothing) {
   writeFile(second, "old");
-  const auto job = jobTo({first, second});
-  ErrorSlot error;
-  bool copied = true;
-
-  const std::string output = outputOf([&] { copied = job->performCopy(&error); });
-
-  EXPECT_FALSE(copied);
-  ASSERT_TRUE(error);
-  EXPECT_EQ(109, error->code);
-  EXPECT_EQ(second + " already exists", error->description);
-  EXPECT_EQ(startLine(), output);
-  EXPECT_EQ((Names{"b/clip.mov", "card/clip.mov"}), namesBelow(scratch.path()));
+  expectRefused({first, second}, second);
 }
 
 TEST_F(KDXDispatchCopyOverwriteCheck, ReportsTheFirstOfTwoThatExist) {
   writeFile(first, "old");
   writeFile(second, "old");
-  const auto job = jobTo({second, first});
-  ErrorSlot error;
-  bool copied = true;
-
-  std::ignore = outputOf([&] { copied = job->performCopy(&error); });
-
-  EXPECT_FALSE(copied);
-  ASSERT_TRUE(error);
-  EXPECT_EQ(second + " already exists", error->description);
+  expectRefused({second, first}, second);
 }
 
 TEST_F(KDXDispatchCopyOverwriteCheck, RefusesWithoutAPlaceForTheErrorToo) {
@@ -389,28 +361,12 @@ TEST_F(KDXDispatchCopyOverwriteCheck, RefusesWithoutAPlaceForTheErrorToo) {
 
 TEST_F(KDXDispatchCopyOverwriteCheck, RefusesADirectoryAtTheFinalName) {
   fs::create_directory(first);
-  const auto job = jobTo({first});
-  ErrorSlot error;
-  bool copied = true;
-
-  std::ignore = outputOf([&] { copied = job->performCopy(&error); });
-
-  EXPECT_FALSE(copied);
-  ASSERT_TRUE(error);
-  EXPECT_EQ(109, error->code);
+  expectRefused({first}, first);
 }
 
 TEST_F(KDXDispatchCopyOverwriteCheck, RefusesALinkToNowhereAtTheFinalName) {
   fs::create_symlink("nowhere", first);
-  const auto job = jobTo({first});
-  ErrorSlot error;
-  bool copied = true;
-
-  std::ignore = outputOf([&] { copied = job->performCopy(&error); });
-
-  EXPECT_FALSE(copied);
-  ASSERT_TRUE(error);
-  EXPECT_EQ(109, error->code);
+  expectRefused({first}, first);
 }
 
 TEST_F(KDXDispatchCopyOverwriteCheck, ComesBeforeTheExternalHashAndTheSourceAreLookedAt) {
@@ -429,11 +385,10 @@ TEST_F(KDXDispatchCopyOverwriteCheck, ComesBeforeTheExternalHashAndTheSourceAreL
 TEST_F(KDXDispatchCopyOverwriteCheck, LetsAnOldTemporaryFilePassWhichIsReplacedWhole) {
   writeFile(first + ".kdxcopy", mediaBytes(2 * bytes.size(), 7));
   const auto job = jobTo({first});
-  bool copied = false;
 
-  std::ignore = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
+  EXPECT_TRUE(phase.succeeded);
   EXPECT_EQ(bytes, readFile(first + ".kdxcopy"));
 }
 
@@ -441,29 +396,22 @@ TEST_F(KDXDispatchCopyOverwriteCheck, IsLeftOutByForceOverwriteAndTheOldFileStay
   writeFile(first, "old");
   const auto job = jobTo({first});
   job->setForceOverwrite(true);
-  ErrorSlot error;
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(&error); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(std::nullopt, error);
-  EXPECT_EQ(startLine() + md5Line(), output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(std::nullopt, phase.error);
+  EXPECT_EQ(startLine() + md5Line(), phase.output);
   EXPECT_EQ("old", readFile(first));
   EXPECT_EQ(bytes, readFile(first + ".kdxcopy"));
 }
 
 // The external hash.
 
-struct MalformedHash {
-  const char* name;
+struct MalformedHash : NamedRow {
   const char* text;
   const char* message;
 };
-
-void PrintTo(const MalformedHash& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXDispatchCopyMalformedExternalHash : public CopyJobTest, public testing::WithParamInterface<MalformedHash> {};
 
@@ -501,16 +449,11 @@ INSTANTIATE_TEST_SUITE_P(Forms, KDXDispatchCopyMalformedExternalHash,
                                          MalformedHash{"CharactersOfFormats", "%s{}:%n{0}", invalidFormat}),
                          testing::PrintToStringParamName());
 
-struct ExternalHash {
-  const char* name;
+struct ExternalHash : NamedRow {
   uint32_t copyAlgorithm;
   const char* text;
   uint32_t externalAlgorithm;  // 0: no context of its own
 };
-
-void PrintTo(const ExternalHash& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXDispatchCopyExternalHash : public CopyJobTest, public testing::WithParamInterface<ExternalHash> {};
 
@@ -551,12 +494,11 @@ TEST_F(KDXDispatchCopyPhase, FeedsAnExternalDigestInAnotherAlgorithmBesideThatOf
   writeFile(source, mediaBytes(MiB + 5));
   const auto job = jobTo({});
   job->setExternalHash("SHA1:abc");
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(startLine() + md5Line(), output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(startLine() + md5Line(), phase.output);
   ASSERT_NE(nullptr, job->_externalDigestContext);
   EXPECT_EQ("SHA1:" + digestByProgram("sha1sum", source), job->_externalDigestContext->digestString());
 }
@@ -567,27 +509,21 @@ TEST_F(KDXDispatchCopyPhase, FeedsAnExternalDigestWithoutACopyDigestAndPrintsNon
   job->setDigestAlgorithm(KDXDigestAlgorithmNone);
   job->setVerificationOptions(0);
   job->setExternalHash("SHA1:abc");
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(startLine(), output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(startLine(), phase.output);
   ASSERT_NE(nullptr, job->_externalDigestContext);
   EXPECT_EQ("SHA1:" + digestByProgram("sha1sum", source), job->_externalDigestContext->digestString());
 }
 
 // The digests.
 
-struct DigestProgram {
-  const char* name;
+struct DigestProgram : NamedRow {
   uint32_t algorithm;
   const char* program;
 };
-
-void PrintTo(const DigestProgram& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXDispatchCopyDigest : public CopyJobTest, public testing::WithParamInterface<DigestProgram> {};
 
@@ -595,12 +531,12 @@ TEST_P(KDXDispatchCopyDigest, OfTheBytesCopiedIsPrintedAndAgreesWithTheProgramFo
   writeFile(source, mediaBytes(MiB + 4097));
   const auto job = jobTo({scratch.file("a/clip.mov")});
   job->setDigestAlgorithm(GetParam().algorithm);
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(startLine() + "hash " + GetParam().name + ":" + digestByProgram(GetParam().program, source) + "\n", output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(startLine() + "hash " + GetParam().name + ":" + digestByProgram(GetParam().program, source) + "\n",
+            phase.output);
 }
 
 INSTANTIATE_TEST_SUITE_P(Algorithms, KDXDispatchCopyDigest,
@@ -656,14 +592,12 @@ TEST_P(KDXDispatchCopySizes, EveryDestinationGetsEveryByteUnderItsTemporaryName)
     names.insert(names.end() - 1, name + ".kdxcopy");
   }
   const auto job = jobTo(destinations);
-  ErrorSlot error;
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(&error); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(std::nullopt, error);
-  EXPECT_EQ(startLine() + md5Line(), output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(std::nullopt, phase.error);
+  EXPECT_EQ(startLine() + md5Line(), phase.output);
   EXPECT_EQ(size, job->_bytesHashed);
   EXPECT_EQ(size, job->_sourceFileSize);
   EXPECT_EQ(names, namesBelow(scratch.path()));
@@ -682,24 +616,22 @@ TEST_F(KDXDispatchCopyPhase, OfNothingGivesEmptyDestinationsAndTheDigestOfNoData
   writeFile(source, "");
   const std::string destination = scratch.file("a/clip.mov");
   const auto job = jobTo({destination});
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(startLine() + "hash MD5:d41d8cd98f00b204e9800998ecf8427e\n", output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(startLine() + "hash MD5:d41d8cd98f00b204e9800998ecf8427e\n", phase.output);
   EXPECT_EQ("", readFile(destination + ".kdxcopy"));
 }
 
 TEST_F(KDXDispatchCopyPhase, WithoutDestinationsStillReadsAndDigestsTheSource) {
   writeFile(source, bytes);
   const auto job = jobTo({});
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(startLine() + md5Line(), output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(startLine() + md5Line(), phase.output);
   EXPECT_EQ(bytes.size(), job->_bytesHashed);
   EXPECT_EQ((Names{"card/clip.mov"}), namesBelow(scratch.path()));
 }
@@ -710,12 +642,11 @@ TEST_F(KDXDispatchCopyPhase, WithoutADigestPrintsNoDigestAndStillCountsTheBytes)
   const auto job = jobTo({destination});
   job->setDigestAlgorithm(KDXDigestAlgorithmNone);
   job->setVerificationOptions(0);
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(startLine(), output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(startLine(), phase.output);
   EXPECT_EQ(bytes.size(), job->_bytesHashed);
   EXPECT_TRUE(bytes == readFile(destination + ".kdxcopy"));
 }
@@ -766,11 +697,10 @@ TEST_F(KDXDispatchCopyPhase, ReadsTheSourceFromTheDeviceOnceForAllDestinations) 
   job->setVerificationOptions(hashOnly);
   MountedFileSystem::fillCache(onCard);
   const uint64_t before = card->bytesReadFromDevice();
-  bool copied = false;
 
-  std::ignore = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
+  EXPECT_TRUE(phase.succeeded);
   const uint64_t read = card->bytesReadFromDevice() - before;
   EXPECT_GE(read, size);
   EXPECT_LT(read, size + MiB);
@@ -783,11 +713,10 @@ TEST_F(KDXDispatchCopyPhase, LeavesNothingOfTheDestinationsInTheCache) {
   writeFile(source, mediaBytes(2 * MiB + 17));
   const std::string destination = backup->file("clip.mov");
   const auto job = jobTo({destination});
-  bool copied = false;
 
-  std::ignore = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
+  EXPECT_TRUE(phase.succeeded);
   EXPECT_EQ(0U, MountedFileSystem::bytesInCache(destination + ".kdxcopy"));
 }
 
@@ -917,24 +846,22 @@ TEST_F(KDXDispatchCopyFailure, AShortWriteIsNeitherTriedAgainNorReportedByTheCop
 TEST_F(KDXDispatchCopyPhase, IsRunByItsStepsAloneWithoutAStartLine) {
   writeFile(source, bytes);
   const auto job = jobTo({scratch.file("a/clip.mov")});
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->doTheCopyWork(nullptr); });
+  const PhaseRun phase = runPhase([&](platform::ErrorPlace error) { return job->doTheCopyWork(error); });
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(md5Line(), output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(md5Line(), phase.output);
 }
 
 TEST_F(KDXDispatchCopyPhase, IsTheSameWhateverIsToBeReadBackLater) {
   writeFile(source, bytes);
   const auto job = jobTo({scratch.file("a/clip.mov")});
   job->setVerificationOptions(allReadBacks);
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(startLine() + md5Line(), output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(startLine() + md5Line(), phase.output);
 }
 
 }  // namespace

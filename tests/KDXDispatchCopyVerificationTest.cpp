@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <future>
 #include <mutex>
-#include <ostream>
 #include <thread>
 #include <utility>
 
@@ -18,6 +17,7 @@
 #include "tests/support/ExpectedText.h"
 #include "tests/support/OutputLines.h"
 #include "tests/support/PhaseRun.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -204,16 +204,11 @@ TEST_F(KDXDispatchCopySizeCheck, PassesForAnEmptyFileOfWhichNoBytesAreExpected) 
   EXPECT_EQ(checkedLine(first), run->output);
 }
 
-struct WrongExpectedSize {
-  const char* name;
+struct WrongExpectedSize : NamedRow {
   int64_t expected;
   int32_t options;
   const char* printed;
 };
-
-void PrintTo(const WrongExpectedSize& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXDispatchCopyWrongExpectedSize : public VerificationTest,
                                          public testing::WithParamInterface<WrongExpectedSize> {};
@@ -329,14 +324,12 @@ class KDXDispatchCopyOptionsThatReadBack : public VerificationTest, public testi
 TEST_P(KDXDispatchCopyOptionsThatReadBack, MakeNoSizeCheck) {
   const auto job = copied({first}, GetParam(), KDXDigestAlgorithmMD5, std::nullopt, 7);
   fs::resize_file(temporary(first), 3);
-  ErrorSlot error;
-  bool checked = false;
 
-  const std::string output = outputOf([&] { checked = job->performFileSizeCheck(&error); });
+  const PhaseRun phase = runPhase([&](platform::ErrorPlace error) { return job->performFileSizeCheck(error); });
 
-  EXPECT_TRUE(checked);
-  EXPECT_EQ(std::nullopt, error);
-  EXPECT_EQ("", output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(std::nullopt, phase.error);
+  EXPECT_EQ("", phase.output);
 }
 
 INSTANTIATE_TEST_SUITE_P(Bits, KDXDispatchCopyOptionsThatReadBack, testing::Values(4, 6, 8, 10, 12, 14, 20, 24, 30),
@@ -390,14 +383,13 @@ class KDXDispatchCopyExternalHashCheck : public VerificationTest {
 
 TEST_F(KDXDispatchCopyExternalHashCheck, WithoutAnExternalHashPassesAndPrintsNothing) {
   const auto job = copied({}, hashOnly);
-  ErrorSlot error;
-  bool passed = false;
 
-  const std::string output = outputOf([&] { passed = job->performExternalHashVerification(&error); });
+  const PhaseRun phase =
+      runPhase([&](platform::ErrorPlace error) { return job->performExternalHashVerification(error); });
 
-  EXPECT_TRUE(passed);
-  EXPECT_EQ(std::nullopt, error);
-  EXPECT_EQ("", output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(std::nullopt, phase.error);
+  EXPECT_EQ("", phase.output);
 }
 
 TEST_F(KDXDispatchCopyExternalHashCheck, PassesForTheDigestOfTheCopyAndPrintsNothing) {
@@ -418,12 +410,12 @@ TEST_F(KDXDispatchCopyExternalHashCheck, PassesForDigitsInUpperCase) {
 TEST_F(KDXDispatchCopyExternalHashCheck, ItselfIgnoresTheCaseOfTheMethodNameToo) {
   const auto job = copied({}, hashOnly, KDXDigestAlgorithmXXHash64BE);
   job->setExternalHash("xxhASH64be:" + digestByProgram("xxh64sum", source));
-  bool passed = false;
 
-  const std::string output = outputOf([&] { passed = job->performExternalHashVerification(nullptr); });
+  const PhaseRun phase =
+      runPhase([&](platform::ErrorPlace error) { return job->performExternalHashVerification(error); });
 
-  EXPECT_TRUE(passed);
-  EXPECT_EQ("", output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ("", phase.output);
 }
 
 TEST_F(KDXDispatchCopyExternalHashCheck, PassesInAnotherAlgorithmThanThatOfTheCopy) {
@@ -519,12 +511,12 @@ TEST_F(KDXDispatchCopyExternalHashCheck, OfTheSameDigitsInAnotherByteOrderFails)
 TEST_F(KDXDispatchCopyExternalHashCheck, WithoutAnyDigestTellsThatThereIsNone) {
   const auto job = copied({}, 0, KDXDigestAlgorithmNone);
   job->setExternalHash(otherMD5);
-  bool passed = true;
 
-  const std::string output = outputOf([&] { passed = job->performExternalHashVerification(nullptr); });
+  const PhaseRun phase =
+      runPhase([&](platform::ErrorPlace error) { return job->performExternalHashVerification(error); });
 
-  EXPECT_FALSE(passed);
-  EXPECT_EQ(mismatch(otherMD5, "(null)") + "\n", output);
+  EXPECT_FALSE(phase.succeeded);
+  EXPECT_EQ(mismatch(otherMD5, "(null)") + "\n", phase.output);
 }
 
 TEST_F(KDXDispatchCopyExternalHashCheck, ComesBehindTheSizeCheck) {
@@ -602,14 +594,9 @@ TEST_P(KDXDispatchCopyReadBackDigest, IsThatOfTheCopy) {
 INSTANTIATE_TEST_SUITE_P(Algorithms, KDXDispatchCopyReadBackDigest, testing::Values(1U, 2U, 8U, 16U),
                          testing::PrintToStringParamName());
 
-struct Damage {
-  const char* name;
+struct Damage : NamedRow {
   int64_t offset;
 };
-
-void PrintTo(const Damage& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXDispatchCopyDamage : public VerificationTest, public testing::WithParamInterface<Damage> {};
 
@@ -838,14 +825,13 @@ INSTANTIATE_TEST_SUITE_P(Either, KDXDispatchCopyContinueOnVerificationError, tes
 
 TEST_F(KDXDispatchCopyReadBack, OfOneGoodFilePrintsItsDirectoryAndPasses) {
   const auto job = copied({first}, hashOnly);
-  ErrorSlot error;
-  bool passed = false;
 
-  const std::string output = outputOf([&] { passed = job->verifyURL(FileURL(temporary(first)), &error); });
+  const PhaseRun phase =
+      runPhase([&](platform::ErrorPlace error) { return job->verifyURL(FileURL(temporary(first)), error); });
 
-  EXPECT_TRUE(passed);
-  EXPECT_EQ(std::nullopt, error);
-  EXPECT_EQ("INFO: verifying " + directory("a") + "\n", output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(std::nullopt, phase.error);
+  EXPECT_EQ("INFO: verifying " + directory("a") + "\n", phase.output);
 }
 
 TEST_F(KDXDispatchCopyReadBack, OfOneBadFileHandsTheDifferenceToTheCallerAndPrintsItNot) {
@@ -877,18 +863,15 @@ class KDXDispatchCopyRecordedFailure : public VerificationTest {
 };
 
 TEST_F(KDXDispatchCopyRecordedFailure, KeepsItsCodeAndNamesItsFile) {
-  ErrorSlot error;
-  bool finished = true;
-
   job->markAsVerificationFailed(FileURL("/b/clip.mov.kdxcopy"), 105);
-  const std::string output = outputOf([&] { finished = job->finishVerification(&error); });
+  const PhaseRun phase = runPhase([&](platform::ErrorPlace error) { return job->finishVerification(error); });
 
-  EXPECT_FALSE(finished);
-  ASSERT_TRUE(error);
-  EXPECT_EQ("KDXCopyErrorDomain", error->domain);
-  EXPECT_EQ(105, error->code);
-  EXPECT_EQ("verification failed: /b/clip.mov.kdxcopy", error->description);
-  EXPECT_EQ("", output);
+  EXPECT_FALSE(phase.succeeded);
+  ASSERT_TRUE(phase.error);
+  EXPECT_EQ("KDXCopyErrorDomain", phase.error->domain);
+  EXPECT_EQ(105, phase.error->code);
+  EXPECT_EQ("verification failed: /b/clip.mov.kdxcopy", phase.error->description);
+  EXPECT_EQ("", phase.output);
 }
 
 TEST_F(KDXDispatchCopyRecordedFailure, WithoutACodeHasThatOfAFailedVerification) {
@@ -941,14 +924,12 @@ class KDXDispatchCopyFinishVerification : public VerificationTest {};
 TEST_F(KDXDispatchCopyFinishVerification, WithoutAStartPassesAndPrintsNothing) {
   const auto job = std::make_shared<ObservedJob>(FileURL(source));
   job->setVerificationOptions(allReadBacks);
-  ErrorSlot error;
-  bool finished = false;
 
-  const std::string output = outputOf([&] { finished = job->finishVerification(&error); });
+  const PhaseRun run = runPhase([&](platform::ErrorPlace error) { return job->finishVerification(error); });
 
-  EXPECT_TRUE(finished);
-  EXPECT_EQ(std::nullopt, error);
-  EXPECT_EQ("", output);
+  EXPECT_TRUE(run.succeeded);
+  EXPECT_EQ(std::nullopt, run.error);
+  EXPECT_EQ("", run.output);
 }
 
 TEST_F(KDXDispatchCopyFinishVerification, WaitsForEverythingThatIsReadBackInThisProcess) {

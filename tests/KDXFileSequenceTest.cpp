@@ -284,16 +284,11 @@ INSTANTIATE_TEST_SUITE_P(Pattern, KDXFileSequenceDirective,
                                          "%*.*i", "%c", "%p", "%f", "%hhn", "%lld", "%", "%-", "%5", "%.", "%*", "%1$",
                                          "%'i", "%\u0661i"));
 
-struct Pattern {
-  const char* name;
+struct Pattern : NamedRow {
   const char* prefix;
   const char* postfix;
   const char* path;  // null: none
 };
-
-void PrintTo(const Pattern& row, std::ostream* out) {
-  *out << row.name;
-}
 
 class KDXFileSequencePattern : public testing::TestWithParam<Pattern> {};
 

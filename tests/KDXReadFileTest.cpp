@@ -13,7 +13,6 @@
 #include <future>
 #include <numeric>
 #include <optional>
-#include <ostream>
 #include <set>
 #include <string>
 #include <thread>
@@ -125,15 +124,10 @@ using KDXReadFilesTest = Reader;
 
 // Lengths
 
-struct Size {
-  const char* name;
+struct Size : NamedRow {
   std::size_t size;
   Lengths lengths;
 };
-
-void PrintTo(const Size& row, std::ostream* out) {
-  *out << row.name;
-}
 
 class KDXReadFileSizes : public Reader, public testing::WithParamInterface<Size> {};
 
@@ -164,14 +158,9 @@ TEST_F(KDXReadFileTest, WithoutASettingABufferHasTenMiB) {
   EXPECT_EQ((Lengths{10'485'760, 5}), lengthsOf(blocksOfFile(fileOf(10 * MiB + 5))));
 }
 
-struct Setting {
-  const char* name;
+struct Setting : NamedRow {
   const char* value;
 };
-
-void PrintTo(const Setting& row, std::ostream* out) {
-  *out << row.name;
-}
 
 class UnusableSetting : public Reader, public testing::WithParamInterface<Setting> {};
 
@@ -458,15 +447,10 @@ INSTANTIATE_TEST_SUITE_P(KDXReadFile, UnloggedSetting,
                          testing::Values(Setting{"Zero", "0"}, Setting{"Negative", "-5"}, Setting{"AWord", "many"}),
                          rowName);
 
-struct HugeSetting {
-  const char* name;
+struct HugeSetting : NamedRow {
   const char* value;
   const char* missing;  // what the message says that could not be had
 };
-
-void PrintTo(const HugeSetting& row, std::ostream* out) {
-  *out << row.name;
-}
 
 class BufferThatCannotBeHad : public Reader, public testing::WithParamInterface<HugeSetting> {};
 
@@ -670,15 +654,10 @@ TEST_F(KDXReadFilesTest, AListIsReadFromTheDeviceAndLeavesNothingInTheCache) {
   EXPECT_EQ(0u, MountedFileSystem::bytesInCache(path));
 }
 
-struct BufferSize {
-  const char* name;
+struct BufferSize : NamedRow {
   uint64_t firstFileSize;
   std::size_t bufferSize;
 };
-
-void PrintTo(const BufferSize& row, std::ostream* out) {
-  *out << row.name;
-}
 
 class KDXReadFilesBufferSizes : public testing::TestWithParam<BufferSize> {};
 

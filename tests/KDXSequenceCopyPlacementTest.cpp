@@ -16,7 +16,6 @@
 #include "platform/FileManager.h"
 #include "tests/support/MountedFileSystem.h"
 #include "tests/support/PhaseRun.h"
-#include "tests/support/PlacementRun.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -86,7 +85,7 @@ class KDXSequenceCopyMove : public SequencePlacementTest {};
 TEST_F(KDXSequenceCopyMove, GivesEveryFileOfEveryDestinationItsFinalNameAndPrintsOneLine) {
   const auto job = copiedTo({"a", "b"});
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_TRUE(placement.succeeded);
   EXPECT_EQ(std::nullopt, placement.error);
@@ -116,7 +115,7 @@ TEST_F(KDXSequenceCopyMove, OfNoFramesPrintsItsLine) {
   const auto job = emptyJobTo("a");
   std::ignore = outputOf([&] { job->performCopy(nullptr); });
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_TRUE(placement.succeeded);
   EXPECT_EQ(movingLine, placement.output);
@@ -126,7 +125,7 @@ TEST_F(KDXSequenceCopyMove, StopsAtATakenNameAndSaysNothingItself) {
   const auto job = copiedTo({"a", "b", "c"});
   writeFile(file("b", 10), "old");
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_FALSE(placement.succeeded);
   ASSERT_TRUE(placement.error);
@@ -157,7 +156,7 @@ TEST_F(KDXSequenceCopyMove, ReplacesTakenNamesWithForceOverwrite) {
   writeFile(file("a", 9), "old");
   writeFile(file("b", 11), "old");
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_TRUE(placement.succeeded);
   EXPECT_EQ(movingLine, placement.output);
@@ -169,7 +168,7 @@ TEST_F(KDXSequenceCopyMove, OfADirectoryInTheWayLeavesItAndReportsWhyItCouldNotB
   const auto job = copiedTo({"a"}, true);
   writeFile(scratch.file("a/plate.10.dpx/inside"), "inside");
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_FALSE(placement.succeeded);
   ASSERT_TRUE(placement.error);
@@ -186,7 +185,7 @@ TEST_P(KDXSequenceCopyIntoItsOwnFolder, NeverReplacesAFrameOfTheSource) {
   const auto job = copiedTo({"card"}, GetParam());
   const auto inode = platform::identityOfItem(file("card", 9));
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_FALSE(placement.succeeded);
   ASSERT_TRUE(placement.error);
@@ -200,7 +199,7 @@ TEST_P(KDXSequenceCopyIntoItsOwnFolder, NeverReplacesAnotherFrameOfTheSource) {
   const auto job = copiedTo({"a"}, GetParam());
   fs::create_hard_link(file("card", 11), file("a", 9));
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_FALSE(placement.succeeded);
   ASSERT_TRUE(placement.error);
@@ -218,7 +217,7 @@ TEST_P(KDXSequenceCopyMissingTemporaryFile, StopsTheMovesWithoutAnErrorAndNothin
   fs::remove(temporary("a", 10));
   writeFile(file("a", 10), "old");
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_FALSE(placement.succeeded);
   EXPECT_EQ(std::nullopt, placement.error);
@@ -239,7 +238,7 @@ TEST_P(KDXSequenceCopyMissingTemporaryFile, ThatAnotherRunHasReplacedIsNotMoved)
     writeFile(temporary("a", 10), "another run");
   } while (before->isOf(*platform::stampOfItem(temporary("a", 10))));
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_FALSE(placement.succeeded);
   EXPECT_EQ(std::nullopt, placement.error);
@@ -251,7 +250,7 @@ TEST_P(KDXSequenceCopyMissingTemporaryFile, ThatAnotherRunHasReplacedIsNotMoved)
 TEST_P(KDXSequenceCopyMissingTemporaryFile, BecauseTwoDestinationsAreInOneFolderKeepsTheFirstCopy) {
   const auto job = copiedTo({"a", "a"}, GetParam());
 
-  const Placement placement = moveInPlace(*job);
+  const PhaseRun placement = moveInPlace(*job);
 
   EXPECT_FALSE(placement.succeeded);
   EXPECT_EQ(std::nullopt, placement.error);
@@ -343,7 +342,7 @@ TEST_F(KDXSequenceCopyFlush, TakesTheLastFileOfEachDestinationAloneAndPrintsItsL
     fs::remove(file(folder, 10));
   }
 
-  const Placement placement = flushed(*job);
+  const PhaseRun placement = flushed(*job);
 
   EXPECT_TRUE(placement.succeeded);
   EXPECT_EQ(std::nullopt, placement.error);
@@ -398,14 +397,14 @@ TEST_F(KDXSequenceCopyFlush, WithSkipFlushPrintsTheClosingLinesAndLooksAtNoFile)
   job->setSkipFlush(true);
   for (int number = 9; number <= 11; ++number) fs::remove(file("a", number));
 
-  const Placement placement = flushed(*job);
+  const PhaseRun placement = flushed(*job);
 
   EXPECT_TRUE(placement.succeeded);
   EXPECT_EQ(closingLines, placement.output);
 }
 
 TEST_F(KDXSequenceCopyFlush, WithoutDestinationsPrintsItsLines) {
-  const Placement placement = flushed(*jobTo({}));
+  const PhaseRun placement = flushed(*jobTo({}));
 
   EXPECT_TRUE(placement.succeeded);
   EXPECT_EQ(std::string(flushingLine) + closingLines, placement.output);
@@ -452,7 +451,7 @@ TEST_F(KDXSequenceCopyMove, OfAHundredFramesToTwoDestinationsGoesDestinationByDe
   }
   std::ranges::sort(expected);
 
-  const Placement stopped = moveInPlace(*job);
+  const PhaseRun stopped = moveInPlace(*job);
 
   EXPECT_FALSE(stopped.succeeded);
   EXPECT_EQ(expected, namesOfCopies());
@@ -470,7 +469,7 @@ TEST_F(KDXSequenceCopyFlush, OfSixteenDestinationsEndsARunThatCopiedProvedAndMov
     succeeded = job->performCopy(nullptr) && job->startVerification(nullptr) && job->finishVerification(nullptr) &&
                 job->moveFilesInPlace(nullptr);
   });
-  const Placement placement = flushed(*job);
+  const PhaseRun placement = flushed(*job);
 
   EXPECT_TRUE(succeeded);
   EXPECT_TRUE(placement.succeeded);

@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <future>
-#include <ostream>
 #include <tuple>
 
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
@@ -16,6 +15,7 @@
 #include "tests/support/MountedFileSystem.h"
 #include "tests/support/OutputLines.h"
 #include "tests/support/PhaseRun.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -141,14 +141,12 @@ class KDXSequenceCopyPhase : public SequenceCopyTest {};
 TEST_F(KDXSequenceCopyPhase, GivesEveryDestinationEveryFrameUnderItsTemporaryNameInFrameOrder) {
   writeFrames();
   const auto job = jobTo({first, second});
-  ErrorSlot error;
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(&error); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(std::nullopt, error);
-  EXPECT_EQ(startLine() + md5Lines(), output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(std::nullopt, phase.error);
+  EXPECT_EQ(startLine() + md5Lines(), phase.output);
   EXPECT_THAT(job->sourcePaths().files(), ElementsAre(FileURL(frame(0)), FileURL(frame(1)), FileURL(frame(2))));
   ASSERT_EQ(2U, job->destinationSequencePaths().size());
   EXPECT_THAT(job->destinationSequencePaths()[0].files(),
@@ -180,35 +178,32 @@ TEST_F(KDXSequenceCopyPhase, KeepsOneDigestForEachFrameInFrameOrder) {
 TEST_F(KDXSequenceCopyPhase, IsRunByItsStepsAloneWithoutAStartLine) {
   writeFrames();
   const auto job = jobTo({first});
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->doTheCopyWork(nullptr); });
+  const PhaseRun phase = runPhase([&](platform::ErrorPlace error) { return job->doTheCopyWork(error); });
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(md5Lines(), output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(md5Lines(), phase.output);
 }
 
 TEST_F(KDXSequenceCopyPhase, WithoutDestinationsStillReadsAndDigestsEveryFrame) {
   writeFrames();
   const auto job = jobTo({});
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(startLine() + md5Lines(), output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(startLine() + md5Lines(), phase.output);
   EXPECT_EQ((Names{"card/plate.10.dpx", "card/plate.11.dpx", "card/plate.9.dpx"}), namesBelow(scratch.path()));
 }
 
 TEST_F(KDXSequenceCopyPhase, OfOneFrameCopiesThatFrame) {
   writeFrames();
   const auto job = jobOf(scratch.file("card/plate.9-9.#.dpx"), {first});
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(startLine() + hashLines("MD5", "md5sum", 1), output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(startLine() + hashLines("MD5", "md5sum", 1), phase.output);
   EXPECT_TRUE(contents[0] == readFile(copyOf(0, "a")));
 }
 
@@ -216,25 +211,23 @@ TEST_F(KDXSequenceCopyPhase, OfAnEmptyFrameGivesAnEmptyFileAndTheDigestOfNoData)
   writeFrames();
   writeFile(frame(1), "");
   const auto job = jobTo({first});
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(startLine() + md5Lines(), output);
-  EXPECT_THAT(linesOf(output), Contains("hash MD5:d41d8cd98f00b204e9800998ecf8427e"));
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(startLine() + md5Lines(), phase.output);
+  EXPECT_THAT(linesOf(phase.output), Contains("hash MD5:d41d8cd98f00b204e9800998ecf8427e"));
   EXPECT_EQ("", readFile(copyOf(1, "a")));
   EXPECT_TRUE(contents[2] == readFile(copyOf(2, "a")));
 }
 
 TEST_F(KDXSequenceCopyPhase, OfNoFramesPrintsTheDigestOfNoDataAndCreatesNothing) {
   const auto job = jobOf(scratch.file("card/plate.5-4_#.dpx"), {first});
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(startLine() + "sequence-hash MD5:d41d8cd98f00b204e9800998ecf8427e\n", output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(startLine() + "sequence-hash MD5:d41d8cd98f00b204e9800998ecf8427e\n", phase.output);
   EXPECT_THAT(namesBelow(scratch.path()), IsEmpty());
   EXPECT_THAT(job->destinationSequencePaths(), ElementsAre(IsEmpty()));
 }
@@ -244,12 +237,11 @@ TEST_F(KDXSequenceCopyPhase, WithoutDigestsPrintsThatThereIsNoneForTheSequenceAn
   const auto job = jobTo({first});
   job->setDigestAlgorithm(KDXDigestAlgorithmNone);
   job->setVerificationOptions(0);
-  bool copied = false;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
-  EXPECT_EQ(startLine() + "sequence-hash (null)\n", output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(startLine() + "sequence-hash (null)\n", phase.output);
   EXPECT_THAT(job->sourceDigests(), IsEmpty());
   EXPECT_TRUE(contents[2] == readFile(copyOf(2, "a")));
 }
@@ -306,15 +298,10 @@ TEST_F(KDXSequenceCopyPhase, ReadsEachFrameFromTheDeviceOnceAndLeavesNoneOfItsCo
 
 // The digests.
 
-struct DigestProgram {
-  const char* name;
+struct DigestProgram : NamedRow {
   uint32_t algorithm;
   const char* program;
 };
-
-void PrintTo(const DigestProgram& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXSequenceCopyDigest : public SequenceCopyTest, public testing::WithParamInterface<DigestProgram> {};
 
@@ -336,15 +323,10 @@ INSTANTIATE_TEST_SUITE_P(Algorithms, KDXSequenceCopyDigest,
 
 // Where the files go.
 
-struct DestinationName {
-  const char* name;
+struct DestinationName : NamedRow {
   const char* given;
   const char* folder;
 };
-
-void PrintTo(const DestinationName& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXSequenceCopyDestination : public SequenceCopyTest, public testing::WithParamInterface<DestinationName> {};
 
@@ -352,11 +334,10 @@ TEST_P(KDXSequenceCopyDestination, LosesItsLastComponentWhateverThatIs) {
   writeFrames();
   fs::create_directories(scratch.path() / "a/b");
   const auto job = jobOf(scratch.file("card/plate.9-9.#.dpx"), {(scratch.path() / GetParam().given).string()});
-  bool copied = false;
 
-  std::ignore = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_TRUE(copied);
+  EXPECT_TRUE(phase.succeeded);
   EXPECT_THAT(namesBelow(scratch.path()), Contains(std::string(GetParam().folder) + "plate.9.dpx.kdxcopy"));
 }
 
@@ -371,17 +352,12 @@ INSTANTIATE_TEST_SUITE_P(Names, KDXSequenceCopyDestination,
 
 // Expected sizes.
 
-struct ExpectedSize {
-  const char* name;
+struct ExpectedSize : NamedRow {
   std::optional<int64_t> given;
   int32_t options;
   std::vector<uint64_t> sizes;
   uint64_t total;
 };
-
-void PrintTo(const ExpectedSize& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXSequenceCopyExpectedSizes : public SequenceCopyTest, public testing::WithParamInterface<ExpectedSize> {};
 
@@ -408,15 +384,10 @@ INSTANTIATE_TEST_SUITE_P(
 
 // A frame without a path.
 
-struct FrameWithoutPath {
-  const char* name;
+struct FrameWithoutPath : NamedRow {
   const char* identifier;
   const char* earlierLine;
 };
-
-void PrintTo(const FrameWithoutPath& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXSequenceCopyFrameWithoutPath : public SequenceCopyTest,
                                         public testing::WithParamInterface<FrameWithoutPath> {};
@@ -584,12 +555,11 @@ TEST_F(KDXSequenceCopyPhase, FramesOfOneNameInNumberedFoldersCanBeDigested) {
 TEST_F(KDXSequenceCopyFailure, TheIndexOfAFrameWithoutAPathIsTold) {
   // The "%" makes text of the directive for the digits. The next one gives a character for 127 and none for 128.
   const auto job = jobOf(scratch.file("card/p%127-128.###.%c.dpx"), {first});
-  bool copied = true;
 
-  const std::string output = outputOf([&] { copied = job->performCopy(nullptr); });
+  const PhaseRun phase = copied(*job);
 
-  EXPECT_FALSE(copied);
-  EXPECT_EQ(startLine() + "ERROR no path for index: 1", output);
+  EXPECT_FALSE(phase.succeeded);
+  EXPECT_EQ(startLine() + "ERROR no path for index: 1", phase.output);
 }
 
 TEST_F(KDXSequenceCopyFailure, AFailedWriteEndsTheProcessAndNamesTheFolderOfItsDestination) {
@@ -838,14 +808,12 @@ class KDXSequenceCopyOptionsThatReadBack : public KDXSequenceCopySizeCheck,
 TEST_P(KDXSequenceCopyOptionsThatReadBack, MakeNoSizeCheck) {
   const auto job = copied({first}, GetParam(), 7);
   fs::resize_file(copyOf(0, "a"), 3);
-  ErrorSlot error;
-  bool passed = false;
 
-  const std::string output = outputOf([&] { passed = job->performFileSizeCheck(&error); });
+  const PhaseRun phase = runPhase([&](platform::ErrorPlace error) { return job->performFileSizeCheck(error); });
 
-  EXPECT_TRUE(passed);
-  EXPECT_EQ(std::nullopt, error);
-  EXPECT_EQ("", output);
+  EXPECT_TRUE(phase.succeeded);
+  EXPECT_EQ(std::nullopt, phase.error);
+  EXPECT_EQ("", phase.output);
 }
 
 INSTANTIATE_TEST_SUITE_P(Options, KDXSequenceCopyOptionsThatReadBack, testing::Values(4, 6, 8, 10, 14),

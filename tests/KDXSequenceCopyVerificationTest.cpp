@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
-#include <ostream>
 #include <tuple>
 
 #include "KDXFileTools/kdxdispatchcopy/CopyErrors.h"
@@ -14,6 +13,7 @@
 #include "tests/support/ExpectedText.h"
 #include "tests/support/OutputLines.h"
 #include "tests/support/PhaseRun.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -134,18 +134,13 @@ std::unique_ptr<Verification> verify(KDXSequenceCopy& job) {
 // The external hash.
 
 // A hash of the sequence whose frames were digested by one program and the joined texts of those by another.
-struct ExternalHash {
-  const char* name;
+struct ExternalHash : NamedRow {
   uint32_t algorithmOfJob;
   const char* method;
   const char* ofFrames;
   const char* ofJoinedTexts;
   bool isAccepted;
 };
-
-void PrintTo(const ExternalHash& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXSequenceCopyExternalHash : public SequenceVerificationTest, public testing::WithParamInterface<ExternalHash> {
  protected:
@@ -215,19 +210,17 @@ TEST_F(KDXSequenceCopyExternalHashPhase, FailsForAHashThatDiffersWithItsLineTwic
   const auto job = jobTo({first}, allReadBacks);
   job->setExternalHash("XXHash64BE:0123456789abcdef");
   makeCopy(*job);
-  ErrorSlot error;
-  bool started = true;
 
-  const std::string output = outputOf([&] { started = job->startVerification(&error); });
+  const PhaseRun phase = runPhase([&](platform::ErrorPlace error) { return job->startVerification(error); });
 
-  EXPECT_FALSE(started);
-  ASSERT_TRUE(error);
-  EXPECT_EQ("KDXCopyErrorDomain", error->domain);
-  EXPECT_EQ(103, error->code);
+  EXPECT_FALSE(phase.succeeded);
+  ASSERT_TRUE(phase.error);
+  EXPECT_EQ("KDXCopyErrorDomain", phase.error->domain);
+  EXPECT_EQ(103, phase.error->code);
   const std::string description = "INFO: external hash: XXHash64BE:0123456789abcdef but got hash: XXHash64BE:" +
                                   digestOf(joined(bigEndian), bigEndian) + ".";
-  EXPECT_EQ(description, error->description);
-  EXPECT_EQ(description + "\n" + description + "\n", output);
+  EXPECT_EQ(description, phase.error->description);
+  EXPECT_EQ(description + "\n" + description + "\n", phase.output);
 }
 
 TEST_F(KDXSequenceCopyExternalHashPhase, GoesOnToReadBackWithTheOtherFormOfTheHash) {
@@ -259,14 +252,13 @@ TEST_F(KDXSequenceCopyExternalHashPhase, WithoutDigestsDuringTheCopyComparesWith
   const auto job = jobTo({first}, 0, KDXDigestAlgorithmNone);
   job->setExternalHash("SHA1:" + digestOf(joined(sha1), sha1));
   makeCopy(*job);
-  ErrorSlot error;
-  bool accepted = true;
 
-  std::ignore = outputOf([&] { accepted = job->performExternalHashVerification(&error); });
+  const PhaseRun phase =
+      runPhase([&](platform::ErrorPlace error) { return job->performExternalHashVerification(error); });
 
-  EXPECT_FALSE(accepted);
-  ASSERT_TRUE(error);
-  EXPECT_TRUE(error->description.value_or("").ends_with("SHA1:da39a3ee5e6b4b0d3255bfef95601890afd80709."));
+  EXPECT_FALSE(phase.succeeded);
+  ASSERT_TRUE(phase.error);
+  EXPECT_TRUE(phase.error->description.value_or("").ends_with("SHA1:da39a3ee5e6b4b0d3255bfef95601890afd80709."));
 }
 
 TEST_F(KDXSequenceCopyExternalHashPhase, OfATextThatIsNoHashEndsTheProcessBeforeAnyFileIsRead) {
@@ -466,6 +458,19 @@ TEST_F(KDXSequenceCopyReadBack, WithoutDigestsReadsNoListAndSaysSoForEach) {
   EXPECT_THAT(run->lines, ElementsAre(line, line, line));
 }
 
+TEST_F(KDXSequenceCopyReadBack, TakesAReadThatFailsBehindTheLastByteForADifference) {
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
+  // One whole buffer: the second read is the one that would find the end.
+  writeFile(frame(1), mediaBytes(MiB));
+
+  const ToolRun run = runTool(
+      {.arguments = {"-s", identifier, first}, .wrapper = injectingAt(copyOf(1, "a"), {"read:error=EIO:when=2"})});
+
+  EXPECT_EQ(105, run.exitStatus) << run.output << run.errors;
+  EXPECT_THAT(run.lines(), Contains(resultLine("destination", 1, 1, "a", "failed")));
+  EXPECT_FALSE(fs::exists(finalName(1, "a")));
+}
+
 TEST_F(KDXSequenceCopyReadBack, OfAVerboseJobReportsItsProgressWhenHalfASecondHasPassed) {
   if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
 
@@ -480,17 +485,12 @@ TEST_F(KDXSequenceCopyReadBack, OfAVerboseJobReportsItsProgressWhenHalfASecondHa
 
 // One list.
 
-struct LoggingIndex {
-  const char* name;
+struct LoggingIndex : NamedRow {
   int64_t index;
   const char* kind;
   int number;
   int64_t code;
 };
-
-void PrintTo(const LoggingIndex& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class KDXSequenceCopyLoggingIndex : public SequenceVerificationTest,
                                     public testing::WithParamInterface<LoggingIndex> {};

@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "KDXFileTools/kdxdispatchcopy/KDXDispatchCopy.h"
-#include "tests/FaultyFileSystem.h"
+#include "tests/support/FaultyFileSystem.h"
 #include "tests/support/MountedFileSystem.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"

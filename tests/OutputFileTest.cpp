@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
-#include <ostream>
 #include <span>
 #include <string>
 #include <string_view>
@@ -349,10 +348,8 @@ TEST(OutputFile, AWriteWhoseTailAloneDoesNotFitIsAFailedWrite) {
 
 // The road through the cache, and failures of its calls
 
-struct InjectionRow {
-  const char* name;
+struct InjectionRow : NamedRow {
   std::vector<std::string> injects;
-  friend void PrintTo(const InjectionRow& row, std::ostream* out) { *out << row.name; }
 };
 
 constexpr const char* refusedWhenSwitchedOn = "fcntl:error=EINVAL";
@@ -421,6 +418,8 @@ INSTANTIATE_TEST_SUITE_P(
                     InjectionRow{"ThatIsRefusedOnBothRoads", {"write:error=EINVAL"}},
                     InjectionRow{"ThatDoesNotReachTheDevice", {refusedWhenSwitchedOn, "sync_file_range:error=EIO"}},
                     InjectionRow{"WhoseTailDoesNotReachTheDevice", {"sync_file_range:error=EIO"}},
+                    InjectionRow{"WhoseTailDoesNotReachTheDeviceWhereNoRangeCanBeSynced",
+                                 {"sync_file_range:error=ENOSYS", "fdatasync:error=EIO"}},
                     InjectionRow{"ThatFailsInTheLastSync", {refusedWhenSwitchedOn, "fdatasync:error=EIO"}},
                     InjectionRow{"ThatFailsInTheLastSyncBehindARefusedWrite",
                                  {refusedAtTheFirstWrite, "fdatasync:error=EIO"}},

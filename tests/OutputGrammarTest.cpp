@@ -12,11 +12,10 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
-#include <ostream>
 
-#include "tests/FaultyFileSystem.h"
 #include "tests/support/ClipOffload.h"
 #include "tests/support/ExpectedText.h"
+#include "tests/support/FaultyFileSystem.h"
 #include "tests/support/MountedFileSystem.h"
 #include "tests/support/OutputGrammar.h"
 #include "tests/support/OutputLines.h"
@@ -139,15 +138,10 @@ TEST(OutputGrammarPage, HasAFormForEveryStatusThatIsListed) {
 
 // --- Runs that come to their end ---
 
-struct Success {
-  const char* name;
+struct Success : NamedRow {
   const char* options[5];  // up to the first null
   std::size_t destinations = 2;
 };
-
-void PrintTo(const Success& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 Arguments optionsOf(const Success& row) {
   return {row.options, std::ranges::find(row.options, nullptr)};
@@ -232,14 +226,9 @@ TEST_F(OutputGrammarTest, OfProgressOfFrames) {
 
 // --- Command lines that are refused, and other ends with status 1 ---
 
-struct Refusal {
-  const char* name;
+struct Refusal : NamedRow {
   const char* words[5];  // up to the first null
 };
-
-void PrintTo(const Refusal& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class OutputOfRefusal : public testing::TestWithParam<Refusal> {};
 
@@ -395,17 +384,12 @@ TEST_F(OutputGrammarTest, OfARunThatIsKilledIsAGoodBeginning) {
 
 using SetFault = void (*)(FaultyFileSystem& server);
 
-struct Fault {
-  const char* name;
+struct Fault : NamedRow {
   bool ofFrames;
   const char* options[4];  // up to the first null
   int exitStatus;
   SetFault set;
 };
-
-void PrintTo(const Fault& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 constexpr const char* secondFrame = "b/p.0002.dpx";
 constexpr const char* secondTemporary = "b/p.0002.dpx.kdxcopy";

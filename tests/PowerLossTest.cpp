@@ -9,11 +9,11 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
-#include <ostream>
 #include <set>
 
-#include "tests/FaultyFileSystem.h"
+#include "tests/support/FaultyFileSystem.h"
 #include "tests/support/MountedFileSystem.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/TracedTool.h"
 #include "tests/support/TwoFolderOffload.h"
@@ -26,12 +26,10 @@ namespace {
 const std::set<long> syncsAndRenames{SYS_fsync,     SYS_fdatasync, SYS_syncfs,     callThatRenames,
                                      SYS_renameat2, callThatLinks, callThatRemoves};
 
-struct Row {
-  const char* name;
+struct Row : NamedRow {
   const char* type;
   std::size_t size;
   TwoFolderOffload (*offload)();
-  friend void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
 };
 
 const auto rows = testing::Values(Row{"ClipOnExt4", "ext4", 32 * MiB, TwoFolderOffload::ofAClip},

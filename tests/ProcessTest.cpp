@@ -9,7 +9,6 @@
 #include <csignal>
 #include <cstdio>
 #include <memory>
-#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -143,11 +142,8 @@ std::string targetOf(int descriptor) {
   return target;
 }
 
-struct ClosedRow {
-  const char* name;
+struct ClosedRow : NamedRow {
   std::vector<int> closed;
-
-  friend void PrintTo(const ClosedRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class ClosedDescriptors : public testing::TestWithParam<ClosedRow> {};

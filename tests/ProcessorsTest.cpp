@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 
-#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -36,12 +35,10 @@ TEST(Processors, AreThoseThatTheProcessMayUse) {
   EXPECT_EQ(1U, platform::usableProcessors());
 }
 
-struct GroupRow {
-  const char* name;
+struct GroupRow : NamedRow {
   std::string groups;  // the process's
   std::vector<std::pair<std::string, std::string>> files;
   std::size_t processors;
-  friend void PrintTo(const GroupRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class ControlGroups : public testing::TestWithParam<GroupRow> {};

@@ -17,14 +17,13 @@
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <ostream>
 #include <random>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "tests/FaultyFileSystem.h"
 #include "tests/support/Algorithms.h"
+#include "tests/support/FaultyFileSystem.h"
 #include "tests/support/MountedFileSystem.h"
 #include "tests/support/OutputLines.h"
 #include "tests/support/RowName.h"
@@ -43,11 +42,9 @@ constexpr const char* earlierTake = "an earlier take";
 // Where the files of a case are.
 enum class Place { tmpfs, scratch, withoutDirectTransfers, withShortReads };
 
-struct Row {
-  const char* name;
+struct Row : NamedRow {
   Place place;
   bool isSequence;
-  friend void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
 };
 
 class Random {

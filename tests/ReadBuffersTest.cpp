@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <functional>
-#include <ostream>
 #include <set>
 #include <string>
 #include <thread>
@@ -122,15 +121,10 @@ TEST(ReadBuffers, ABufferOutlivesTheCallThatTookIt) {
   EXPECT_EQ(std::byte{5}, buffer.get()[MiB - 1]);
 }
 
-struct Limit {
-  const char* name;
+struct Limit : NamedRow {
   std::size_t bufferSize;
   std::size_t buffers;  // that may be in use at once
 };
-
-void PrintTo(const Limit& row, std::ostream* out) {
-  *out << row.name;
-}
 
 class SharedMemoryLimit : public testing::TestWithParam<Limit> {};
 
@@ -177,15 +171,10 @@ TEST(ReadBuffers, EveryCallComesByOneBufferHoweverManyCallsThereAre) {
   });
 }
 
-struct Crowd {
-  const char* name;
+struct Crowd : NamedRow {
   int calls;
   int mostInUse;
 };
-
-void PrintTo(const Crowd& row, std::ostream* out) {
-  *out << row.name;
-}
 
 class CallsSideBySide : public testing::TestWithParam<Crowd> {};
 

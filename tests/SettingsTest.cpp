@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <limits>
 #include <optional>
-#include <ostream>
 #include <string>
 
 #include "platform/Settings.h"
@@ -40,12 +39,9 @@ class EnvironmentVariable {
   std::optional<std::string> _before;
 };
 
-struct FileRow {
-  const char* name;
+struct FileRow : NamedRow {
   std::string text;
   int64_t expected;
-
-  friend void PrintTo(const FileRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class SettingsFile : public testing::TestWithParam<FileRow> {};

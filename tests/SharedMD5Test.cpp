@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <functional>
 #include <latch>
-#include <ostream>
 #include <random>
 #include <span>
 #include <string>
@@ -84,10 +83,8 @@ constexpr std::array<Vector, 5> published{
     Vector{"abc", "900150983cd24fb0d6963f7d28e17f72"}, Vector{"message digest", "f96b697d7cb7938d525a2f31aaf161d0"},
     Vector{"abcdefghijklmnopqrstuvwxyz", "c3fcd3d76192e4007dfb496cca67e13b"}};
 
-struct Instructions {
-  const char* name;
+struct Instructions : NamedRow {
   MD5EightStreams* MD5EightStreamsOfThisProcessor::*digest;
-  friend void PrintTo(const Instructions& row, std::ostream* out) { *out << row.name; }
 };
 
 class MD5EightStreamsWith : public testing::TestWithParam<Instructions> {};
@@ -125,11 +122,9 @@ INSTANTIATE_TEST_SUITE_P(SharedMD5, MD5EightStreamsWith,
                                          Instructions{"AVX512", &MD5EightStreamsOfThisProcessor::avx512}),
                          rowName);
 
-struct Row {
-  const char* name;
+struct Row : NamedRow {
   std::size_t cores;
   std::size_t streams;
-  friend void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
 };
 
 class SharedMD5Digests : public testing::TestWithParam<Row> {};

@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <optional>
-#include <ostream>
 #include <string>
 
 #include "platform/Text.h"
@@ -15,11 +14,8 @@ using platform::UTF8FromUTF16;
 
 namespace {
 
-struct BytesRow {
-  const char* name;
+struct BytesRow : NamedRow {
   std::string bytes;
-
-  friend void PrintTo(const BytesRow& row, std::ostream* out) { *out << row.name; }
 };
 
 class WellFormed : public testing::TestWithParam<BytesRow> {};

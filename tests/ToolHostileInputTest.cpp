@@ -48,14 +48,9 @@ class Offload : public ClipOffload {
 };
 
 // Row of a table whose rows are names of clips.
-struct ClipName {
-  const char* name;
+struct ClipName : NamedRow {
   std::string clip;
 };
-
-void PrintTo(const ClipName& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 // The system log has a line for each message, whatever is in a path.
 std::string shownOnOneLine(std::string path) {
@@ -196,14 +191,9 @@ TEST(ToolHostileInput, ASourcePathThatIsTooLongForTheSystemIsNotReadable) {
 }
 
 // What a temporary name can turn out to be.
-struct Planted {
-  const char* name;
+struct Planted : NamedRow {
   void (*plant)(const Offload&);
 };
-
-void PrintTo(const Planted& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 std::string valuables(const Offload& offload) {
   return offload.scratch.file("valuables");

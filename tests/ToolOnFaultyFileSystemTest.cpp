@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <memory>
 
-#include "tests/FaultyFileSystem.h"
+#include "tests/support/FaultyFileSystem.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -54,6 +54,20 @@ class ToolOnFaultyFileSystem : public testing::Test {
     EXPECT_EQ((Names{"a/clip.mov", "b/clip.mov", "card/clip.mov"}), stored());
     EXPECT_EQ(clip, readFile(server->stored("a/clip.mov")));
     EXPECT_EQ(clip, readFile(server->stored("b/clip.mov")));
+  }
+
+  // The run ends with this status and text, gives out no final name and leaves the source as it is.
+  void expectFailure(int status, const std::string& end = "", std::vector<std::string> options = {}) {
+    const ToolRun run = offload(std::move(options));
+    EXPECT_EQ(status, run.exitStatus);
+    EXPECT_THAT(run.output, EndsWith(end));
+    expectNothingInPlace();
+  }
+
+  void expectSuccess(std::vector<std::string> options = {}) {
+    const ToolRun run = offload(std::move(options));
+    EXPECT_EQ(0, run.exitStatus) << run.output;
+    expectBothInPlace();
   }
 
   const std::string clip = mediaBytes(clipSize);
@@ -110,39 +124,29 @@ TEST_P(WrongByteAt, InTheSourceIsFoundWhenItsSecondReadDiffers) {
 
 TEST_P(WrongByteAt, ThatTheMediumStoredIsFoundWhenTheDestinationIsReadBack) {
   server->whenWriting("a/clip.mov.kdxcopy").flipBitAt(GetParam());
-
-  EXPECT_EQ(105, offload().exitStatus);
-  expectNothingInPlace();
+  expectFailure(105);
 }
 
 TEST_P(WrongByteAt, IsFoundWithoutDirectTransfersToo) {
   server->whenReading("*").refuseDirect();
   server->whenWriting("*").refuseDirect();
   server->whenWriting("a/clip.mov.kdxcopy").flipBitAt(GetParam());
-
-  EXPECT_EQ(105, offload().exitStatus);
-  expectNothingInPlace();
+  expectFailure(105);
 }
 
 TEST_F(ToolOnFaultyFileSystem, AWriteThatWasAcknowledgedAndDroppedIsFound) {
   server->whenWriting("a/clip.mov.kdxcopy").dropRange(2 * MiB, 4096);
-
-  EXPECT_EQ(105, offload().exitStatus);
-  expectNothingInPlace();
+  expectFailure(105);
 }
 
 TEST_F(ToolOnFaultyFileSystem, ADroppedLastPieceIsFound) {
   server->whenWriting("a/clip.mov.kdxcopy").dropRange(3 * MiB + 4096, 17);
-
-  EXPECT_EQ(105, offload().exitStatus);
-  expectNothingInPlace();
+  expectFailure(105);
 }
 
 TEST_F(ToolOnFaultyFileSystem, ATornWriteIsFound) {
   server->whenWriting("b/clip.mov.kdxcopy").tearAt(MiB + 5, 512);
-
-  EXPECT_EQ(105, offload().exitStatus);
-  expectNothingInPlace();
+  expectFailure(105);
 }
 
 TEST_F(ToolOnFaultyFileSystem, OfTwoBadDestinationsBothAreNamedAndOneIsReported) {
@@ -171,9 +175,7 @@ TEST_F(ToolOnFaultyFileSystem, AReadErrorInTheSourceEndsTheCopyWithoutAMessage) 
 
 TEST_F(ToolOnFaultyFileSystem, AReadErrorInTheLastBlockOfTheSourceEndsTheCopy) {
   server->whenReading("card/clip.mov").failAt(clipSize - 1, EIO);
-
-  EXPECT_EQ(111, offload().exitStatus);
-  expectNothingInPlace();
+  expectFailure(111);
 }
 
 TEST_F(ToolOnFaultyFileSystem, AReadErrorInADestinationCountsAsAWrongHash) {
@@ -190,32 +192,24 @@ TEST_F(ToolOnFaultyFileSystem, AReadErrorInADestinationCountsAsAWrongHash) {
 TEST_F(ToolOnFaultyFileSystem, AReadErrorWhenTheSourceIsReadBackCountsAsAWrongHash) {
   // The copy reads the byte once, so the first request that fails is one of the read-back.
   server->whenReading("card/clip.mov").fromRequest(2).failAt(clipSize - 1, EIO);
-
-  EXPECT_EQ(121, offload().exitStatus);
-  expectNothingInPlace();
+  expectFailure(121);
 }
 
 TEST_F(ToolOnFaultyFileSystem, WithoutDirectTransfersASourceThatTheDeviceDidNotTakeIsNotReadFromMemory) {
   server->whenReading("*").refuseDirect();
   server->whenSyncing("card/clip.mov").fail(EIO);
-
-  EXPECT_EQ(111, offload().exitStatus);
-  expectNothingInPlace();
+  expectFailure(111);
 }
 
 TEST_F(ToolOnFaultyFileSystem, ShortReadsCutNothingOff) {
   server->whenOpening("*").bypassCache();
   server->whenReading("*").limitTo(100'000);
-
-  EXPECT_EQ(0, offload().exitStatus);
-  expectBothInPlace();
+  expectSuccess();
 }
 
 TEST_F(ToolOnFaultyFileSystem, ShortReadsWithDirectTransfersCutNothingOff) {
   server->whenReading("*").limitTo(100'000);
-
-  EXPECT_EQ(0, offload().exitStatus);
-  expectBothInPlace();
+  expectSuccess();
 }
 
 TEST_F(ToolOnFaultyFileSystem, ASourceThatCanNotBeOpenedIsNamed) {
@@ -253,43 +247,23 @@ TEST_F(ToolOnFaultyFileSystem, AWriteErrorEndsTheCopyWithALineWithoutAnEnd) {
 
 TEST_F(ToolOnFaultyFileSystem, AWriteErrorInTheLastPieceEndsTheCopy) {
   server->whenWriting("b/clip.mov.kdxcopy").failAt(clipSize - 1, EIO);
-
-  const ToolRun run = offload();
-
-  EXPECT_EQ(110, run.exitStatus);
-  EXPECT_THAT(run.output, EndsWith("write failed: -1"));
-  expectNothingInPlace();
+  expectFailure(110, "write failed: -1");
 }
 
 TEST_F(ToolOnFaultyFileSystem, ADeviceThatFillsUpEndsTheCopy) {
   server->whenWriting("b/clip.mov.kdxcopy").runOutOfSpaceAfter(2 * MiB);
-
-  const ToolRun run = offload();
-
-  EXPECT_EQ(110, run.exitStatus);
-  EXPECT_THAT(run.output, EndsWith("write failed: -1"));
-  expectNothingInPlace();
+  expectFailure(110, "write failed: -1");
 }
 
 TEST_F(ToolOnFaultyFileSystem, ACloseThatFailsIsAFailedWrite) {
   server->whenClosing("b/clip.mov.kdxcopy").fail(EDQUOT);
-
-  const ToolRun run = offload();
-
-  EXPECT_EQ(110, run.exitStatus);
-  EXPECT_THAT(run.output, EndsWith("write failed: -1"));
-  expectNothingInPlace();
+  expectFailure(110, "write failed: -1");
 }
 
 TEST_F(ToolOnFaultyFileSystem, WithoutDirectTransfersASyncThatFailsIsAFailedWrite) {
   server->whenWriting("*").refuseDirect();
   server->whenSyncing("b/clip.mov.kdxcopy").fail(EIO);
-
-  const ToolRun run = offload({"-nf"});
-
-  EXPECT_EQ(110, run.exitStatus);
-  EXPECT_THAT(run.output, EndsWith("write failed: -1"));
-  expectNothingInPlace();
+  expectFailure(110, "write failed: -1", {"-nf"});
 }
 
 TEST_F(ToolOnFaultyFileSystem, ShortWritesFailTheSizeCheckWhenNothingIsReadBack) {
@@ -309,9 +283,7 @@ TEST_F(ToolOnFaultyFileSystem, ShortWritesFailTheSizeCheckWhenNothingIsReadBack)
 TEST_F(ToolOnFaultyFileSystem, ShortWritesFailTheReadBack) {
   server->whenOpening("*").bypassCache();
   server->whenWriting("a/clip.mov.kdxcopy").times(1).limitTo(100'000);
-
-  EXPECT_EQ(105, offload().exitStatus);
-  expectNothingInPlace();
+  expectFailure(105);
 }
 
 TEST_F(ToolOnFaultyFileSystem, ShortWritesThatNothingWouldFindEndTheRun) {
@@ -353,9 +325,7 @@ TEST_F(ToolOnFaultyFileSystem, ASourceThatIsTheTemporaryFileThroughAnotherMountI
 TEST_F(ToolOnFaultyFileSystem, WithoutDirectTransfersBothDestinationsAreProvedAndInPlace) {
   server->whenReading("*").refuseDirect();
   server->whenWriting("*").refuseDirect();
-
-  EXPECT_EQ(0, offload().exitStatus);
-  expectBothInPlace();
+  expectSuccess();
 }
 
 // --- Sizes ---
@@ -383,20 +353,13 @@ TEST_F(ToolOnFaultyFileSystem, ASourceThatIsShorterThanItsSizeTellsIsFoundWithou
 
 TEST_F(ToolOnFaultyFileSystem, ASyncThatFailsBeforeTheMoveLeavesTheTemporaryNames) {
   server->whenSyncing("b/clip.mov.kdxcopy").fail(EIO);
-
-  const ToolRun run = offload();
-
-  EXPECT_EQ(106, run.exitStatus);
-  EXPECT_THAT(run.output, EndsWith("INFO: moving files in place..\nError: couldn't sync the file system of file " +
-                                   path("b/clip.mov.kdxcopy") + " (error code -1)\n"));
-  expectNothingInPlace();
+  expectFailure(106, "INFO: moving files in place..\nError: couldn't sync the file system of file " +
+                         path("b/clip.mov.kdxcopy") + " (error code -1)\n");
 }
 
 TEST_F(ToolOnFaultyFileSystem, ASyncThatFailsOnceAndWouldThenSucceedStillFailsTheRun) {
   server->whenSyncing("b/clip.mov.kdxcopy").times(1).fail(EIO);
-
-  EXPECT_EQ(106, offload().exitStatus);
-  expectNothingInPlace();
+  expectFailure(106);
 }
 
 TEST_F(ToolOnFaultyFileSystem, ASyncThatFailsAfterTheMoveNamesTheFinalFile) {
@@ -418,9 +381,7 @@ TEST_F(ToolOnFaultyFileSystem, ADirectoryThatCanNotBeSyncedFailsTheFlush) {
 
 TEST_F(ToolOnFaultyFileSystem, AFileSystemThatSyncsNoDirectoriesIsPassedOver) {
   server->whenSyncing("a").fail(EINVAL);
-
-  EXPECT_EQ(0, offload().exitStatus);
-  expectBothInPlace();
+  expectSuccess();
 }
 
 TEST_F(ToolOnFaultyFileSystem, ARenameThatFailsLeavesTheOtherDestinationInPlaceAndEndsWithOne) {
@@ -437,17 +398,14 @@ TEST_F(ToolOnFaultyFileSystem, ARenameThatFailsLeavesTheOtherDestinationInPlaceA
 TEST_F(ToolOnFaultyFileSystem, WithoutARenameThatReplacesNothingALinkMovesTheFile) {
   server->whenRenaming("*").refuseFlags(EINVAL);
 
-  EXPECT_EQ(0, offload().exitStatus);
-  expectBothInPlace();
+  expectSuccess();
   EXPECT_EQ(1U, server->counters("a/clip.mov.kdxcopy").links);
 }
 
 TEST_F(ToolOnFaultyFileSystem, WithoutLinksEitherACheckedRenameMovesTheFile) {
   server->whenRenaming("*").refuseFlags(EINVAL);
   server->whenLinking("*").fail(EPERM);
-
-  EXPECT_EQ(0, offload().exitStatus);
-  expectBothInPlace();
+  expectSuccess();
 }
 
 TEST_F(ToolOnFaultyFileSystem, AnExistingFileThatCanNotBeRemovedIsKept) {

@@ -8,11 +8,11 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
-#include <ostream>
 #include <set>
 #include <string>
 
-#include "tests/FaultyFileSystem.h"
+#include "tests/support/FaultyFileSystem.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 #include "tests/support/TwoFolderOffload.h"
@@ -21,11 +21,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct Row {
-  const char* name;
+struct Row : NamedRow {
   TwoFolderOffload (*offload)();
   bool direct;  // past the cache
-  friend void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
 };
 
 class ToolOnLyingDevices : public testing::TestWithParam<Row> {

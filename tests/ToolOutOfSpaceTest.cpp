@@ -9,12 +9,12 @@
 
 #include <filesystem>
 #include <memory>
-#include <ostream>
 #include <string>
 #include <tuple>
 #include <vector>
 
 #include "tests/support/MountedFileSystem.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
@@ -27,12 +27,10 @@ constexpr std::size_t buffer = MiB;
 // What is left on the device: more than one buffer, and not a whole number of them.
 constexpr std::size_t room = 2 * MiB + 300 * KiB;
 
-struct Row {
-  const char* name;
+struct Row : NamedRow {
   const char* type;
   std::size_t size;
   bool isSequence;
-  friend void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
 };
 
 uint64_t freeBytes(const fs::path& folder) {

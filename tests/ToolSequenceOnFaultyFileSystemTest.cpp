@@ -10,9 +10,8 @@
 #include <filesystem>
 #include <map>
 #include <memory>
-#include <ostream>
 
-#include "tests/FaultyFileSystem.h"
+#include "tests/support/FaultyFileSystem.h"
 #include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
@@ -83,6 +82,20 @@ class ToolSequenceOnFaultyFileSystem : public testing::Test {
       }
     }
     expectSourceUntouched();
+  }
+
+  // The run ends with this status and text, gives out no final name and leaves the source as it is.
+  void expectFailure(int status, const std::string& end = "", std::vector<std::string> options = {}) {
+    const ToolRun run = offload(std::move(options));
+    EXPECT_EQ(status, run.exitStatus);
+    EXPECT_THAT(run.output, EndsWith(end));
+    expectNothingInPlace();
+  }
+
+  void expectSuccess(std::vector<std::string> options = {}) {
+    const ToolRun run = offload(std::move(options));
+    EXPECT_EQ(0, run.exitStatus) << run.output;
+    expectAllInPlace();
   }
 
   // The lines of the frames that are not the bad one: all of them were read back all the same.
@@ -173,9 +186,7 @@ TEST_P(WrongByteOfAFrameAt, ThatTheMediumStoredIsFoundWithoutDirectTransfersToo)
 
 TEST_F(ToolSequenceOnFaultyFileSystem, AWrongByteInTheVeryLastFrameIsFound) {
   server->whenReading(temporary("b", 3)).flipBitAt(smallFrame - 1);
-
-  EXPECT_EQ(105, offload().exitStatus);
-  expectNothingInPlace();
+  expectFailure(105);
 }
 
 TEST_F(ToolSequenceOnFaultyFileSystem, AReadErrorInADestinationCountsAsADifference) {
@@ -204,9 +215,7 @@ TEST_F(ToolSequenceOnFaultyFileSystem, AFrameThatCanNotBeReadCountsAsAFailedWrit
 
 TEST_F(ToolSequenceOnFaultyFileSystem, AFrameThatCanNotBeReadToItsLastByteIsNotTakenForAShorterOne) {
   server->whenReading(frame("card", 2)).failAt(largeFrame - 1, EIO);
-
-  EXPECT_EQ(110, offload({"-n", "-nfs"}).exitStatus);
-  expectNothingInPlace();
+  expectFailure(110, "", {"-n", "-nfs"});
 }
 
 TEST_F(ToolSequenceOnFaultyFileSystem, WithoutDestinationsAFrameThatCanNotBeReadEndsTheRunWithoutAMessage) {
@@ -232,9 +241,7 @@ TEST_F(ToolSequenceOnFaultyFileSystem, AFrameThatCanNotBeOpenedIsNamed) {
 TEST_F(ToolSequenceOnFaultyFileSystem, ShortReadsCutNothingOff) {
   server->whenOpening("*").bypassCache();
   server->whenReading("*").limitTo(100'000);
-
-  EXPECT_EQ(0, offload().exitStatus);
-  expectAllInPlace();
+  expectSuccess();
 }
 
 // --- Writing ---
@@ -253,12 +260,7 @@ TEST_F(ToolSequenceOnFaultyFileSystem, AWriteErrorNamesTheFolderOfTheDestination
 
 TEST_F(ToolSequenceOnFaultyFileSystem, AWriteErrorInTheLastPieceOfTheLastFrameIsFound) {
   server->whenWriting(temporary("b", 3)).failAt(smallFrame - 1, ENOSPC);
-
-  const ToolRun run = offload();
-
-  EXPECT_EQ(110, run.exitStatus);
-  EXPECT_THAT(run.output, EndsWith("ERROR: failed writing to " + path("b") + "\n"));
-  expectNothingInPlace();
+  expectFailure(110, "ERROR: failed writing to " + path("b") + "\n");
 }
 
 TEST_F(ToolSequenceOnFaultyFileSystem, ACloseThatFailsIsAFailedWrite) {
@@ -299,10 +301,8 @@ TEST_F(ToolSequenceOnFaultyFileSystem, AShortWriteFailsTheReadBack) {
   expectNothingInPlace();
 }
 
-struct UnprovedSequence {
-  const char* name;
+struct UnprovedSequence : NamedRow {
   std::vector<std::string> options;
-  friend void PrintTo(const UnprovedSequence& row, std::ostream* out) { *out << row.name; }
 };
 
 class UnprovedSequenceOnFaultyFileSystem : public ToolSequenceOnFaultyFileSystem,
@@ -318,8 +318,7 @@ TEST_P(UnprovedSequenceOnFaultyFileSystem, EndsWhenADestinationTakesLessThanItWa
   EXPECT_THAT(run.output, EndsWith("ERROR: failed writing to " + path("a") + "\n"));
   expectNothingInPlace();
   server->clear();
-  EXPECT_EQ(0, offload(GetParam().options).exitStatus);
-  expectAllInPlace();
+  expectSuccess(GetParam().options);
 }
 
 INSTANTIATE_TEST_SUITE_P(Options, UnprovedSequenceOnFaultyFileSystem,
@@ -387,16 +386,12 @@ TEST_F(ToolSequenceOnFaultyFileSystem, TheFolderOfADestinationIsSyncedWithItsLas
 TEST_F(ToolSequenceOnFaultyFileSystem, AfterTheMoveNoFrameButTheLastIsFlushed) {
   server->whenSyncing(frame("?", 1)).fail(EIO);
   server->whenSyncing(frame("?", 2)).fail(EIO);
-
-  EXPECT_EQ(0, offload().exitStatus);
-  expectAllInPlace();
+  expectSuccess();
 }
 
 TEST_F(ToolSequenceOnFaultyFileSystem, WithoutFlushASyncThatWouldFailIsNotMade) {
   server->whenSyncing("*").fail(EIO);
-
-  EXPECT_EQ(0, offload({"-nf"}).exitStatus);
-  expectAllInPlace();
+  expectSuccess({"-nf"});
 }
 
 TEST_F(ToolSequenceOnFaultyFileSystem, AFrameThatCanNotBeMadePermanentIsNotMoved) {
@@ -424,9 +419,7 @@ TEST_F(ToolSequenceOnFaultyFileSystem, ARenameThatFailsLeavesTheFramesBeforeItIn
 
 TEST_F(ToolSequenceOnFaultyFileSystem, WithoutARenameThatReplacesNothingALinkMovesEveryFrame) {
   server->whenRenaming("*").refuseFlags(EINVAL);
-
-  EXPECT_EQ(0, offload().exitStatus);
-  expectAllInPlace();
+  expectSuccess();
 }
 
 }  // namespace

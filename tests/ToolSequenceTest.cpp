@@ -202,17 +202,12 @@ Names allTemporary() {
 // --- Options ---
 
 // Options, and all that comes of them. Constants alone: large tables of strings take compilers minutes.
-struct OptionRow {
-  const char* name;
-  const char* options[5];  // up to the first null
-  std::size_t destinations = 2;
+struct OptionRow : NamedRow {
+  const char* options;  // with a space between two
   const char* output;
+  std::size_t destinations = 2;
   Method method = md5;
 };
-
-void PrintTo(const OptionRow& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class ToolSequenceOptions : public testing::TestWithParam<OptionRow> {};
 
@@ -220,7 +215,7 @@ TEST_P(ToolSequenceOptions, AreTakenAsDescribedAndEveryFrameArrives) {
   const OptionRow& row = GetParam();
   const Offload offload(row.destinations);
 
-  const ToolRun run = offload.run({row.options, std::ranges::find(row.options, nullptr)});
+  const ToolRun run = offload.run(wordsOf(row.options));
 
   EXPECT_EQ(0, run.exitStatus);
   expectOutput(offload.filled(row.output, row.method), run.output);
@@ -234,49 +229,24 @@ constexpr const char* allProvedWithoutFlush = "{started}{hashes}{sequence}{verif
 INSTANTIATE_TEST_SUITE_P(
     Rows, ToolSequenceOptions,
     testing::Values(
-        OptionRow{.name = "NoneToOneDestination", .options = {}, .destinations = 1, .output = allProved},
-        OptionRow{.name = "NoneToTwoDestinations", .options = {}, .output = allProved},
-        OptionRow{.name = "NoneToSixteenDestinations",
-                  .options = {"-nf"},
-                  .destinations = 16,
-                  .output = allProvedWithoutFlush},
-        OptionRow{.name = "NoReadBack",
-                  .options = {"-k"},
-                  .output = "{started}{hashes}{sequence}{sizeChecked}{movedAndFlushed}"},
-        OptionRow{.name = "NoDigestEither",
-                  .options = {"-n", "-nf"},
-                  .output = "{started}sequence-hash (null)\n{sizeChecked}{movedWithoutFlush}"},
-        OptionRow{.name = "WithoutReadingTheSourceBackNothingIsReadBack",
-                  .options = {"-ns", "-nf"},
-                  .output = "{started}{hashes}{sequence}{movedWithoutFlush}"},
-        OptionRow{.name = "NoSizeCheckChangesNothingWhereFilesAreReadBack",
-                  .options = {"-nfs", "-nf"},
-                  .output = allProvedWithoutFlush},
-        OptionRow{.name = "NeitherReadBackNorSizeCheck",
-                  .options = {"-k", "-nfs", "-nf"},
-                  .output = "{started}{hashes}{sequence}{notSizeChecked}{movedWithoutFlush}"},
-        OptionRow{.name = "AWrongSizeIsNotLookedAtWithoutSizeCheck",
-                  .options = {"-k", "-nfs", "-nf", "-a5"},
-                  .output = "{started}{hashes}{sequence}{notSizeChecked}{movedWithoutFlush}"},
-        OptionRow{.name = "AWrongSizeIsNotLookedAtWhereFilesAreReadBack",
-                  .options = {"-nf", "-a5"},
-                  .output = allProvedWithoutFlush},
-        OptionRow{
-            .name = "OverwritingWithNothingToOverwrite", .options = {"-f", "-nf"}, .output = allProvedWithoutFlush},
-        OptionRow{.name = "SHA1", .options = {"-t", "sha1", "-nf"}, .output = allProvedWithoutFlush, .method = sha1},
-        OptionRow{.name = "XXHash64BE",
-                  .options = {"-t", "xxhash64be", "-nf"},
-                  .output = allProvedWithoutFlush,
-                  .method = xxh64},
-        OptionRow{.name = "NoDestination", .options = {"-j"}, .destinations = 0, .output = allProved},
-        OptionRow{.name = "NoDestinationAndNoReadBack",
-                  .options = {"-j", "-k"},
-                  .destinations = 0,
-                  .output = "{started}{hashes}{sequence}{movedAndFlushed}"},
-        OptionRow{.name = "NoDestinationAndNoDigest",
-                  .options = {"-j", "-n"},
-                  .destinations = 0,
-                  .output = "{started}sequence-hash (null)\n{movedAndFlushed}"}),
+        OptionRow{"NoneToOneDestination", "", allProved, 1}, OptionRow{"NoneToTwoDestinations", "", allProved},
+        OptionRow{"NoneToSixteenDestinations", "-nf", allProvedWithoutFlush, 16},
+        OptionRow{"NoReadBack", "-k", "{started}{hashes}{sequence}{sizeChecked}{movedAndFlushed}"},
+        OptionRow{"NoDigestEither", "-n -nf", "{started}sequence-hash (null)\n{sizeChecked}{movedWithoutFlush}"},
+        OptionRow{"WithoutReadingTheSourceBackNothingIsReadBack", "-ns -nf",
+                  "{started}{hashes}{sequence}{movedWithoutFlush}"},
+        OptionRow{"NoSizeCheckChangesNothingWhereFilesAreReadBack", "-nfs -nf", allProvedWithoutFlush},
+        OptionRow{"NeitherReadBackNorSizeCheck", "-k -nfs -nf",
+                  "{started}{hashes}{sequence}{notSizeChecked}{movedWithoutFlush}"},
+        OptionRow{"AWrongSizeIsNotLookedAtWithoutSizeCheck", "-k -nfs -nf -a5",
+                  "{started}{hashes}{sequence}{notSizeChecked}{movedWithoutFlush}"},
+        OptionRow{"AWrongSizeIsNotLookedAtWhereFilesAreReadBack", "-nf -a5", allProvedWithoutFlush},
+        OptionRow{"OverwritingWithNothingToOverwrite", "-f -nf", allProvedWithoutFlush},
+        OptionRow{"SHA1", "-t sha1 -nf", allProvedWithoutFlush, 2, sha1},
+        OptionRow{"XXHash64BE", "-t xxhash64be -nf", allProvedWithoutFlush, 2, xxh64},
+        OptionRow{"NoDestination", "-j", allProved, 0},
+        OptionRow{"NoDestinationAndNoReadBack", "-j -k", "{started}{hashes}{sequence}{movedAndFlushed}", 0},
+        OptionRow{"NoDestinationAndNoDigest", "-j -n", "{started}sequence-hash (null)\n{movedAndFlushed}", 0}),
     rowName);
 
 TEST(ToolSequence, VerboselyEveryFrameReadBackAndTheSpeedsAreNamed) {
@@ -327,14 +297,9 @@ TEST(ToolSequence, TheLastComponentOfADestinationIsDroppedEvenIfItIsAFolder) {
 
 // --- Sizes of frames ---
 
-struct Sizes {
-  const char* name;
+struct Sizes : NamedRow {
   std::vector<std::size_t> sizes;
 };
-
-void PrintTo(const Sizes& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class ToolSequenceSizes : public testing::TestWithParam<Sizes> {};
 
@@ -466,16 +431,11 @@ TEST(ToolSequence, APercentSignInTheNameOfADestinationIsAPercentSign) {
 
 // --- External hashes ---
 
-struct ExternalHash {
-  const char* name;
+struct ExternalHash : NamedRow {
   const char* algorithm;  // of the copy, as the command line has it
   Method method;
   const char* hash;  // with words for digests
 };
-
-void PrintTo(const ExternalHash& row, std::ostream* stream) {
-  *stream << row.name;
-}
 
 class ToolSequenceExternalHash : public testing::TestWithParam<ExternalHash> {
  protected:

@@ -13,11 +13,11 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
-#include <ostream>
 #include <set>
 #include <vector>
 
 #include "tests/support/MountedFileSystem.h"
+#include "tests/support/RowName.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/TracedTool.h"
 #include "tests/support/TwoFolderOffload.h"
@@ -33,13 +33,11 @@ const std::set<long> steps{SYS_openat, SYS_read,   SYS_write,       SYS_sync_fil
 const std::set<long> turningPoints{SYS_fdatasync,   SYS_fsync,     SYS_syncfs,
                                    callThatRemoves, SYS_renameat2, SYS_exit_group};
 
-struct Row {
-  const char* name;
+struct Row : NamedRow {
   int signal;
   const std::set<long>* moments;
   TwoFolderOffload (*offload)();
   bool replacing;
-  friend void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
 };
 
 class ToolSignals : public testing::TestWithParam<Row> {

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <ostream>
 
 #include "tests/support/ClipOffload.h"
 #include "tests/support/ExpectedText.h"
@@ -27,28 +26,27 @@ using Names = std::vector<std::string>;
 using Arguments = std::vector<std::string>;
 
 // A command line and all that comes of it. Constants alone: large tables of strings take compilers minutes.
-struct Run {
-  const char* name;
-  const char* arguments[9];  // up to the first null
+struct Run : NamedRow {
+  const char* arguments;  // words with one space between them; "{paths}" are the source and the destination
   int status;
-  const char* output;
-  const char* logged = "";
+  const char* output;  // "{logged}": the same text as below
   OnDisk names;
+  const char* logged = "";
 };
 
-Arguments argumentsOf(const Run& run) {
-  return {run.arguments, std::ranges::find(run.arguments, nullptr)};
+constexpr Run offloads(const char* name, const char* arguments, const char* output) {
+  return {name, arguments, 0, output, OnDisk::offloaded};
 }
 
-void PrintTo(const Run& run, std::ostream* stream) {
-  *stream << run.name;
+constexpr Run refused(const char* name, const char* arguments, const char* output) {
+  return {name, arguments, 1, output, OnDisk::untouched};
 }
 
 void expectRun(const Run& row) {
   const ClipOffload offload;
-  const ToolRun run = runTool(offload.filled(argumentsOf(row)));
+  const ToolRun run = runTool(offload.filled(wordsOf(replaced(row.arguments, "{paths}", "{source} {destination}"))));
   EXPECT_EQ(row.status, run.exitStatus);
-  expectOutput(offload.filled(row.output), run.output);
+  expectOutput(offload.filled(replaced(row.output, "{logged}", row.logged)), run.output);
   expectLogged(offload.filled(row.logged), run.errors);
   EXPECT_EQ(namesOf(row.names), offload.names());
   EXPECT_TRUE(offload.bytes == readFile(offload.source));
@@ -65,318 +63,134 @@ TEST_P(ToolOptions, AreTakenAsDescribedAndTheOffloadSucceeds) {
 
 INSTANTIATE_TEST_SUITE_P(
     ReadBack, ToolOptions,
-    testing::Values(Run{.name = "None",
-                        .arguments = {"{source}", "{destination}"},
-                        .status = 0,
-                        .output = "{started}{hashed}{bothReadBack}{movedAndFlushed}",
-                        .names = OnDisk::offloaded},
-                    Run{.name = "NoReadBack",
-                        .arguments = {"-k", "{source}", "{destination}"},
-                        .status = 0,
-                        .output = "{started}{hashed}{sizeChecked}{movedAndFlushed}",
-                        .names = OnDisk::offloaded},
-                    Run{.name = "NoDigestEither",
-                        .arguments = {"-n", "{source}", "{destination}"},
-                        .status = 0,
-                        .output = "{started}{sizeChecked}{movedAndFlushed}",
-                        .names = OnDisk::offloaded},
-                    Run{.name = "SourceNotReadBack",
-                        .arguments = {"-ns", "{source}", "{destination}"},
-                        .status = 0,
-                        .output = "{started}{hashed}"
-                                  "~INFO: verifying {backup}\n"
-                                  "~verify of destination file #1 ({destination}) ok.\n"
-                                  "{movedAndFlushed}",
-                        .names = OnDisk::offloaded},
-                    Run{.name = "NoFlush",
-                        .arguments = {"-nf", "{source}", "{destination}"},
-                        .status = 0,
-                        .output = "{started}{hashed}{bothReadBack}"
-                                  "INFO: moving files in place..\n"
-                                  "INFO: done.\n"
-                                  "\n",
-                        .names = OnDisk::offloaded},
-                    Run{.name = "NoSizeCheckChangesNothingWhereFilesAreReadBack",
-                        .arguments = {"-nfs", "{source}", "{destination}"},
-                        .status = 0,
-                        .output = "{started}{hashed}{bothReadBack}{movedAndFlushed}",
-                        .names = OnDisk::offloaded},
-                    Run{.name = "NoReadBackAndTheSizeGiven",
-                        .arguments = {"-k", "-nfs", "-a", "{size}", "{source}", "{destination}"},
-                        .status = 0,
-                        .output = "{started}{hashed}"
-                                  "Copy completed successfully for destination file ({destination})\n"
-                                  "{movedAndFlushed}",
-                        .names = OnDisk::offloaded}),
+    testing::Values(offloads("None", "{paths}", "{started}{hashed}{bothReadBack}{movedAndFlushed}"),
+                    offloads("NoReadBack", "-k {paths}", "{started}{hashed}{sizeChecked}{movedAndFlushed}"),
+                    offloads("NoDigestEither", "-n {paths}", "{started}{sizeChecked}{movedAndFlushed}"),
+                    offloads("SourceNotReadBack", "-ns {paths}",
+                             "{started}{hashed}~INFO: verifying {backup}\n"
+                             "~verify of destination file #1 ({destination}) ok.\n"
+                             "{movedAndFlushed}"),
+                    offloads("NoFlush", "-nf {paths}",
+                             "{started}{hashed}{bothReadBack}INFO: moving files in place..\n"
+                             "INFO: done.\n"
+                             "\n"),
+                    offloads("NoSizeCheckChangesNothingWhereFilesAreReadBack", "-nfs {paths}",
+                             "{started}{hashed}{bothReadBack}{movedAndFlushed}"),
+                    offloads("NoReadBackAndTheSizeGiven", "-k -nfs -a {size} {paths}",
+                             "{started}{hashed}Copy completed successfully for destination file ({destination})\n"
+                             "{movedAndFlushed}")),
     rowName);
 
-INSTANTIATE_TEST_SUITE_P(Digests, ToolOptions,
-                         testing::Values(Run{.name = "MD5",
-                                             .arguments = {"-t", "md5", "{source}", "{destination}"},
-                                             .status = 0,
-                                             .output = "{started}{hashed}{bothReadBack}{movedAndFlushed}",
-                                             .names = OnDisk::offloaded},
-                                         Run{.name = "SHA1",
-                                             .arguments = {"-t", "sha1", "{source}", "{destination}"},
-                                             .status = 0,
-                                             .output = "{started}"
-                                                       "hash SHA1:{sha1}\n"
-                                                       "{bothReadBack}{movedAndFlushed}",
-                                             .names = OnDisk::offloaded},
-                                         Run{.name = "XXHash64BE",
-                                             .arguments = {"-t", "xxhash64be", "{source}", "{destination}"},
-                                             .status = 0,
-                                             .output = "{started}"
-                                                       "hash XXHash64BE:{xxh64}\n"
-                                                       "{bothReadBack}{movedAndFlushed}",
-                                             .names = OnDisk::offloaded},
-                                         Run{.name = "TheLastWordCounts",
-                                             .arguments = {"-t", "bogus", "-t", "sha1", "{source}", "{destination}"},
-                                             .status = 0,
-                                             .output = "{started}"
-                                                       "hash SHA1:{sha1}\n"
-                                                       "{bothReadBack}{movedAndFlushed}",
-                                             .names = OnDisk::offloaded},
-                                         Run{.name = "AnyWordWithoutDigest",
-                                             .arguments = {"-n", "-t", "bogus", "{source}", "{destination}"},
-                                             .status = 0,
-                                             .output = "{started}{sizeChecked}{movedAndFlushed}",
-                                             .names = OnDisk::offloaded}),
-                         rowName);
+INSTANTIATE_TEST_SUITE_P(
+    Digests, ToolOptions,
+    testing::Values(offloads("MD5", "-t md5 {paths}", "{started}{hashed}{bothReadBack}{movedAndFlushed}"),
+                    offloads("SHA1", "-t sha1 {paths}", "{started}hash SHA1:{sha1}\n{bothReadBack}{movedAndFlushed}"),
+                    offloads("XXHash64BE", "-t xxhash64be {paths}",
+                             "{started}hash XXHash64BE:{xxh64}\n"
+                             "{bothReadBack}{movedAndFlushed}"),
+                    offloads("TheLastWordCounts", "-t bogus -t sha1 {paths}",
+                             "{started}hash SHA1:{sha1}\n{bothReadBack}{movedAndFlushed}"),
+                    offloads("AnyWordWithoutDigest", "-n -t bogus {paths}", "{started}{sizeChecked}{movedAndFlushed}")),
+    rowName);
 
 INSTANTIATE_TEST_SUITE_P(
     ExternalHashes, ToolOptions,
-    testing::Values(Run{.name = "OfTheCopyAlgorithm",
-                        .arguments = {"-e", "MD5:{md5}", "{source}", "{destination}"},
-                        .status = 0,
-                        .output = "{started}{hashed}{bothReadBack}{movedAndFlushed}",
-                        .names = OnDisk::offloaded},
-                    Run{.name = "InCapitals",
-                        .arguments = {"-k", "-e", "MD5:{MD5}", "{source}", "{destination}"},
-                        .status = 0,
-                        .output = "{started}{hashed}{sizeChecked}{movedAndFlushed}",
-                        .names = OnDisk::offloaded},
-                    Run{.name = "OfAnotherAlgorithm",
-                        .arguments = {"-k", "-e", "SHA1:{sha1}", "{source}", "{destination}"},
-                        .status = 0,
-                        .output = "{started}{hashed}{sizeChecked}{movedAndFlushed}",
-                        .names = OnDisk::offloaded},
-                    Run{.name = "MostSignificantByteFirst",
-                        .arguments = {"-k", "-e", "XXHash64BE:{xxh64}", "{source}", "{destination}"},
-                        .status = 0,
-                        .output = "{started}{hashed}{sizeChecked}{movedAndFlushed}",
-                        .names = OnDisk::offloaded},
-                    Run{.name = "LeastSignificantByteFirst",
-                        .arguments = {"-k", "-e", "XXHash64:{xxh64reversed}", "{source}", "{destination}"},
-                        .status = 0,
-                        .output = "{started}{hashed}{sizeChecked}{movedAndFlushed}",
-                        .names = OnDisk::offloaded},
-                    Run{.name = "WithoutCopyDigest",
-                        .arguments = {"-n", "-e", "SHA1:{sha1}", "{source}", "{destination}"},
-                        .status = 0,
-                        .output = "{started}{sizeChecked}{movedAndFlushed}",
-                        .names = OnDisk::offloaded}),
+    testing::Values(
+        offloads("OfTheCopyAlgorithm", "-e MD5:{md5} {paths}", "{started}{hashed}{bothReadBack}{movedAndFlushed}"),
+        offloads("InCapitals", "-k -e MD5:{MD5} {paths}", "{started}{hashed}{sizeChecked}{movedAndFlushed}"),
+        offloads("OfAnotherAlgorithm", "-k -e SHA1:{sha1} {paths}", "{started}{hashed}{sizeChecked}{movedAndFlushed}"),
+        offloads("MostSignificantByteFirst", "-k -e XXHash64BE:{xxh64} {paths}",
+                 "{started}{hashed}{sizeChecked}{movedAndFlushed}"),
+        offloads("LeastSignificantByteFirst", "-k -e XXHash64:{xxh64reversed} {paths}",
+                 "{started}{hashed}{sizeChecked}{movedAndFlushed}"),
+        offloads("WithoutCopyDigest", "-n -e SHA1:{sha1} {paths}", "{started}{sizeChecked}{movedAndFlushed}")),
     rowName);
-
-INSTANTIATE_TEST_SUITE_P(Spellings, ToolOptions,
-                         testing::Values(Run{.name = "RightSize",
-                                             .arguments = {"-k", "-a", "{size}", "{source}", "{destination}"},
-                                             .status = 0,
-                                             .output = "{started}{hashed}{sizeChecked}{movedAndFlushed}",
-                                             .names = OnDisk::offloaded},
-                                         Run{.name = "RightSizeByItsLongName",
-                                             .arguments = {"-k", "-f_size", "{size}", "{source}", "{destination}"},
-                                             .status = 0,
-                                             .output = "{started}{hashed}{sizeChecked}{movedAndFlushed}",
-                                             .names = OnDisk::offloaded},
-                                         Run{.name = "WrongSizeIsNotLookedAtWhereFilesAreReadBack",
-                                             .arguments = {"-a", "5", "{source}", "{destination}"},
-                                             .status = 0,
-                                             .output = "{started}{hashed}{bothReadBack}{movedAndFlushed}",
-                                             .names = OnDisk::offloaded},
-                                         Run{.name = "IgnoredOnesChangeNothing",
-                                             .arguments = {"-c", "-b", "value", "-z", "{source}", "{destination}"},
-                                             .status = 0,
-                                             .output = "{started}{hashed}{bothReadBack}{movedAndFlushed}",
-                                             .names = OnDisk::offloaded},
-                                         Run{.name = "OneWithoutItsArgumentIsPassedOver",
-                                             .arguments = {"-k", "{source}", "{destination}", "-t"},
-                                             .status = 0,
-                                             .output = "{started}{hashed}{sizeChecked}{movedAndFlushed}",
-                                             .names = OnDisk::offloaded},
-                                         Run{.name = "BehindThePaths",
-                                             .arguments = {"{source}", "{destination}", "-k"},
-                                             .status = 0,
-                                             .output = "{started}{hashed}{sizeChecked}{movedAndFlushed}",
-                                             .names = OnDisk::offloaded},
-                                         Run{.name = "BetweenThePaths",
-                                             .arguments = {"{source}", "-k", "{destination}", "-nf"},
-                                             .status = 0,
-                                             .output = "{started}{hashed}{sizeChecked}"
-                                                       "INFO: moving files in place..\nINFO: done.\n\n",
-                                             .names = OnDisk::offloaded},
-                                         Run{.name = "SeveralInOneWord",
-                                             .arguments = {"-kf", "{source}", "{destination}"},
-                                             .status = 0,
-                                             .output = "{started}{hashed}{sizeChecked}{movedAndFlushed}",
-                                             .names = OnDisk::offloaded}),
-                         rowName);
-
-INSTANTIATE_TEST_SUITE_P(WithoutDestinations, ToolOptions,
-                         testing::Values(Run{.name = "ReadBack",
-                                             .arguments = {"-j", "{source}"},
-                                             .status = 0,
-                                             .output = "{started}{hashed}"
-                                                       "INFO: verifying {card}\n"
-                                                       "verify of source file #1 ({source}) ok.\n"
-                                                       "{movedAndFlushed}",
-                                             .names = OnDisk::untouched},
-                                         Run{.name = "DigestAlone",
-                                             .arguments = {"-j", "-k", "-t", "sha1", "{source}"},
-                                             .status = 0,
-                                             .output = "{started}"
-                                                       "hash SHA1:{sha1}\n"
-                                                       "{movedAndFlushed}",
-                                             .names = OnDisk::untouched},
-                                         Run{.name = "NotEvenADigest",
-                                             .arguments = {"-j", "-n", "-nf", "{source}"},
-                                             .status = 0,
-                                             .output = "{started}"
-                                                       "INFO: moving files in place..\nINFO: done.\n\n",
-                                             .names = OnDisk::untouched}),
-                         rowName);
 
 INSTANTIATE_TEST_SUITE_P(
-    Paths, ToolOptions,
-    testing::Values(Run{.name = "ASlashAtTheEndIsDropped",
-                        .arguments = {"-k", "{source}/", "{destination}//"},
-                        .status = 0,
-                        .output = "{started}{hashed}{sizeChecked}{movedAndFlushed}",
-                        .names = OnDisk::offloaded},
-                    Run{.name = "DotsAndDoubledSlashesStay",
-                        .arguments = {"-k", "{scratch}//card/.//clip.mov", "{scratch}/card/../backup//clip.mov"},
-                        .status = 0,
-                        .output = "INFO: copying {scratch}//card/....\n"
-                                  "{hashed}"
-                                  "Copy completed successfully for destination file with file size check "
-                                  "({scratch}/card/../backup//clip.mov)\n"
-                                  "{movedAndFlushed}",
-                        .names = OnDisk::offloaded},
-                    Run{.name = "ADestinationThatIsNoTextIsDropped",
-                        .arguments = {"-k", "{source}", "{scratch}/backup/\xff.mov", "{destination}"},
-                        .status = 0,
-                        .output = "{started}{hashed}{sizeChecked}{movedAndFlushed}",
-                        .names = OnDisk::offloaded}),
+    Spellings, ToolOptions,
+    testing::Values(offloads("RightSize", "-k -a {size} {paths}", "{started}{hashed}{sizeChecked}{movedAndFlushed}"),
+                    offloads("RightSizeByItsLongName", "-k -f_size {size} {paths}",
+                             "{started}{hashed}{sizeChecked}{movedAndFlushed}"),
+                    offloads("WrongSizeIsNotLookedAtWhereFilesAreReadBack", "-a 5 {paths}",
+                             "{started}{hashed}{bothReadBack}{movedAndFlushed}"),
+                    offloads("IgnoredOnesChangeNothing", "-c -b value -z {paths}",
+                             "{started}{hashed}{bothReadBack}{movedAndFlushed}"),
+                    offloads("OneWithoutItsArgumentIsPassedOver", "-k {paths} -t",
+                             "{started}{hashed}{sizeChecked}{movedAndFlushed}"),
+                    offloads("BehindThePaths", "{paths} -k", "{started}{hashed}{sizeChecked}{movedAndFlushed}"),
+                    offloads("BetweenThePaths", "{source} -k {destination} -nf",
+                             "{started}{hashed}{sizeChecked}INFO: moving files in place..\n"
+                             "INFO: done.\n"
+                             "\n"),
+                    offloads("SeveralInOneWord", "-kf {paths}", "{started}{hashed}{sizeChecked}{movedAndFlushed}")),
     rowName);
+
+INSTANTIATE_TEST_SUITE_P(WithoutDestinations, ToolOptions,
+                         testing::Values(Run{"ReadBack", "-j {source}", 0,
+                                             "{started}{hashed}INFO: verifying {card}\n"
+                                             "verify of source file #1 ({source}) ok.\n"
+                                             "{movedAndFlushed}",
+                                             OnDisk::untouched},
+                                         Run{"DigestAlone", "-j -k -t sha1 {source}", 0,
+                                             "{started}hash SHA1:{sha1}\n{movedAndFlushed}", OnDisk::untouched},
+                                         Run{"NotEvenADigest", "-j -n -nf {source}", 0,
+                                             "{started}INFO: moving files in place..\nINFO: done.\n\n",
+                                             OnDisk::untouched}),
+                         rowName);
+
+INSTANTIATE_TEST_SUITE_P(Paths, ToolOptions,
+                         testing::Values(offloads("ASlashAtTheEndIsDropped", "-k {source}/ {destination}//",
+                                                  "{started}{hashed}{sizeChecked}{movedAndFlushed}"),
+                                         offloads("DotsAndDoubledSlashesStay",
+                                                  "-k {scratch}//card/.//clip.mov {scratch}/card/../backup//clip.mov",
+                                                  "INFO: copying {scratch}//card/....\n"
+                                                  "{hashed}Copy completed successfully for destination file with file "
+                                                  "size check ({scratch}/card/../backup//clip.mov)\n"
+                                                  "{movedAndFlushed}"),
+                                         offloads("ADestinationThatIsNoTextIsDropped",
+                                                  "-k {source} {scratch}/backup/\xff.mov {destination}",
+                                                  "{started}{hashed}{sizeChecked}{movedAndFlushed}")),
+                         rowName);
 
 class ToolRefusals : public testing::TestWithParam<Run> {};
 
 TEST_P(ToolRefusals, SayWhatIsWrongAndGiveNoFinalName) {
-  auto refused = GetParam();
-  if (std::string_view(refused.output).ends_with("{invalid}")) refused.logged = usage;
-  expectRun(refused);
+  auto row = GetParam();
+  if (std::string_view(row.output).ends_with("{invalid}")) row.logged = usage;
+  expectRun(row);
 }
 
-INSTANTIATE_TEST_SUITE_P(CommandLines, ToolRefusals,
-                         testing::Values(Run{.name = "NoArguments",
-                                             .arguments = {nullptr},
-                                             .status = 1,
-                                             .output = "no destination specified\n"
-                                                       "{invalid}",
-                                             .names = OnDisk::untouched},
-                                         Run{.name = "OptionsAlone",
-                                             .arguments = {"-v", "-k"},
-                                             .status = 1,
-                                             .output = "no destination specified\n"
-                                                       "{invalid}",
-                                             .names = OnDisk::untouched},
-                                         Run{.name = "NoDestination",
-                                             .arguments = {"{source}"},
-                                             .status = 1,
-                                             .output = "no destination specified\n"
-                                                       "{invalid}",
-                                             .names = OnDisk::untouched},
-                                         Run{.name = "OnlyADestinationThatIsNoText",
-                                             .arguments = {"{source}", "{scratch}/backup/\xff.mov"},
-                                             .status = 1,
-                                             .output = "no destination specified\n"
-                                                       "{invalid}",
-                                             .names = OnDisk::untouched},
-                                         Run{.name = "NeitherSourceNorDestinationNeeded",
-                                             .arguments = {"-j"},
-                                             .status = 1,
-                                             .output = "no source specified\n"
-                                                       "{invalid}",
-                                             .names = OnDisk::untouched},
-                                         Run{.name = "ASourceThatIsNoText",
-                                             .arguments = {"{scratch}/card/\xff.mov", "{destination}"},
-                                             .status = 1,
-                                             .output = "no source specified\n"
-                                                       "{invalid}",
-                                             .names = OnDisk::untouched},
-                                         Run{.name = "ASourceThatIsNoTextWithoutDestination",
-                                             .arguments = {"{scratch}/card/\xff.mov"},
-                                             .status = 1,
-                                             .output = "no destination specified\n"
-                                                       "{invalid}",
-                                             .names = OnDisk::untouched},
-                                         Run{.name = "AnUnknownDigest",
-                                             .arguments = {"-t", "bogus", "{source}", "{destination}"},
-                                             .status = 1,
-                                             .output = "invalid digest algorithm bogus\n"
-                                                       "{invalid}",
-                                             .names = OnDisk::untouched},
-                                         Run{.name = "ADigestInCapitals",
-                                             .arguments = {"-t", "MD5", "{source}", "{destination}"},
-                                             .status = 1,
-                                             .output = "invalid digest algorithm MD5\n"
-                                                       "{invalid}",
-                                             .names = OnDisk::untouched},
-                                         Run{.name = "ADigestThatOnlyExternalHashesHave",
-                                             .arguments = {"-t", "xxhash64", "{source}", "{destination}"},
-                                             .status = 1,
-                                             .output = "invalid digest algorithm xxhash64\n"
-                                                       "{invalid}",
-                                             .names = OnDisk::untouched},
-                                         Run{.name = "AnUnknownDigestThatLooksLikeAFormat",
-                                             .arguments = {"-t", "%s{}%n", "{source}", "{destination}"},
-                                             .status = 1,
-                                             .output = "invalid digest algorithm %s{}%n\n"
-                                                       "{invalid}",
-                                             .names = OnDisk::untouched},
-                                         Run{.name = "ASequenceAskedForBehindTheSource",
-                                             .arguments = {"{source}", "-s", "{destination}"},
-                                             .status = 1,
-                                             .output = "is sequence but could not get input sequence\n"
-                                                       "{invalid}",
-                                             .names = OnDisk::untouched},
-                                         Run{.name = "ASequenceWithoutPaths",
-                                             .arguments = {"-s", "-j"},
-                                             .status = 1,
-                                             .output = "is sequence but could not get input sequence\n"
-                                                       "{invalid}",
-                                             .names = OnDisk::untouched},
-                                         Run{.name = "ASequenceWithoutDestination",
-                                             .arguments = {"-s", "{card}/clip.1-2_##.mov"},
-                                             .status = 1,
-                                             .output = "no destination specified\n"
-                                                       "{invalid}",
-                                             .names = OnDisk::untouched},
-                                         Run{.name = "AFileForASequence",
-                                             .arguments = {"-s", "{source}", "{destination}"},
-                                             .status = 1,
-                                             .output = "ERROR: Wrong arguments - missing hashes in identifier.\n"
-                                                       "is sequence but could not get input sequence\n"
-                                                       "{invalid}",
-                                             .names = OnDisk::untouched},
-                                         Run{.name = "AFileForASequenceWithoutDestination",
-                                             .arguments = {"-s", "{source}"},
-                                             .status = 1,
-                                             .output = "ERROR: Wrong arguments - missing hashes in identifier.\n"
-                                                       "no destination specified\n"
-                                                       "{invalid}",
-                                             .names = OnDisk::untouched}),
-                         rowName);
+INSTANTIATE_TEST_SUITE_P(
+    CommandLines, ToolRefusals,
+    testing::Values(
+        refused("NoArguments", "", "no destination specified\n{invalid}"),
+        refused("OptionsAlone", "-v -k", "no destination specified\n{invalid}"),
+        refused("NoDestination", "{source}", "no destination specified\n{invalid}"),
+        refused("OnlyADestinationThatIsNoText", "{source} {scratch}/backup/\xff.mov",
+                "no destination specified\n{invalid}"),
+        refused("NeitherSourceNorDestinationNeeded", "-j", "no source specified\n{invalid}"),
+        refused("ASourceThatIsNoText", "{scratch}/card/\xff.mov {destination}", "no source specified\n{invalid}"),
+        refused("ASourceThatIsNoTextWithoutDestination", "{scratch}/card/\xff.mov",
+                "no destination specified\n{invalid}"),
+        refused("AnUnknownDigest", "-t bogus {paths}", "invalid digest algorithm bogus\n{invalid}"),
+        refused("ADigestInCapitals", "-t MD5 {paths}", "invalid digest algorithm MD5\n{invalid}"),
+        refused("ADigestThatOnlyExternalHashesHave", "-t xxhash64 {paths}",
+                "invalid digest algorithm xxhash64\n{invalid}"),
+        refused("AnUnknownDigestThatLooksLikeAFormat", "-t %s{}%n {paths}",
+                "invalid digest algorithm %s{}%n\n{invalid}"),
+        refused("ASequenceAskedForBehindTheSource", "{source} -s {destination}",
+                "is sequence but could not get input sequence\n{invalid}"),
+        refused("ASequenceWithoutPaths", "-s -j", "is sequence but could not get input sequence\n{invalid}"),
+        refused("ASequenceWithoutDestination", "-s {card}/clip.1-2_##.mov", "no destination specified\n{invalid}"),
+        refused("AFileForASequence", "-s {paths}",
+                "ERROR: Wrong arguments - missing hashes in identifier.\n"
+                "is sequence but could not get input sequence\n"
+                "{invalid}"),
+        refused("AFileForASequenceWithoutDestination", "-s {source}",
+                "ERROR: Wrong arguments - missing hashes in identifier.\n"
+                "no destination specified\n"
+                "{invalid}")),
+    rowName);
 
 TEST(Tool, EveryFileOfASequenceGetsTheNameOfItsSourceInTheFolderOfTheDestination) {
   const ScratchDirectory scratch;
@@ -397,158 +211,55 @@ TEST(Tool, EveryFileOfASequenceGetsTheNameOfItsSourceInTheFolderOfTheDestination
 INSTANTIATE_TEST_SUITE_P(
     Sizes, ToolRefusals,
     testing::Values(
-        Run{.name = "TooLarge",
-            .arguments = {"-k", "-a", "3145746", "{source}", "{destination}"},
-            .status = 104,
-            .output = "{started}{hashed}"
-                      "the expected filesize (3145746) is not the number of bytes copied (3145745)\n",
-            .logged = "the expected filesize (3145746) is not the number of bytes copied (3145745)",
-            .names = OnDisk::notMoved},
-        Run{.name = "Zero",
-            .arguments = {"-k", "-a", "0", "{source}", "{destination}"},
-            .status = 104,
-            .output = "{started}{hashed}"
-                      "the expected filesize (0) is not the number of bytes copied (3145745)\n",
-            .logged = "the expected filesize (0) is not the number of bytes copied (3145745)",
-            .names = OnDisk::notMoved},
-        Run{.name = "Negative",
-            .arguments = {"-k", "-a", "-1", "{source}", "{destination}"},
-            .status = 104,
-            .output = "{started}{hashed}"
-                      "the expected filesize (18446744073709551615) is not the number of bytes copied (3145745)\n",
-            .logged = "the expected filesize (18446744073709551615) is not the number of bytes copied (3145745)",
-            .names = OnDisk::notMoved},
-        Run{.name = "NotANumber",
-            .arguments = {"-n", "-a", "many", "{source}", "{destination}"},
-            .status = 104,
-            .output = "{started}"
-                      "the expected filesize (0) is not the number of bytes copied (3145745)\n",
-            .logged = "the expected filesize (0) is not the number of bytes copied (3145745)",
-            .names = OnDisk::notMoved},
+        Run{"TooLarge", "-k -a 3145746 {paths}", 104, "{started}{hashed}{logged}\n", OnDisk::notMoved,
+            "the expected filesize (3145746) is not the number of bytes copied (3145745)"},
+        Run{"Zero", "-k -a 0 {paths}", 104, "{started}{hashed}{logged}\n", OnDisk::notMoved,
+            "the expected filesize (0) is not the number of bytes copied (3145745)"},
+        Run{"Negative", "-k -a -1 {paths}", 104, "{started}{hashed}{logged}\n", OnDisk::notMoved,
+            "the expected filesize (18446744073709551615) is not the number of bytes copied (3145745)"},
+        Run{"NotANumber", "-n -a many {paths}", 104, "{started}{logged}\n", OnDisk::notMoved,
+            "the expected filesize (0) is not the number of bytes copied (3145745)"},
         // The source is not asked for its size then, so there is nothing that the bytes copied could be right against.
-        Run{.name = "NoneWhereSizesOnDiskAreNotLookedAt",
-            .arguments = {"-k", "-nfs", "{source}", "{destination}"},
-            .status = 104,
-            .output = "{started}{hashed}"
-                      "the expected filesize (0) is not the number of bytes copied (3145745)\n",
-            .logged = "the expected filesize (0) is not the number of bytes copied (3145745)",
-            .names = OnDisk::notMoved},
-        Run{.name = "WrongEvenWhereSizesOnDiskAreNotLookedAt",
-            .arguments = {"-k", "-nfs", "-a", "5", "{source}", "{destination}"},
-            .status = 104,
-            .output = "{started}{hashed}"
-                      "the expected filesize (5) is not the number of bytes copied (3145745)\n",
-            .logged = "the expected filesize (5) is not the number of bytes copied (3145745)",
-            .names = OnDisk::notMoved}),
+        Run{"NoneWhereSizesOnDiskAreNotLookedAt", "-k -nfs {paths}", 104, "{started}{hashed}{logged}\n",
+            OnDisk::notMoved, "the expected filesize (0) is not the number of bytes copied (3145745)"},
+        Run{"WrongEvenWhereSizesOnDiskAreNotLookedAt", "-k -nfs -a 5 {paths}", 104, "{started}{hashed}{logged}\n",
+            OnDisk::notMoved, "the expected filesize (5) is not the number of bytes copied (3145745)"}),
     rowName);
 
 INSTANTIATE_TEST_SUITE_P(
     ExternalHashes, ToolRefusals,
-    testing::Values(Run{.name = "Wrong",
-                        .arguments = {"-e", "MD5:abc", "{source}", "{destination}"},
-                        .status = 103,
-                        .output = "{started}{hashed}"
-                                  "INFO: external hash: MD5:abc but got hash: MD5:{md5}.\n"
-                                  "INFO: external hash: MD5:abc but got hash: MD5:{md5}.\n",
-                        .logged = "INFO: external hash: MD5:abc but got hash: MD5:{md5}.",
-                        .names = OnDisk::notMoved},
-                    Run{.name = "WrongBehindTheSizeCheck",
-                        .arguments = {"-k", "-e", "SHA1:abc", "{source}", "{destination}"},
-                        .status = 103,
-                        .output = "{started}{hashed}{sizeChecked}"
-                                  "INFO: external hash: SHA1:abc but got hash: SHA1:{sha1}.\n"
-                                  "INFO: external hash: SHA1:abc but got hash: SHA1:{sha1}.\n",
-                        .logged = "INFO: external hash: SHA1:abc but got hash: SHA1:{sha1}.",
-                        .names = OnDisk::notMoved},
-                    Run{.name = "WrongWithoutCopyDigest",
-                        .arguments = {"-n", "-e", "MD5:abc", "{source}", "{destination}"},
-                        .status = 103,
-                        .output = "{started}{sizeChecked}"
-                                  "INFO: external hash: MD5:abc but got hash: MD5:{md5}.\n"
-                                  "INFO: external hash: MD5:abc but got hash: MD5:{md5}.\n",
-                        .logged = "INFO: external hash: MD5:abc but got hash: MD5:{md5}.",
-                        .names = OnDisk::notMoved},
-                    Run{.name = "OneByteOrderForTheOther",
-                        .arguments = {"-k", "-e", "XXHash64:{xxh64}", "{source}", "{destination}"},
-                        .status = 103,
-                        .output = "{started}{hashed}{sizeChecked}"
-                                  "INFO: external hash: XXHash64:{xxh64} but got hash: XXHash64:{xxh64reversed}.\n"
-                                  "INFO: external hash: XXHash64:{xxh64} but got hash: XXHash64:{xxh64reversed}.\n",
-                        .logged = "INFO: external hash: XXHash64:{xxh64} but got hash: XXHash64:{xxh64reversed}.",
-                        .names = OnDisk::notMoved},
-                    Run{.name = "WithoutAColon",
-                        .arguments = {"-e", "MD5", "{source}", "{destination}"},
-                        .status = 1,
-                        .output = "{started}"
-                                  "invalid external hash string: MD5\n",
-                        .names = OnDisk::untouched},
-                    Run{.name = "WithoutDigits",
-                        .arguments = {"-e", "MD5:", "{source}", "{destination}"},
-                        .status = 1,
-                        .output = "{started}"
-                                  "invalid external hash string: MD5:\n",
-                        .names = OnDisk::untouched},
-                    Run{.name = "WithTwoColons",
-                        .arguments = {"-e", "a:b:c", "{source}", "{destination}"},
-                        .status = 1,
-                        .output = "{started}"
-                                  "invalid external hash string: a:b:c\n",
-                        .names = OnDisk::untouched},
-                    Run{.name = "Empty",
-                        .arguments = {"-e", "", "{source}", "{destination}"},
-                        .status = 1,
-                        .output = "{started}"
-                                  "invalid external hash string: \n",
-                        .names = OnDisk::untouched},
-                    Run{.name = "OfALowerCaseAlgorithm",
-                        .arguments = {"-e", "md5:{md5}", "{source}", "{destination}"},
-                        .status = 1,
-                        .output = "{started}"
-                                  "invalid external hash format: md5:{md5}\n",
-                        .names = OnDisk::untouched},
-                    Run{.name = "WithoutAnAlgorithm",
-                        .arguments = {"-n", "-e", ":abc", "{source}", "{destination}"},
-                        .status = 1,
-                        .output = "{started}"
-                                  "invalid external hash format: :abc\n",
-                        .names = OnDisk::untouched}),
+    testing::Values(
+        Run{"Wrong", "-e MD5:abc {paths}", 103, "{started}{hashed}{logged}\n{logged}\n", OnDisk::notMoved,
+            "INFO: external hash: MD5:abc but got hash: MD5:{md5}."},
+        Run{"WrongBehindTheSizeCheck", "-k -e SHA1:abc {paths}", 103,
+            "{started}{hashed}{sizeChecked}{logged}\n{logged}\n", OnDisk::notMoved,
+            "INFO: external hash: SHA1:abc but got hash: SHA1:{sha1}."},
+        Run{"WrongWithoutCopyDigest", "-n -e MD5:abc {paths}", 103, "{started}{sizeChecked}{logged}\n{logged}\n",
+            OnDisk::notMoved, "INFO: external hash: MD5:abc but got hash: MD5:{md5}."},
+        Run{"OneByteOrderForTheOther", "-k -e XXHash64:{xxh64} {paths}", 103,
+            "{started}{hashed}{sizeChecked}{logged}\n{logged}\n", OnDisk::notMoved,
+            "INFO: external hash: XXHash64:{xxh64} but got hash: XXHash64:{xxh64reversed}."},
+        refused("WithoutAColon", "-e MD5 {paths}", "{started}invalid external hash string: MD5\n"),
+        refused("WithoutDigits", "-e MD5: {paths}", "{started}invalid external hash string: MD5:\n"),
+        refused("WithTwoColons", "-e a:b:c {paths}", "{started}invalid external hash string: a:b:c\n"),
+        refused("Empty", "-e  {paths}", "{started}invalid external hash string: \n"),
+        refused("OfALowerCaseAlgorithm", "-e md5:{md5} {paths}", "{started}invalid external hash format: md5:{md5}\n"),
+        refused("WithoutAnAlgorithm", "-n -e :abc {paths}", "{started}invalid external hash format: :abc\n")),
     rowName);
 
-INSTANTIATE_TEST_SUITE_P(Files, ToolRefusals,
-                         testing::Values(Run{.name = "NoSuchSource",
-                                             .arguments = {"{scratch}/card/none.mov", "{destination}"},
-                                             .status = 108,
-                                             .output = "{started}"
-                                                       "ERROR: could not open file at path: {scratch}/card/none.mov\n",
-                                             .names = OnDisk::notMoved},
-                                         Run{.name = "ASourceThatIsAFolder",
-                                             .arguments = {"{card}", "{destination}"},
-                                             .status = 111,
-                                             .output = "INFO: copying {scratch}...\n",
-                                             .names = OnDisk::notMoved},
-                                         Run{.name = "NoSuchFolder",
-                                             .arguments = {"{source}", "{scratch}/none/clip.mov"},
-                                             .status = 107,
-                                             .output = "{started}",
-                                             .names = OnDisk::untouched},
-                                         Run{.name = "NoSuchFolderForTheSecondDestination",
-                                             .arguments = {"{source}", "{destination}", "{scratch}/none/clip.mov"},
-                                             .status = 107,
-                                             .output = "{started}",
-                                             .names = OnDisk::notMoved},
-                                         Run{.name = "AFileInTheWayOfAFolder",
-                                             .arguments = {"{source}", "{source}/clip.mov"},
-                                             .status = 107,
-                                             .output = "{started}",
-                                             .names = OnDisk::untouched},
-                                         Run{.name = "TheRootFolderAsDestination",
-                                             .arguments = {"{source}", "/"},
-                                             .status = 109,
-                                             .output = "{started}"
-                                                       "failed to perform copy\n",
-                                             .logged = "/ already exists",
-                                             .names = OnDisk::untouched}),
-                         rowName);
+INSTANTIATE_TEST_SUITE_P(
+    Files, ToolRefusals,
+    testing::Values(Run{"NoSuchSource", "{scratch}/card/none.mov {destination}", 108,
+                        "{started}ERROR: could not open file at path: {scratch}/card/none.mov\n", OnDisk::notMoved},
+                    Run{"ASourceThatIsAFolder", "{card} {destination}", 111, "INFO: copying {scratch}...\n",
+                        OnDisk::notMoved},
+                    Run{"NoSuchFolder", "{source} {scratch}/none/clip.mov", 107, "{started}", OnDisk::untouched},
+                    Run{"NoSuchFolderForTheSecondDestination", "{paths} {scratch}/none/clip.mov", 107, "{started}",
+                        OnDisk::notMoved},
+                    Run{"AFileInTheWayOfAFolder", "{source} {source}/clip.mov", 107, "{started}", OnDisk::untouched},
+                    Run{"TheRootFolderAsDestination", "{source} /", 109, "{started}failed to perform copy\n",
+                        OnDisk::untouched, "/ already exists"}),
+    rowName);
 
 TEST(Tool, AnOffloadWithoutReadBackPrintsItsLinesInOrderAndLeavesTheFinalName) {
   const ScratchDirectory scratch;

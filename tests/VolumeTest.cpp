@@ -4,7 +4,7 @@
 
 #include "platform/Disks.h"
 #include "platform/Volume.h"
-#include "tests/FaultyFileSystem.h"
+#include "tests/support/FaultyFileSystem.h"
 #include "tests/support/OnFileSystem.h"
 #include "tests/support/ScratchDirectory.h"
 

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "KDXFileTools/kdxoffload/CatalogueRow.h"
+#include "tests/kdxoffload/DatabaseAt.h"
 #include "tests/support/ScratchDirectory.h"
 
 using kdxoffload::Database;
@@ -23,7 +24,6 @@ const FileRecord proved{.state = FileRecord::State::proved,
 class CatalogueRowTest : public testing::Test {
  protected:
   CatalogueRowTest() {
-    database.execute("PRAGMA synchronous = OFF");
     database.execute("PRAGMA journal_mode = MEMORY");
     database.execute(fmt::format("CREATE TABLE files ({})", CatalogueRow::columns));
   }
@@ -42,8 +42,7 @@ class CatalogueRowTest : public testing::Test {
   }
 
   ScratchDirectory scratch;
-  Database database =
-      Database::open(scratch.file("rows"), Database::Access::makeAndChange, std::chrono::milliseconds(0));
+  Database database = databaseAt(scratch.file("rows"));
 };
 
 }  // namespace

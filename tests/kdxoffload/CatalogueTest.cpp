@@ -9,7 +9,7 @@
 #include <fstream>
 
 #include "KDXFileTools/kdxoffload/Catalogue.h"
-#include "KDXFileTools/kdxoffload/Database.h"
+#include "tests/kdxoffload/DatabaseAt.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/MountedFileSystem.h"
 #include "tests/support/ScratchDirectory.h"
@@ -52,6 +52,8 @@ FileOfRecord fileAt(std::size_t destination, const std::string& path, State stat
   return {.destination = destination, .path = path, .record = recordIn(state)};
 }
 
+const std::vector<FileOfRecord> clip{fileAt(0, "clip.mov", State::proved)};
+
 // A card of files at its top.
 Listing cardOf(const Paths& names) {
   Listing card;
@@ -85,13 +87,12 @@ class CatalogueTest : public testing::Test {
   }
   void proveClip() const {
     Catalogue catalogue = started();
-    catalogue.begin(std::vector{fileAt(0, "clip.mov", State::proved)});
-    catalogue.prove(std::vector{fileAt(0, "clip.mov", State::proved)});
+    catalogue.begin(clip);
+    catalogue.prove(clip);
   }
   // Does to the database what no release of the program does.
   void change(const std::string& statement) const {
-    Database database = Database::open(path, Database::Access::makeAndChange, noPatience);
-    database.execute("PRAGMA synchronous = OFF");
+    Database database = databaseAt(path);
     database.execute(statement);
     ASSERT_FALSE(database.hasFailed()) << database.failure();
   }
@@ -100,13 +101,18 @@ class CatalogueTest : public testing::Test {
     ASSERT_TRUE(catalogue.problem());
     EXPECT_THAT(*catalogue.problem(), HasSubstr(why));
     catalogue.startOffload("/media/card", {raid}, 1000);
-    catalogue.begin(std::vector{fileAt(0, "clip.mov", State::proved)});
-    catalogue.prove(std::vector{fileAt(0, "clip.mov", State::proved)});
-    catalogue.forget(std::vector{fileAt(0, "clip.mov", State::proved)});
+    catalogue.begin(clip);
+    catalogue.prove(clip);
+    catalogue.forget(clip);
     catalogue.endOffload({});
     EXPECT_EQ(FileRecord{}, recordOf(catalogue, raid, "clip.mov"));
     EXPECT_THAT(catalogue.history(), IsEmpty());
     EXPECT_THAT(catalogue.destinationsOf("/media/card"), IsEmpty());
+  }
+  // Neither to be kept nor to be read.
+  void expectUseless(const std::string& why) const {
+    expectUseless(opened(), why);
+    expectUseless(Catalogue::openForReading(path), why);
   }
 
   ScratchDirectory scratch;
@@ -171,14 +177,14 @@ TEST_F(CatalogueTest, RemembersHowAFileWasProved) {
 
 TEST_F(CatalogueTest, TakesNothingForAProofThatIsNone) {
   Catalogue catalogue = started();
-  catalogue.begin(std::vector{fileAt(0, "clip.mov", State::proved)});
+  catalogue.begin(clip);
   catalogue.prove(std::vector{fileAt(0, "clip.mov", State::begun), fileAt(0, "clip.mov", State::none)});
   EXPECT_EQ(begun(), recordOf(catalogue, raid, "clip.mov"));
 }
 
 TEST_F(CatalogueTest, KeepsEachDestinationApart) {
   Catalogue catalogue = started();
-  catalogue.prove(std::vector{fileAt(0, "clip.mov", State::proved)});
+  catalogue.prove(clip);
   EXPECT_EQ(recordIn(State::proved), recordOf(catalogue, raid, "clip.mov"));
   EXPECT_EQ(FileRecord{}, recordOf(catalogue, shuttle, "clip.mov"));
 }
@@ -194,8 +200,8 @@ TEST_F(CatalogueTest, KnowsADestinationByItsPathAtAnyPosition) {
 
 TEST_F(CatalogueTest, AFileThatIsBegunAnewIsProvedNoMore) {
   Catalogue catalogue = started();
-  catalogue.prove(std::vector{fileAt(0, "clip.mov", State::proved)});
-  catalogue.begin(std::vector{fileAt(0, "clip.mov", State::proved)});
+  catalogue.prove(clip);
+  catalogue.begin(clip);
   EXPECT_EQ(begun(), recordOf(catalogue, raid, "clip.mov"));
 }
 
@@ -262,7 +268,7 @@ TEST_F(CatalogueTest, KeepsThousandsOfFilesInOneChange) {
 TEST_F(CatalogueTest, AProgramKilledAfterTheFirstStepLeavesWhatItHadBegun) {
   EXPECT_EQ(128 + SIGKILL, statusOfChild([this] {
               Catalogue catalogue = started();
-              catalogue.begin(std::vector{fileAt(0, "clip.mov", State::proved)});
+              catalogue.begin(clip);
               die();
             }));
   const Catalogue catalogue = opened();
@@ -395,7 +401,7 @@ TEST_F(CatalogueTest, OnAFileSystemOfThisMachineNobodyWhoLooksHoldsAnOffloadUp) 
   Database looking = Database::open(path, Database::Access::look, noPatience);
   looking.execute("BEGIN");
   ASSERT_EQ(0, looking.integer("SELECT count(*) FROM files"));
-  catalogue.prove(std::vector{fileAt(0, "clip.mov", State::proved)});
+  catalogue.prove(clip);
   EXPECT_FALSE(catalogue.problem()) << *catalogue.problem();
   EXPECT_EQ(recordIn(State::proved), recordOf(catalogue, raid, "clip.mov"));
 }
@@ -414,7 +420,7 @@ TEST_F(CatalogueTest, LookedUpItRemembersNothingNew) {
   {
     Catalogue catalogue = Catalogue::openForReading(path);
     catalogue.startOffload("/media/card", {raid}, 5000);
-    catalogue.begin(std::vector{fileAt(0, "clip.mov", State::proved)});
+    catalogue.begin(clip);
     EXPECT_EQ(recordIn(State::proved), recordOf(catalogue, raid, "clip.mov"));
     EXPECT_FALSE(catalogue.problem());
   }
@@ -426,8 +432,7 @@ TEST_F(CatalogueTest, LookedUpItRemembersNothingNew) {
 TEST_F(CatalogueTest, AFileThatIsNoDatabaseIsLeftAsItIs) {
   const std::string bytes = mediaBytes(100 * KiB);
   writeFile(path, bytes);
-  expectUseless(opened(), "not a catalogue");
-  expectUseless(Catalogue::openForReading(path), "not a catalogue");
+  expectUseless("not a catalogue");
   EXPECT_EQ(bytes, readFile(path));
   EXPECT_EQ(Paths{"catalogue.sqlite"}, namesBelow(scratch.path()));
 }
@@ -445,8 +450,7 @@ TEST_F(CatalogueTest, AnotherProgramsDatabaseIsLeftAsItIs) {
     std::filesystem::remove(path);
     change(identity);
     const std::string before = readFile(path);
-    expectUseless(opened(), "another program's database");
-    expectUseless(Catalogue::openForReading(path), "another program's database");
+    expectUseless("another program's database");
     EXPECT_EQ(before, readFile(path)) << identity;
   }
 }
@@ -455,8 +459,7 @@ TEST_F(CatalogueTest, TheCatalogueOfANewerReleaseIsLeftAsItIs) {
   proveClip();
   change("PRAGMA user_version = 2");
   const std::string before = readFile(path);
-  expectUseless(opened(), "newer release");
-  expectUseless(Catalogue::openForReading(path), "newer release");
+  expectUseless("newer release");
   EXPECT_EQ(before, readFile(path));
 }
 
@@ -489,7 +492,7 @@ TEST_F(CatalogueTest, NoByteThatWasDamagedMakesAProof) {
   constexpr std::size_t step = 61;
   {
     Catalogue catalogue = started();
-    catalogue.begin(std::vector{fileAt(0, "clip.mov", State::proved)});
+    catalogue.begin(clip);
   }
   const std::string whole = readFile(path);
   std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
@@ -507,7 +510,7 @@ TEST_F(CatalogueTest, NoByteThatWasDamagedMakesAProof) {
 
 TEST_F(CatalogueTest, OneThatIsLockedIsGivenUp) {
   proveClip();
-  Database holder = Database::open(path, Database::Access::makeAndChange, noPatience);
+  Database holder = databaseAt(path);
   holder.execute("BEGIN EXCLUSIVE");
   expectUseless(opened(), "locked by another program");
 }
@@ -515,7 +518,7 @@ TEST_F(CatalogueTest, OneThatIsLockedIsGivenUp) {
 TEST_F(CatalogueTest, OneThatIsLockedInTheMiddleIsGivenUp) {
   Catalogue catalogue = started();
   catalogue.begin(std::vector{fileAt(0, "a", State::proved)});
-  Database holder = Database::open(path, Database::Access::makeAndChange, noPatience);
+  Database holder = databaseAt(path);
   holder.execute("BEGIN IMMEDIATE");
   ASSERT_FALSE(holder.hasFailed());
   catalogue.prove(std::vector{fileAt(0, "a", State::proved)});
@@ -524,7 +527,7 @@ TEST_F(CatalogueTest, OneThatIsLockedInTheMiddleIsGivenUp) {
 
 TEST_F(CatalogueTest, ALockIsWaitedFor) {
   proveClip();
-  Database holder = Database::open(path, Database::Access::makeAndChange, noPatience);
+  Database holder = databaseAt(path);
   holder.execute("BEGIN EXCLUSIVE");
   const auto start = std::chrono::steady_clock::now();
   EXPECT_TRUE(Catalogue::open(path, std::chrono::milliseconds(200)).problem());
@@ -533,12 +536,10 @@ TEST_F(CatalogueTest, ALockIsWaitedFor) {
 
 TEST_F(CatalogueTest, SomethingElseAtItsNameIsNoCatalogue) {
   std::filesystem::create_directory(path);
-  expectUseless(opened(), "no file");
-  expectUseless(Catalogue::openForReading(path), "no file");
+  expectUseless("no file");
   std::filesystem::remove(path);
   ASSERT_EQ(0, ::mkfifo(path.c_str(), 0600));
-  expectUseless(opened(), "no file");
-  expectUseless(Catalogue::openForReading(path), "no file");
+  expectUseless("no file");
 }
 
 TEST_F(CatalogueTest, WhereItsFolderCanNotBeMadeNothingIsRemembered) {
@@ -579,7 +580,7 @@ TEST_F(CatalogueTest, OnAFileSystemThatBecomesFullTheRunGoesOnWithoutIt) {
   if (!small) GTEST_SKIP() << whyNot;
   path = small->file("catalogue.sqlite");
   Catalogue catalogue = started();
-  catalogue.prove(std::vector{fileAt(0, "clip.mov", State::proved)});
+  catalogue.prove(clip);
   ASSERT_FALSE(catalogue.problem()) << *catalogue.problem();
   std::vector<FileOfRecord> files(20'000);
   for (std::size_t index = 0; index < files.size(); ++index) {

@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "KDXFileTools/kdxoffload/Database.h"
+#include "tests/kdxoffload/DatabaseAt.h"
 #include "tests/support/ScratchDirectory.h"
 
 using kdxoffload::Database;
@@ -10,17 +10,18 @@ using testing::HasSubstr;
 
 namespace {
 
-constexpr std::chrono::milliseconds noPatience{0};
+class DatabaseTest : public testing::Test {
+ protected:
+  [[nodiscard]] Database opened() const { return databaseAt(path); }
 
-Database openedAt(const std::string& path) {
-  return Database::open(path, Database::Access::makeAndChange, noPatience);
-}
+  const ScratchDirectory scratch;
+  const std::string path = scratch.file("database");
+};
 
 }  // namespace
 
-TEST(Database, GivesValuesBackAsTheyWerePut) {
-  const ScratchDirectory scratch;
-  Database database = openedAt(scratch.file("values"));
+TEST_F(DatabaseTest, GivesValuesBackAsTheyWerePut) {
+  Database database = opened();
   database.execute("CREATE TABLE t (a, b, c, d)");
   const std::string bytes("\0\xff'\n", 4);
   database.prepare("INSERT INTO t VALUES (?1, ?2, ?3, ?4)")
@@ -39,105 +40,95 @@ TEST(Database, GivesValuesBackAsTheyWerePut) {
   EXPECT_FALSE(database.hasFailed());
 }
 
-TEST(Database, GivesNoValueOfAnotherType) {
-  const ScratchDirectory scratch;
-  Database database = openedAt(scratch.file("types"));
+TEST_F(DatabaseTest, GivesNoValueOfAnotherType) {
+  Database database = opened();
   Statement found = database.prepare("SELECT 'text', 1.5, NULL, x'00', 7");
   ASSERT_TRUE(found.step());
   for (const int column : {0, 1, 2, 3}) EXPECT_FALSE(found.integer(column)) << column;
   for (const int column : {0, 1, 2, 4}) EXPECT_FALSE(found.bytes(column)) << column;
 }
 
-TEST(Database, DoesNothingAnyMoreAfterAFailure) {
-  const ScratchDirectory scratch;
-  Database database = openedAt(scratch.file("failed"));
+TEST_F(DatabaseTest, DoesNothingAnyMoreAfterAFailure) {
+  Database database = opened();
   database.execute("CREATE TABLE t (a)");
   database.execute("INSERT INTO missing VALUES (1)");
   EXPECT_TRUE(database.hasFailed());
   database.execute("INSERT INTO t VALUES (1)");
   EXPECT_FALSE(database.integer("SELECT 1"));
-  Database again = openedAt(scratch.file("failed"));
+  Database again = opened();
   EXPECT_EQ(0, again.integer("SELECT count(*) FROM t"));
 }
 
-TEST(Database, KeepsTheFirstFailure) {
-  const ScratchDirectory scratch;
-  Database database = openedAt(scratch.file("first"));
+TEST_F(DatabaseTest, KeepsTheFirstFailure) {
+  Database database = opened();
   database.fail("it is too old");
   database.fail("it is too new");
   database.execute("nonsense");
   EXPECT_EQ("it is too old", database.failure());
 }
 
-TEST(Database, GoesOnAfterAnAttemptThatFails) {
-  const ScratchDirectory scratch;
-  Database database = openedAt(scratch.file("attempt"));
+TEST_F(DatabaseTest, GoesOnAfterAnAttemptThatFails) {
+  Database database = opened();
   database.attempt("INSERT INTO missing VALUES (1)");
   EXPECT_FALSE(database.hasFailed());
   EXPECT_EQ(1, database.integer("SELECT 1"));
 }
 
-TEST(Database, UndoesAnOpenTransactionWhenItIsClosed) {
-  const ScratchDirectory scratch;
+TEST_F(DatabaseTest, UndoesAnOpenTransactionWhenItIsClosed) {
   {
-    Database database = openedAt(scratch.file("undone"));
+    Database database = opened();
     database.execute("CREATE TABLE t (a)");
     database.execute("BEGIN");
     database.execute("INSERT INTO t VALUES (1)");
   }
-  Database again = openedAt(scratch.file("undone"));
+  Database again = opened();
   EXPECT_EQ(0, again.integer("SELECT count(*) FROM t"));
   EXPECT_FALSE(again.hasFailed());
 }
 
-TEST(Database, TakesNoPathForAnythingButAFile) {
-  const ScratchDirectory scratch;
-  Database database = openedAt(scratch.file("file:x?mode=memory"));
+TEST_F(DatabaseTest, TakesNoPathForAnythingButAFile) {
+  Database database = databaseAt(scratch.file("file:x?mode=memory"));
   database.execute("CREATE TABLE t (a)");
   EXPECT_FALSE(database.hasFailed());
   EXPECT_EQ(std::vector<std::string>{"file:x?mode=memory"}, namesBelow(scratch.path()));
 }
 
-TEST(Database, OpenedToLookChangesNothing) {
-  const ScratchDirectory scratch;
-  openedAt(scratch.file("looked")).execute("CREATE TABLE t (a)");
-  Database database = Database::open(scratch.file("looked"), Database::Access::look, noPatience);
+TEST_F(DatabaseTest, OpenedToLookChangesNothing) {
+  opened().execute("CREATE TABLE t (a)");
+  Database database = Database::open(path, Database::Access::look, std::chrono::milliseconds(0));
   EXPECT_EQ(0, database.integer("SELECT count(*) FROM t"));
   database.execute("INSERT INTO t VALUES (1)");
   EXPECT_TRUE(database.hasFailed());
-  Database missing = Database::open(scratch.file("missing"), Database::Access::look, noPatience);
+  Database missing = Database::open(scratch.file("missing"), Database::Access::look, std::chrono::milliseconds(0));
   EXPECT_TRUE(missing.hasFailed());
 }
 
-TEST(Database, SaysThatAnotherHoldsTheLock) {
-  const ScratchDirectory scratch;
-  Database holder = openedAt(scratch.file("locked"));
+TEST_F(DatabaseTest, SaysThatAnotherHoldsTheLock) {
+  Database holder = opened();
   holder.execute("BEGIN EXCLUSIVE");
-  Database other = openedAt(scratch.file("locked"));
+  Database other = opened();
   other.execute("CREATE TABLE t (a)");
   EXPECT_EQ("it is locked by another program", other.failure());
 }
 
-TEST(Database, RunsNoCodeThatIsInTheFile) {
-  const ScratchDirectory scratch;
+TEST_F(DatabaseTest, RunsNoCodeThatIsInTheFile) {
   {
-    Database author = openedAt(scratch.file("hostile"));
+    Database author = opened();
     author.execute("CREATE TABLE t (a)");
     author.execute("CREATE TABLE victim (a)");
     author.execute("CREATE TRIGGER x AFTER INSERT ON t BEGIN INSERT INTO victim VALUES (666); END");
     author.execute("CREATE VIEW v AS SELECT 1");
     ASSERT_FALSE(author.hasFailed()) << author.failure();
   }
-  Database database = openedAt(scratch.file("hostile"));
+  Database database = opened();
   database.execute("INSERT INTO t VALUES (1)");
   EXPECT_EQ(0, database.integer("SELECT count(*) FROM victim"));
   database.execute("SELECT * FROM v");
   EXPECT_TRUE(database.hasFailed());
 }
 
-TEST(Database, RefusesAValueLongerThanAnyPath) {
-  const ScratchDirectory scratch;
-  Database database = openedAt(scratch.file("long"));
+TEST_F(DatabaseTest, RefusesAValueLongerThanAnyPath) {
+  Database database = opened();
   database.execute("SELECT zeroblob(100000000)");
   EXPECT_TRUE(database.hasFailed());
 }

@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <memory>
 
-#include "tests/FaultyFileSystem.h"
+#include "tests/support/FaultyFileSystem.h"
 #include "tests/support/CardOffload.h"
 #include "tests/support/ChildProcess.h"
 

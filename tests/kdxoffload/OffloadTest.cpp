@@ -182,3 +182,30 @@ TEST_F(OffloadTest, AFileThatVanishesMeanwhileIsAChangeOfTheCard) {
   EXPECT_EQ(4, runTool(started).exitStatus);
   EXPECT_TRUE(fs::exists(path("a/big.mov")));
 }
+
+// What the device did not take may be lost from memory too: only reading it again can tell.
+TEST_F(OffloadTest, SmallFilesWhoseSyncFailsAreComparedBeforeTheyAreTakenForProved) {
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
+  writeFile(scratch.file("card/notes.txt"), "bytes");
+  ToolStart started = start({"--json", "card", "a"});
+  EXPECT_THAT(runTool(started).output, HasSubstr("\"outcome\":\"proved\""));
+  fs::remove_all(path("a"));
+  fs::create_directories(path("a"));
+  fs::remove_all(path("state"));
+  started.wrapper = injecting("syncfs:error=EIO");
+  const ToolRun run = runTool(started);
+  EXPECT_EQ(0, run.exitStatus) << run.output;
+  EXPECT_THAT(run.output, HasSubstr("\"outcome\":\"adopted\""));
+  EXPECT_THAT(run.output, testing::Not(HasSubstr("\"outcome\":\"proved\"")));
+}
+
+TEST_F(OffloadTest, ACatalogueThatCanNotBeMadePermanentRemembersNothingAndSaysSo) {
+  if (!canInjectFaults()) GTEST_SKIP() << cannotInject;
+  writeFile(scratch.file("card/notes.txt"), "bytes");
+  ToolStart started = start({"card", "a"});
+  started.wrapper =
+      injectingAt(path("state/kdxoffload/catalogue.sqlite-wal"), {"fsync:error=EIO", "fdatasync:error=EIO"});
+  const ToolRun run = runTool(started);
+  EXPECT_EQ(0, run.exitStatus) << run.errors;
+  EXPECT_THAT(run.errors, HasSubstr("nothing is remembered for the next time: "));
+}

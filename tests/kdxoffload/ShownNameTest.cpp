@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <ostream>
 #include <random>
 
 #include "KDXFileTools/kdxoffload/ShownName.h"
@@ -16,15 +15,10 @@ using namespace std::string_literals;
 
 namespace {
 
-struct Shown {
-  const char* name;
+struct Shown : NamedRow {
   std::string given;
   std::string shown;
 };
-
-void PrintTo(const Shown& row, std::ostream* out) {
-  *out << row.name;
-}
 
 class NameAsShown : public testing::TestWithParam<Shown> {};
 

@@ -11,7 +11,7 @@
 #include "digest/KDXDigestContext.h"
 #include "platform/FileManager.h"
 #include "platform/Process.h"
-#include "tests/FaultyFileSystem.h"
+#include "tests/support/FaultyFileSystem.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"

@@ -3,8 +3,9 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <ostream>
 #include <string>
+
+#include "tests/support/RowName.h"
 
 // The codes by which callers ask for a digest.
 inline constexpr uint32_t sha1 = 1;
@@ -13,14 +14,11 @@ inline constexpr uint32_t xxHash64 = 8;
 inline constexpr uint32_t xxHash64BE = 16;
 
 // An algorithm, and the system's program that computes it.
-struct Algorithm {
-  const char* name;
+struct Algorithm : NamedRow {
   uint32_t code;
   const char* methodName;
   std::size_t digestLength;
   const char* program;
-
-  friend void PrintTo(const Algorithm& row, std::ostream* out) { *out << row.name; }
 };
 
 inline constexpr std::array algorithms{Algorithm{"SHA1", sha1, "SHA1", 20, "sha1sum"},

@@ -15,6 +15,16 @@ std::string replaced(std::string in, const std::string& what, const std::string&
   return in;
 }
 
+std::vector<std::string> wordsOf(std::string_view text) {
+  std::vector<std::string> words;
+  if (text.empty()) return words;
+  for (std::size_t space = 0; (space = text.find(' ')) != std::string_view::npos; text.remove_prefix(space + 1)) {
+    words.emplace_back(text.substr(0, space));
+  }
+  words.emplace_back(text);
+  return words;
+}
+
 std::string bytesTurnedRound(const std::string& digits) {
   std::string result;
   for (std::size_t at = digits.size(); at >= 2; at -= 2) result += digits.substr(at - 2, 2);

@@ -4,7 +4,7 @@
 #include <ostream>
 #include <vector>
 
-#include "tests/FaultyFileSystem.h"
+#include "tests/support/FaultyFileSystem.h"
 
 // A kind of file system, described by how it differs from a local one. Errors are the errno values with which it refuses
 // something; 0 where it does not refuse.

@@ -4,17 +4,15 @@
 
 #include <cstddef>
 #include <memory>
-#include <ostream>
 #include <string>
 
 #include "tests/support/MountedFileSystem.h"
+#include "tests/support/RowName.h"
 
 // A file system for MountedFileSystem::mount.
-struct FileSystemRow {
-  const char* name;
+struct FileSystemRow : NamedRow {
   const char* type;
   std::size_t size;
-  friend void PrintTo(const FileSystemRow& row, std::ostream* out) { *out << row.name; }
 };
 
 // Mounts the file system of the row, or skips the test if that fails.

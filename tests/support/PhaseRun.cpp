@@ -15,6 +15,28 @@ std::string outputOf(const std::function<void()>& phases) {
   return testing::internal::GetCapturedStdout();
 }
 
+PhaseRun runPhase(const std::function<bool(platform::ErrorPlace)>& phase) {
+  PhaseRun run;
+  run.output = outputOf([&] { run.succeeded = phase(&run.error); });
+  return run;
+}
+
+PhaseRun copied(KDXDispatchCopy& job) {
+  return runPhase([&](platform::ErrorPlace error) { return job.performCopy(error); });
+}
+
+PhaseRun moveInPlace(KDXDispatchCopy& job) {
+  return runPhase([&](platform::ErrorPlace error) { return job.moveFilesInPlace(error); });
+}
+
+PhaseRun flushed(KDXDispatchCopy& job) {
+  return runPhase([&](platform::ErrorPlace error) { return job.flushFilesystem(error); });
+}
+
+std::string couldNotSync(const std::string& path) {
+  return "Error: couldn't sync the file system of file " + path + " (error code -1)\n";
+}
+
 ChildRun endingOf(const std::function<void()>& phases, const std::string& standardInput) {
   const ScratchDirectory scratch;
   const std::string output = scratch.file("output");

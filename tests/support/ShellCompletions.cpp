@@ -6,10 +6,6 @@
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
-void PrintTo(const Shell& shell, std::ostream* out) {
-  *out << shell.name;
-}
-
 std::vector<std::string> offersOfShell(const Shell& shell, const std::string& line, const std::string& folder) {
   const ScratchDirectory home;
   const std::string script = sourceTreePath(std::string("tests/completions/offers.") + shell.name);

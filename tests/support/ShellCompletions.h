@@ -1,17 +1,15 @@
 #pragma once
 
-#include <ostream>
 #include <string>
 #include <vector>
 
+#include "tests/support/RowName.h"
+
 // A shell, and the file that defines its completions for a program.
-struct Shell {
-  const char* name;
+struct Shell : NamedRow {
   const char* configurationLess;  // the option to start it without the user's settings
   const char* completions;        // in the source tree
 };
-
-void PrintTo(const Shell& shell, std::ostream* out);
 
 // What the shell, in this folder, offers at the end of the command line, in its order. If the shell shows a description, the
 // offer ends with a tab and the description.

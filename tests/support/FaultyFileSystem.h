@@ -7,9 +7,9 @@
 #include <mutex>
 #include <string>
 
-#include "faultyfs/FaultBuilders.h"
-#include "faultyfs/FileDescriptor.h"
-#include "faultyfs/Protocol.h"
+#include "tests/faultyfs/FaultBuilders.h"
+#include "tests/faultyfs/FileDescriptor.h"
+#include "tests/faultyfs/Protocol.h"
 
 // A mounted file system which passes everything through to a backing folder, except for the faults that a test sets:
 //
