@@ -11,9 +11,9 @@
 #include <filesystem>
 #include <memory>
 
-#include "tests/support/FaultyFileSystem.h"
 #include "tests/support/CardOffload.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/FaultyFileSystem.h"
 
 namespace fs = std::filesystem;
 

@@ -11,8 +11,8 @@
 #include "digest/KDXDigestContext.h"
 #include "platform/FileManager.h"
 #include "platform/Process.h"
-#include "tests/support/FaultyFileSystem.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/FaultyFileSystem.h"
 #include "tests/support/ScratchDirectory.h"
 #include "tests/support/ToolRun.h"
 
