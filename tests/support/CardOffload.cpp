@@ -1,6 +1,7 @@
 #include "tests/support/CardOffload.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sched.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -47,11 +48,13 @@ std::vector<std::string> CardOffload::everythingIn(const std::string& folder) co
   for (const auto& entry : fs::recursive_directory_iterator(scratch.path() / folder)) {
     struct stat facts = {};
     EXPECT_EQ(0, ::lstat(entry.path().c_str(), &facts));
-    std::string line = fs::relative(entry.path(), scratch.path() / folder);
-    line += " " + std::to_string(facts.st_mode) + " " + std::to_string(facts.st_mtim.tv_sec) + "." +
-            std::to_string(facts.st_mtim.tv_nsec);
-    if (entry.is_symlink()) line += " to " + fs::read_symlink(entry.path()).string();
-    if (!entry.is_symlink() && entry.is_regular_file()) line += " " + digestByProgram("md5sum", entry.path());
+    std::string line = fmt::format("{} {:o} {}.{:09}", fs::relative(entry.path(), scratch.path() / folder).string(),
+                                   facts.st_mode, facts.st_mtim.tv_sec, facts.st_mtim.tv_nsec);
+    if (entry.is_symlink()) {
+      line += fmt::format(" to {}", fs::read_symlink(entry.path()).string());
+    } else if (entry.is_regular_file()) {
+      line += fmt::format(" {}", digestByProgram("md5sum", entry.path()));
+    }
     lines.push_back(line);
   }
   std::ranges::sort(lines);
