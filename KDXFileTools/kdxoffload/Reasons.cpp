@@ -7,11 +7,14 @@
 #include <string_view>
 #include <system_error>
 
+#include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
 #include "KDXFileTools/kdxoffload/JobOrder.h"
 
 namespace kdxoffload {
 
 namespace {
+
+namespace JobStatus = ::ExitStatus;  // of the first program
 
 struct Explanation {
   int status;
@@ -29,24 +32,25 @@ constexpr std::string_view compareByHand =
     "Find out which of the two is wanted. If it is the card's, run the same command again with --replace.";
 
 constexpr std::array explanations{
-    Explanation{1, "its job failed without a reason of its own", goOn},
-    Explanation{103, "its digest is another one than was expected", goOn},
-    Explanation{104, "a copy has another size than the card's file", replaceDestination},
-    Explanation{105, "a copy reads differently than the card's file", replaceDestination},
-    Explanation{106, "it could not be made permanent",
+    Explanation{JobStatus::failure, "its job failed without a reason of its own", goOn},
+    Explanation{JobStatus::externalHashDiffers, "its digest is another one than was expected", goOn},
+    Explanation{JobStatus::sizeDiffers, "a copy has another size than the card's file", replaceDestination},
+    Explanation{JobStatus::destinationDigestDiffers, "a copy reads differently than the card's file",
+                replaceDestination},
+    Explanation{JobStatus::flushFailed, "it could not be made permanent",
                 "The destination's device did not take what was written: replace it."},
-    Explanation{107, "its temporary file could not be made",
+    Explanation{JobStatus::temporaryFileNotCreated, "its temporary file could not be made",
                 "Look for room and rights at the destination, and for something else with that name."},
-    Explanation{108, "it could not be opened for reading",
+    Explanation{JobStatus::fileNotReadable, "it could not be opened for reading",
                 "Bring the card or the destination back, or mend its rights, and run the same command again."},
-    Explanation{109, "its name is taken at the destination", clearTheName},
-    Explanation{110, "writing it failed, or a frame could not be read",
+    Explanation{JobStatus::finalNameTaken, "its name is taken at the destination", clearTheName},
+    Explanation{JobStatus::writeFailed, "writing it failed, or a frame could not be read",
                 "Full, removed or broken: make room at the destination or replace it, and look after the card."},
-    Explanation{111, "the card's file could not be read",
+    Explanation{JobStatus::sourceReadFailed, "the card's file could not be read",
                 "Try the card in another reader, and run the same command again."},
-    Explanation{121, "the card's file did not read the same twice",
+    Explanation{JobStatus::verificationFailed, "the card's file did not read the same twice",
                 "Do not trust this card, its reader or its cable: try others, and run the same command again."},
-    Explanation{134, "its job ended in a way that must not be", goOn},
+    Explanation{JobStatus::assertionFailed, "its job ended in a way that must not be", goOn},
     Explanation{WorkStatus::differs, "what stands at the destination is not what the card holds", compareByHand},
     Explanation{WorkStatus::inTheWay, "something else stands at its name", clearTheName},
     Explanation{WorkStatus::notKept, "it, its time or its mode could not be made permanent", replaceDestination},

@@ -8,6 +8,7 @@
 #include <set>
 #include <utility>
 
+#include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
 #include "KDXFileTools/kdxoffload/Batch.h"
 #include "KDXFileTools/kdxoffload/FreeRoom.h"
 #include "KDXFileTools/kdxoffload/Orders.h"
@@ -31,8 +32,7 @@ constexpr std::size_t bigJobsAtOnce = 1;
 // While one batch is being synced the next one goes on.
 constexpr std::size_t openSmallBatches = 2;
 
-// A source that read differently once.
-constexpr int sourceReadDifferently = 121;
+namespace JobStatus = ::ExitStatus;  // of the first program
 
 }  // namespace
 
@@ -504,7 +504,7 @@ bool Run::State::fail(const Job& job, const JobReport& report, bool isRetry) {
   // What differs makes room where that was asked for.
   const bool makesRoom = job.kind == JobKind::compare && job.replaces && result.status == WorkStatus::differs;
   for (const EntryIndex file : plan.filesOf(job)) {
-    if (result.status == sourceReadDifferently) results.unstable.insert(file);
+    if (result.status == JobStatus::verificationFailed) results.unstable.insert(file);
     if (result.status == WorkStatus::differs && !makesRoom) differedOnce.insert(file);
     if (job.kind == JobKind::copy && !job.usesAlias) {
       leftBehind.push_back({.path = card.pathOf(file) + ".kdxcopy", .destinations = job.destinations});
@@ -523,8 +523,7 @@ bool Run::State::fail(const Job& job, const JobReport& report, bool isRetry) {
 // Somebody else's file stands at a name that a job was about to write. In any other case it may be that what stands there now
 // is what the job left.
 void Run::State::forgetWhatIsNotOurs(const Job& job, int status) {
-  constexpr int nameIsTaken = 109;
-  if (status != nameIsTaken && status != WorkStatus::inTheWay && status != WorkStatus::differs) return;
+  if (status != JobStatus::finalNameTaken && status != WorkStatus::inTheWay && status != WorkStatus::differs) return;
   std::vector<FileOfRecord> records;
   addRecords(job, records);
   catalogue.forget(records);

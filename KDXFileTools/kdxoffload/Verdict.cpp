@@ -8,6 +8,7 @@
 #include <system_error>
 #include <utility>
 
+#include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
 #include "KDXFileTools/kdxoffload/Changes.h"
 #include "KDXFileTools/kdxoffload/ExitStatus.h"
 #include "KDXFileTools/kdxoffload/JobOrder.h"
@@ -20,8 +21,6 @@ namespace {
 
 using platform::ItemFacts;
 using platform::ItemKind;
-
-constexpr int readDifferently = 121;
 
 // What is found out on the way to the verdict.
 class Judgement {
@@ -194,7 +193,7 @@ class Judgement {
   [[nodiscard]] NotProved explained(EntryIndex index) const {
     const auto failure = _facts.results.failures.find(index);
     const auto obstacle = _obstacles.find(index);
-    if (_facts.results.unstable.contains(index)) return withStatus(index, readDifferently);
+    if (_facts.results.unstable.contains(index)) return withStatus(index, ::ExitStatus::verificationFailed);
     if (failure != _facts.results.failures.end() && failure->second.status != 0) return failed(index, failure->second);
     if (obstacle != _obstacles.end()) {
       return {.path = pathOf(index),
