@@ -23,8 +23,9 @@ bool removeItem(const std::string& path, ErrorPlace error);
 // Failures are ignored.
 void removeRegularFile(const std::string& path);
 
-// Gives the pinned file that stands at `from` the name `to`, within one file system. Never replaces a file at the new name,
-// even one that appears at the last moment. Failures are POSIXErrorDomain errors: EEXIST when the new name is taken, ESTALE
+// Gives the pinned file that stands at `from` the name `to`, within one file system. Never replaces a file at the new name.
+// Only where the file system can neither rename nor link without replacing, one that appears at the last moment is not
+// noticed. Failures are POSIXErrorDomain errors: EEXIST when the new name is taken, ESTALE
 // when another file has come to `from` meanwhile, which then gets that name back.
 bool moveItem(const PinnedFile& item, const std::string& from, const std::string& to, ErrorPlace error);
 

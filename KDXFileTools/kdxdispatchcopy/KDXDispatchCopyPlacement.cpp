@@ -106,6 +106,7 @@ void KDXDispatchCopy::printClosingLines() const {
   platform::printAndWait("\n");
 }
 
+// Ends the process if the sync fails, so that what runFrontEnd would print for a failed phase is never printed.
 bool KDXDispatchCopy::flush(const FileURL& finalURL, ErrorPlace /*error*/) {
   const int result = platform::fullSync(finalURL.path());
   if (result != 0) endForFailedSync(finalURL.path(), result);

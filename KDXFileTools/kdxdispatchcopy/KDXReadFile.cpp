@@ -56,7 +56,8 @@ class BufferedReader {
         _queue(queue),
         _dataBlock(std::make_shared<const KDXReadFileDataBlock>(std::move(dataBlock))) {}
 
-  // Issues all reads of the file. The callbacks of the last two may still be pending when it returns.
+  // Issues all reads of the file. Waits for a buffer while the last two are with callbacks, so that reading never overtakes
+  // a slow destination. The callbacks of the last two may still be pending when it returns.
   void readToEnd(platform::InputFile file) {
     bool isLast = false;
     while (!isLast) {
