@@ -66,13 +66,8 @@ constexpr std::array kinds{
     Kind{"ceph", clientCacheBypassed, 1, notKnown},
     Kind{"virtiofs", clientCacheBypassed, 1, notKnown},
     Kind{"fuse.sshfs", clientCacheBypassed, second, notKnown},
-<<<<<<< HEAD
     Kind{"fuse", clientCacheBypassed, 2 * second, notKnown},
-    // A server for a device, which it reads through the system's cache of that device.
-=======
-    Kind{"fuse", clientCacheBypassed, 1, notKnown},
     // The server reads its device through the system's cache of that device.
->>>>>>> w-docs
     Kind{"fuseblk", clientCacheBypassed, 2 * second, notKnown},
 };
 

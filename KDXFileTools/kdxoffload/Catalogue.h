@@ -23,20 +23,12 @@ struct FileRecord {
     copied,   // copied, and not read back because the user did not want it
   };
   State state = State::none;
-<<<<<<< HEAD
-  FileDigest digest{};           // none of `begun`
+  FileDigest digest{};           // none for `begun`
   uint64_t size = 0;             // on the card, bytes
   int64_t modified = 0;          // on the card, nanoseconds since 1970
-  uint64_t destinationSize = 0;  // at the destination, as they were after the proof
-  // Of `begun`: until when the run that was about to write it showed that it was at work.
+  uint64_t destinationSize = 0;  // at the destination after the proof, bytes
+  // At the destination after the proof. Of `begun`: until when the run that was about to write it showed that it was at work.
   int64_t destinationModified = 0;
-=======
-  FileDigest digest{};              // none for `begun`
-  uint64_t size = 0;                // on the card, bytes
-  int64_t modified = 0;             // on the card, nanoseconds since 1970
-  uint64_t destinationSize = 0;     // at the destination after the proof, bytes
-  int64_t destinationModified = 0;  // at the destination after the proof
->>>>>>> w-docs
   bool operator==(const FileRecord&) const = default;
 };
 
@@ -98,12 +90,8 @@ class Catalogue {
   // same position. Records of folders and links are empty.
   [[nodiscard]] std::vector<FileRecord> recordsOf(const std::string& destination, const Listing& card) const;
 
-<<<<<<< HEAD
-  // First step, before a job starts: these files are about to be written. A proof that there was is gone. Of a record only
+  // First step, before a job starts: these files are about to be written. An earlier proof is forgotten. Of a record only
   // the card's size and time are taken.
-=======
-  // First step, before a job starts: these files are about to be written. An earlier proof is forgotten.
->>>>>>> w-docs
   void begin(std::span<const FileOfRecord> files);
   // Second step: the files are proved, with data and name permanent. Ignores records whose state is no proof.
   void prove(std::span<const FileOfRecord> files);

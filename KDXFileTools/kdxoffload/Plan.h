@@ -58,12 +58,8 @@ struct Plan {
   std::vector<std::string> sequences{};   // identifiers, without the folder: "A001_%%d_1001-1100.####.dpx"
   std::vector<Job> jobs{};                // big ones first in the order of the card, then small ones
   std::vector<DestinationSet> proved{};   // for every entry of the card: where it is proved already; for folders, empty
-<<<<<<< HEAD
-  std::vector<DestinationSet> folders{};  // for every entry of the card: where this folder has to be made, or opened
+  std::vector<DestinationSet> folders{};  // for every entry of the card: where this folder must be made, or opened
                                           // to its owner for what is to be written in it
-=======
-  std::vector<DestinationSet> folders{};  // for every entry of the card: where this folder must be made
->>>>>>> w-docs
   std::vector<DestinationSet> links{};    // the same for links
   std::vector<PlannedFailure> failures{};
   std::vector<std::string> warnings{};  // one for each group of frames with a gap

@@ -42,12 +42,7 @@ struct PreflightFacts {
   std::vector<RoomNeeded> room{};  // at each destination; empty while the card is not listed
   std::vector<Unlisted> unlisted{};
   bool partial = false;
-<<<<<<< HEAD
-  // The folders that the catalogue is to be kept in or below, as far as they are there (foldersOfCatalogue).
-=======
-  std::optional<std::string> cataloguePath{};  // real path of the catalogue's folder, if there will be a catalogue
-  // That folder and those above it (platform::foldersAbove), as far as they exist; sees through bind mounts.
->>>>>>> w-docs
+  // The folders that the catalogue is to be kept in or below, as far as they exist (foldersOfCatalogue).
   std::vector<platform::FileIdentity> catalogueFolders{};
 };
 
@@ -58,15 +53,11 @@ struct Preflight {
   std::vector<std::string> warnings{};
 };
 
-<<<<<<< HEAD
-// The folder that a catalogue at the path would be in, or the first one above that is there already, and those above it; sees
+// The folder that a catalogue at the path would be in, or the first one above it that exists, and those above that one; sees
 // through links and bind mounts.
 std::vector<platform::FileIdentity> foldersOfCatalogue(const std::string& path);
 
-// A function of the facts alone. Called twice: before the card is listed (places), and with the room needed.
-=======
 // A function of the facts only. Called twice: before the card is listed (places), and again with the room needed.
->>>>>>> w-docs
 Preflight preflight(const PreflightFacts& facts);
 
 // Looks at the place. Writes nothing. To be called before this process locks the folder: its own lock would look like that

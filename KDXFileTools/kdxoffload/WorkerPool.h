@@ -30,17 +30,12 @@ class WorkerPool {
   struct Settings {
     WorkerSetup setup{};
     std::string program{platform::thisProgram};  // that the workers run
-<<<<<<< HEAD
-    std::size_t ordersOfAWorker = 64;  // then it is replaced: what jobs leave behind in a process does not pile up
-    double stallSeconds = 300;  // without any input or output an order is ended; a flush may take 10 times as long
-    // After that long a killed worker that does not go, and an idle one that is asked to, is left to itself.
-    double secondsUntilGivenUp = 10;
-    std::vector<int> inherited{};  // descriptors that live as long as the workers: the destinations' locks
-=======
     std::size_t ordersOfAWorker = 64;  // then it is replaced, so that what jobs leave in a process does not pile up
-    double stallSeconds = 300;         // a worker without any input or output for so long is killed
-    std::vector<int> inherited{};      // descriptors that stay open as long as the workers: the destinations' locks
->>>>>>> w-docs
+    double stallSeconds =
+        300;  // an order without any input or output for so long is ended; a flush may take 10 times as long
+    // A killed worker that does not go, and an idle one that was asked to go, is left to itself after so long.
+    double secondsUntilGivenUp = 10;
+    std::vector<int> inherited{};  // descriptors that stay open as long as the workers: the destinations' locks
   };
   using Done = std::function<void(JobReport)>;
   using Moved = std::function<void(uint64_t number, const WorkerOutput&)>;
@@ -60,11 +55,7 @@ class WorkerPool {
   // Ends the workers that copy or compare; each of their orders ends with the status of its process. Temporary files are left.
   // Other orders go on, and new ones may be given.
   void stop();
-<<<<<<< HEAD
-  // Lets the workers end by themselves, and kills those that do not; only while none is running.
-=======
-  // Lets the workers end by themselves. To be called only while no order is running.
->>>>>>> w-docs
+  // Lets the workers end by themselves, and kills those that do not. To be called only while no order is running.
   void close();
 
  private:
