@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <regex>
 
 #include "platform/FileDescriptor.h"
 
@@ -48,10 +49,11 @@ std::vector<std::string> CardOffload::everythingIn(const std::string& folder) co
     struct stat facts = {};
     EXPECT_EQ(0, ::lstat(entry.path().c_str(), &facts));
     std::string line = fs::relative(entry.path(), scratch.path() / folder);
-    line += " " + std::to_string(facts.st_mode) + " " + std::to_string(facts.st_mtim.tv_sec) + "." +
-            std::to_string(facts.st_mtim.tv_nsec);
-    if (entry.is_symlink()) line += " to " + fs::read_symlink(entry.path()).string();
-    if (!entry.is_symlink() && entry.is_regular_file()) line += " " + digestByProgram("md5sum", entry.path());
+    line.append(" ").append(std::to_string(facts.st_mode)).append(" ").append(std::to_string(facts.st_mtim.tv_sec));
+    line.append(".").append(std::to_string(facts.st_mtim.tv_nsec));
+    if (entry.is_symlink()) line.append(" to ").append(fs::read_symlink(entry.path()).string());
+    if (!entry.is_symlink() && entry.is_regular_file())
+      line.append(" ").append(digestByProgram("md5sum", entry.path()));
     lines.push_back(line);
   }
   std::ranges::sort(lines);
@@ -65,6 +67,20 @@ void CardOffload::waitForFile(const std::string& file) {
 void CardOffload::waitForLock(const std::string& folder) const {
   const platform::FileDescriptor descriptor(::open(path(folder).c_str(), O_RDONLY | O_CLOEXEC));
   ASSERT_EQ(0, ::flock(descriptor.get(), LOCK_EX));
+}
+
+std::vector<std::string> withoutManifests(const std::vector<std::string>& names) {
+  static const std::regex manifest(
+      "ascmhl(/ascmhl_chain[.]xml|/[0-9]{4}_[^/]*_[0-9]{4}-[0-9]{2}-[0-9]{2}_[0-9]{6}Z[.]mhl)?( .*)?");
+  std::vector<std::string> others;
+  for (const std::string& name : names) {
+    if (name.starts_with("ascmhl")) {
+      EXPECT_TRUE(std::regex_match(name, manifest)) << name;
+    } else {
+      others.push_back(name);
+    }
+  }
+  return others;
 }
 
 std::string lastLine(const ToolRun& run) {
