@@ -162,6 +162,32 @@ TEST_F(OffloadOnFaultyFileSystem, ADestinationThatTurnsReadOnlyInTheMiddleLosesN
   expectAllIn(path("b"));
 }
 
+TEST_F(OffloadOnFaultyFileSystem, AManifestThatCannotBeWrittenIsAWarningAndTheVerdictStands) {
+  const std::function<void(FaultyFileSystem&)> faults[] = {
+      [](FaultyFileSystem& fs) { fs.whenWriting("a/ascmhl/*").fail(ENOSPC); },
+      [](FaultyFileSystem& fs) { fs.whenCreating("a/ascmhl/*").fail(EROFS); },
+      [](FaultyFileSystem& fs) { fs.whenSyncing("a/ascmhl/*").fail(EIO); }};
+  const auto offloadWith = [this](const std::string& option) {
+    std::vector<std::string> words = toFaulty();
+    words.insert(words.begin(), option);
+    return offload(words);
+  };
+  ASSERT_EQ(0, offloadWith("--no-mhl").exitStatus);
+  for (const auto& set : faults) {
+    set(*server);
+    const ToolRun run = offloadWith("--recheck");
+    EXPECT_EQ(0, run.exitStatus) << run.output << run.errors;
+    EXPECT_THAT(run.output, HasSubstr("the media hash list can't be written at " + server->path("a").string()));
+    EXPECT_THAT(lastLine(run), StartsWith("SAFE TO ERASE: "));
+    expectAllIn(server->stored("a"));
+    server->clear();
+  }
+  const ToolRun run = offloadWith("--recheck");
+  EXPECT_EQ(0, run.exitStatus) << run.output << run.errors;
+  EXPECT_THAT(run.output, testing::Not(HasSubstr("media hash list")));
+  expectAllIn(server->stored("a"));
+}
+
 TEST_F(OffloadOnFaultyFileSystem, AFileThatGrowsOrShrinksMeanwhileIsNotProved) {
   for (const off_t size : {off_t{4 * MiB}, off_t{6 * MiB}}) {
     server->slowDown("card/*", std::chrono::milliseconds(20));
