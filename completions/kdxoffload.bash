@@ -17,8 +17,8 @@ _kdxoffload() {
     *)
       # Without a reply files are offered.
       if [[ $word == -* ]]; then
-        mapfile -t COMPREPLY < <(compgen -W '-t --catalogue --exclude --help --jobs --json --no-read-back --partial
-          --quiet --recheck --replace --stall --version' -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W '-t --catalogue --checksums --exclude --help --jobs --json --no-mhl
+          --no-read-back --partial --quiet --recheck --replace --stall --version' -- "$word")
       elif [ "$COMP_CWORD" = 1 ] && [ -n "$word" ]; then
         mapfile -t COMPREPLY < <(compgen -W 'history status' -- "$word")
       fi

@@ -40,6 +40,7 @@ class Parser {
     _app.set_help_flag("--help", "Print this text and end");
     _app.add_option("PATH", paths, "The card and its destinations");
     addWorkOptions();
+    addListOptions();
     addRememberingOptions();
   }
 
@@ -47,6 +48,7 @@ class Parser {
     std::ranges::reverse(arguments);  // as the library wants them
     _app.parse(std::move(arguments));
     line.readBack = !_noReadBack;
+    line.hashList = !_noHashList;
     line.algorithm = algorithms.at(_digest);
   }
 
@@ -77,6 +79,11 @@ class Parser {
     _app.add_flag("--no-read-back", _noReadBack, "Copy without reading back");
   }
 
+  void addListOptions() {
+    _app.add_flag("--no-mhl", _noHashList, "Leave no media hash list at the destinations");
+    _app.add_flag("--checksums", line.checksums, "Leave a list for md5sum, sha1sum or xxhsum there too");
+  }
+
   void addRememberingOptions() {
     _app.add_flag("--recheck", line.recheck, "Read again what is proved already");
     _app.add_flag("--replace", line.replace, "Replace files that differ or whose source changed");
@@ -88,6 +95,7 @@ class Parser {
   CLI::App _app;
   std::string _digest = "xxhash64be";
   bool _noReadBack = false;
+  bool _noHashList = false;
 };
 
 // Takes the command off the arguments: the first word that is neither an option nor one's value. Behind "--" there is none.

@@ -26,6 +26,8 @@ struct CommandLine {
   bool readBack = true;
   bool recheck = false;
   bool replace = false;
+  bool hashList = true;                    // a hash list is left at each destination
+  bool checksums = false;                  // a list for the digest's own program too
   std::optional<std::string> catalogue{};  // path; none: the one in the state folder
   bool json = false;
   bool quiet = false;

@@ -9,14 +9,17 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <set>
 #include <thread>
 #include <tuple>
 #include <utility>
 
 #include "KDXFileTools/kdxoffload/Catalogue.h"
+#include "KDXFileTools/kdxoffload/ContinuedChains.h"
 #include "KDXFileTools/kdxoffload/Displays.h"
 #include "KDXFileTools/kdxoffload/ExitStatus.h"
 #include "KDXFileTools/kdxoffload/Lister.h"
+#include "KDXFileTools/kdxoffload/Manifests.h"
 #include "KDXFileTools/kdxoffload/Plan.h"
 #include "KDXFileTools/kdxoffload/Preflight.h"
 #include "KDXFileTools/kdxoffload/Run.h"
@@ -219,6 +222,7 @@ class Offload {
     keepFolders(destinations);
     for (PlannedDestination& destination : destinations) {
       _runSettings.foundBefore.push_back(std::move(destination.listing));
+      _continued.push_back(std::move(destination.continued));
     }
     _facts.room = _plan.room;
     return accept(preflight(_facts));
@@ -229,6 +233,8 @@ class Offload {
     const std::optional<platform::Folder> root = platform::Folder::open(place.realPath, nullptr);
     destination.listing = root ? listDestination(*root, *_card, stopped()) : DestinationListing(_card->entries.size());
     if (root) destination.linkTargets = linkTargetsAt(*root, *_card, destination.listing);
+    const std::optional<platform::Folder> cardRoot = platform::Folder::open(_facts.card.realPath, nullptr);
+    if (root && cardRoot) destination.continued = continuedChains(*cardRoot, *_card, *root, destination.listing);
     return destination;
   }
 
@@ -256,12 +262,14 @@ class Offload {
   void keepKnownDigests(const std::vector<PlannedDestination>& destinations) {
     _runSettings.knownDigests.resize(_card->entries.size());
     _runSettings.knownProofs.resize(_card->entries.size());
+    _onlyCopied.resize(_card->entries.size());
     for (std::size_t position = 0; position < destinations.size(); ++position) {
       for (std::size_t index = 0; index < _card->entries.size(); ++index) {
         const FileRecord& record = destinations[position].records[index];
         if (!isProofOfCard(record, index)) continue;
         _runSettings.knownDigests[index] = record.digest;
         _runSettings.knownProofs[index].insert(position);
+        if (record.state == FileRecord::State::copied) _onlyCopied[index].insert(position);
       }
     }
   }
@@ -326,6 +334,7 @@ class Offload {
     settings.destinationPaths = _line.destinations;
     settings.cardPath = _line.card;
     _startedAt = secondsSince1970();
+    findKilledRuns();
     _catalogue->startOffload(_facts.card.realPath, settings.setup.destinations, _startedAt);
     const bool hadCatalogue = !_catalogue->problem();
     // Moved, since it has a digest for every entry of the card.
@@ -340,16 +349,29 @@ class Offload {
     }
   }
 
+  // What a run that was killed has read is in no list yet.
+  void findKilledRuns() {
+    _followsKilledRun.resize(_facts.destinations.size());
+    for (const OffloadRecord& record : _catalogue->history()) {
+      if (record.card != _facts.card.realPath) continue;
+      for (std::size_t position = 0; position < _facts.destinations.size(); ++position) {
+        const std::string& path = _facts.destinations[position].realPath;
+        if (std::ranges::find(record.destinations, path) == record.destinations.end()) continue;
+        _followsKilledRun[position] = !record.ended;
+      }
+    }
+  }
+
   // A file system that does not answer has nothing to show for itself, but the verdict is still given.
   template <typename Result>
-  std::optional<Result> lookAgain(std::function<Result(const Stopped& goesOn)> look) {
+  std::optional<Result> lookAgain(std::function<Result(const Stopped& goesOn)> look, double patience = 1) {
     const auto asStopped = [look = std::move(look)](const std::function<void()>& goesOn) {
       return look([&goesOn] {
         goesOn();
         return false;
       });
     };
-    return watched<Result>(static_cast<double>(_line.stallSeconds), asStopped,
+    return watched<Result>(patience * static_cast<double>(_line.stallSeconds), asStopped,
                            [answer = stopped()] { std::ignore = answer(); });
   }
 
@@ -385,19 +407,101 @@ class Offload {
       destinations.push_back(std::move(found.listing));
       volumes.push_back(found.volume);
     }
-    const Verdict verdict = verdictOf({.before = *_card,
-                                       .after = after,
-                                       .destinations = destinations,
-                                       .plan = _plan,
-                                       .results = _run->results(),
-                                       .destinationPaths = _line.destinations,
-                                       .volumes = volumes,
-                                       .warnings = _warnings,
-                                       .readBack = _line.readBack,
-                                       .signal = _signal});
+    const VerdictFacts facts{.before = *_card,
+                             .after = after,
+                             .destinations = destinations,
+                             .plan = _plan,
+                             .results = _run->results(),
+                             .destinationPaths = _line.destinations,
+                             .volumes = volumes,
+                             .continued = _continued,
+                             .warnings = _warnings,
+                             .readBack = _line.readBack,
+                             .signal = _signal};
+    Verdict verdict = verdictOf(facts);
+    if (_line.hashList || _line.checksums) leaveManifests(facts, verdict);
     remember(verdict);
     finish(verdict, volumes, false);
     return verdict.exitStatus;
+  }
+
+  // What others can check the proof with. It stands beside the verdict, and does not change it.
+  void leaveManifests(const VerdictFacts& facts, Verdict& verdict) {
+    const std::vector<DestinationSet> proved = provedAtTheEnd(facts);
+    std::set<std::string> leftOut;
+    std::set<std::string> notInChecksums;
+    for (std::size_t position = 0; position < facts.destinations.size(); ++position) {
+      ManifestFacts manifest = manifestFacts(facts, proved, position);
+      if (manifest.files.empty()) continue;
+      const ManifestReport report = manifestsWritten(std::move(manifest), position);
+      verdict.remarks.insert(verdict.remarks.end(), report.warnings.begin(), report.warnings.end());
+      leftOut.insert(report.leftOut.begin(), report.leftOut.end());
+      notInChecksums.insert(report.notInChecksums.begin(), report.notInChecksums.end());
+    }
+    nameFiles("Proved, but in no media hash list, which can't hold such names", leftOut, verdict);
+    nameFiles("Proved, but in no checksum list, which can't hold such names", notInChecksums, verdict);
+  }
+
+  [[nodiscard]] ManifestReport manifestsWritten(ManifestFacts manifest, std::size_t position) {
+    // As for a flush: there is little to see of it while it is at work.
+    constexpr double patience = 10;
+    look("Writing the manifests...");
+    std::function<ManifestReport(const Stopped&)> write = [manifest = std::move(manifest)](const Stopped& goesOn) {
+      return writeManifests(manifest, [&goesOn] { std::ignore = goesOn(); });
+    };
+    ManifestReport nothing{.warnings = {_line.destinations[position] + " does not answer: it has no manifest"}};
+    return lookAgain(std::move(write), patience).value_or(std::move(nothing));
+  }
+
+  [[nodiscard]] ManifestFacts manifestFacts(const VerdictFacts& facts, const std::vector<DestinationSet>& proved,
+                                            std::size_t position) const {
+    ManifestFacts manifest{.card = _card,
+                           .destination = _facts.destinations[position].realPath,
+                           .shownDestination = _line.destinations[position],
+                           .there = facts.destinations[position],
+                           .isProved = std::vector<bool>(_card->entries.size()),
+                           .algorithm = _line.algorithm,
+                           .started = _startedAt * 1'000'000'000,
+                           .wantsHashList = _line.hashList,
+                           .wantsChecksums = _line.checksums,
+                           .followsKilledRun = _followsKilledRun[position]};
+    for (EntryIndex index = 0; index < _card->entries.size(); ++index) {
+      manifest.isProved[index] = proved[index].contains(position);
+      if (const auto file = provedFile(facts, index, position)) manifest.files.push_back(*file);
+    }
+    std::erase_if(manifest.files, [&manifest](const ProvedFile& file) { return !manifest.isProved[file.entry]; });
+    return manifest;
+  }
+
+  // None where nothing was read back of what stands there.
+  [[nodiscard]] std::optional<ProvedFile> provedFile(const VerdictFacts& facts, EntryIndex index,
+                                                     std::size_t position) const {
+    const Proof proof = facts.results.proof(index, position);
+    const bool isOfThisRun = proof == Proof::copied || proof == Proof::adopted;
+    const bool isOfEarlierRun = proof == Proof::before && !_onlyCopied[index].contains(position);
+    const FileDigest& digest = facts.results.digests[index];
+    const bool isFile = _card->entries[index].facts.kind == platform::ItemKind::file;
+    if (!isFile || digest.algorithm != _line.algorithm || !(isOfThisRun || isOfEarlierRun)) return std::nullopt;
+    // An earlier run set mode and time right after its proof.
+    const int64_t before = facts.destinations[position][index].changed;
+    return ProvedFile{.entry = index,
+                      .digest = digest,
+                      .read = isOfThisRun ? facts.results.read[index] : before,
+                      .isOfThisRun = isOfThisRun};
+  }
+
+  // The first of them, and the number of the others.
+  static void nameFiles(const std::string& what, const std::set<std::string>& paths, Verdict& verdict) {
+    constexpr std::size_t most = 10;
+    if (paths.empty()) return;
+    std::string names;
+    std::size_t count = 0;
+    for (const std::string& path : paths) {
+      if (++count > most) break;
+      names += (names.empty() ? "" : ", ") + path;
+    }
+    if (paths.size() > most) names += " and " + shownCount(paths.size() - most) + " more";
+    verdict.remarks.push_back(what + ": " + names + ".");
   }
 
   void remember(const Verdict& verdict) {
@@ -449,6 +553,9 @@ class Offload {
   std::shared_ptr<const Listing> _card = std::make_shared<Listing>();
   std::optional<Catalogue> _catalogue;
   Plan _plan;
+  std::vector<std::set<EntryIndex>> _continued;  // at each destination (see continuedChains)
+  std::vector<DestinationSet> _onlyCopied;       // for each entry: where an earlier run did not read it back
+  std::vector<bool> _followsKilledRun;           // for each destination
   RunSettings _runSettings;
   std::unique_ptr<Run> _run;
 };

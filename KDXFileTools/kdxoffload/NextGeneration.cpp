@@ -22,9 +22,7 @@ HashList emptyList(const HashHistories::Place& place, const GenerationFacts& fac
   HashList list;
   list.creator = facts.creator;
   list.process = facts.process;
-  addPatterns(list.ignored, IgnorePatterns::usual());
-  addPatterns(list.ignored, place.history.ignored());
-  addPatterns(list.ignored, facts.ignored);
+  list.ignored = patternsOf(place, facts);
   return list;
 }
 
@@ -110,6 +108,14 @@ class Composer {
 };
 
 }  // namespace
+
+std::vector<std::string> patternsOf(const HashHistories::Place& place, const GenerationFacts& facts) {
+  std::vector<std::string> patterns;
+  addPatterns(patterns, IgnorePatterns::usual());
+  addPatterns(patterns, place.history.ignored());
+  addPatterns(patterns, facts.ignored);
+  return patterns;
+}
 
 Lists nextGeneration(const HashHistories& histories, const GenerationFacts& facts) {
   return Composer(histories, facts).compose();

@@ -32,6 +32,9 @@ struct GenerationFacts {
   std::vector<std::string> ignored{};              // patterns that come to those of before
 };
 
+// The patterns of the place's next list: the usual ones, those of before and those that come to them, each once.
+std::vector<std::string> patternsOf(const HashHistories::Place& place, const GenerationFacts& facts);
+
 // The list of each place's next generation, at the same position: what was read of its files, compared with what is known of them. None where
 // nothing was read, there and further down. Files that a pattern of the place leaves out are in none, nor are those whose name XML can't
 // hold. References are still missing: they name lists by their bytes.

@@ -245,6 +245,7 @@ class Planner {
     if (there.kind == ItemKind::absent) return {.step = Step::copy};
     if (there.kind != ItemKind::file) return obstacle(obstacleOf(there));
     if (_cardsFiles.contains(there.identity)) return obstacle(Obstacle::cardsOwnFile);
+    if (place.continued.contains(index)) return {.step = Step::proved};
     const FileRecord& record = index < place.records.size() ? place.records[index] : nothingKnown;
     return decideStandingFile(_card.entries[index].facts, there, record, place.volume.timeGrain, _wishes);
   }

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <set>
 #include <span>
 #include <string>
 #include <vector>
@@ -83,6 +84,7 @@ struct PlanWishes {
 struct PlannedDestination {
   DestinationListing listing{};
   std::vector<FileRecord> records{};
+  std::set<EntryIndex> continued{};                 // files that are kept there and go on (see continuedChains)
   std::map<EntryIndex, std::string> linkTargets{};  // of links there; without a target, a job looks at the link
   platform::Volume volume{};
 };

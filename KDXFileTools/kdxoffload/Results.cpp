@@ -5,6 +5,7 @@ namespace kdxoffload {
 Results::Results(std::size_t entries, std::size_t destinations)
     : after(destinations, DestinationListing(entries)),
       digests(entries),
+      read(entries),
       _destinations(destinations),
       _proofs(entries * destinations, Proof::none) {}
 

@@ -52,6 +52,7 @@ class Results {
   // absent where it is not proved. What is compared at the end. By destination.
   std::vector<DestinationListing> after{};
   std::vector<FileDigest> digests{};  // one for each entry; none where nothing was read
+  std::vector<int64_t> read{};        // when that was, nanoseconds since 1970; one for each entry, 0 if not by this run
 
  private:
   std::size_t _destinations = 0;

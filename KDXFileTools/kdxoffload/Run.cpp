@@ -34,6 +34,11 @@ constexpr std::size_t openSmallBatches = 2;
 
 namespace JobStatus = ::ExitStatus;  // of the first program
 
+int64_t nanosecondsSince1970() {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(now).count();
+}
+
 }  // namespace
 
 struct Run::State : std::enable_shared_from_this<Run::State> {
@@ -496,6 +501,7 @@ void Run::State::takeDigest(EntryIndex entry, const FileDigest& digest) {
   const FileDigest known = entry < settings.knownDigests.size() ? settings.knownDigests[entry] : FileDigest{};
   if (known.algorithm == digest.algorithm && known != digest) results.unstable.insert(entry);
   results.digests[entry] = digest;
+  results.read[entry] = nanosecondsSince1970();
 }
 
 // True when the job will be tried once more.

@@ -90,9 +90,11 @@ Verdict statusOf(const Listing& card, std::span<const PlannedDestination> destin
   const Results results = resultsOf(card, destinations, plan);
   std::vector<DestinationListing> listings;
   std::vector<platform::Volume> volumes;
+  std::vector<std::set<EntryIndex>> continued;
   for (const PlannedDestination& destination : destinations) {
     listings.push_back(destination.listing);
     volumes.push_back(destination.volume);
+    continued.push_back(destination.continued);
   }
   Verdict verdict = verdictOf({.before = card,
                                .after = card,
@@ -100,7 +102,8 @@ Verdict statusOf(const Listing& card, std::span<const PlannedDestination> destin
                                .plan = plan,
                                .results = results,
                                .destinationPaths = paths,
-                               .volumes = volumes});
+                               .volumes = volumes,
+                               .continued = continued});
   if (verdict.exitStatus != ExitStatus::safe) verdict.exitStatus = ExitStatus::notProved;
   std::vector<std::string> remarks = provedWhere(card, results, paths);
   remarks.emplace_back("Nothing was read: this is what the catalogue and the listings say.");

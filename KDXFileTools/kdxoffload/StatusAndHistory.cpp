@@ -3,6 +3,7 @@
 #include <chrono>
 
 #include "KDXFileTools/kdxoffload/Catalogue.h"
+#include "KDXFileTools/kdxoffload/ContinuedChains.h"
 #include "KDXFileTools/kdxoffload/Displays.h"
 #include "KDXFileTools/kdxoffload/ExcludePatterns.h"
 #include "KDXFileTools/kdxoffload/ExitStatus.h"
@@ -38,7 +39,7 @@ class StatusReport {
     if (!root) return refuse("the card is no folder that can be opened", _line.card);
     const Listing card = listTree(*root, ExcludePatterns(_line.excluded), never);
     findDestinations(place.realPath);
-    for (const std::string& path : _realPaths) look(path, card);
+    for (const std::string& path : _realPaths) look(path, *root, card);
     if (const auto& problem = _catalogue.problem()) return refuse(*problem, std::nullopt);
     const Verdict verdict = statusOf(card, _destinations, _paths);
     finish(verdict, false);
@@ -61,12 +62,13 @@ class StatusReport {
     if (_paths.empty()) _listener.take(Warned{.text = "no offload of this card is known", .path = _line.card});
   }
 
-  void look(const std::string& path, const Listing& card) {
+  void look(const std::string& path, const platform::Folder& cardRoot, const Listing& card) {
     const auto root = platform::Folder::open(path, nullptr);
     if (!root) _listener.take(Warned{.text = "the destination can't be opened", .path = path});
     PlannedDestination& place = _destinations.emplace_back();
     place.listing = root ? listDestination(*root, card, never) : DestinationListing(card.entries.size());
     if (root) place.linkTargets = linkTargetsAt(*root, card, place.listing);
+    if (root) place.continued = continuedChains(cardRoot, card, *root, place.listing);
     place.records = _catalogue.recordsOf(path, card);
     place.volume = platform::volumeOf(path);
   }

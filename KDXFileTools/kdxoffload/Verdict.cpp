@@ -47,6 +47,17 @@ class Judgement {
     return std::move(_verdict);
   }
 
+  [[nodiscard]] std::vector<DestinationSet> provedAtTheEnd() const {
+    std::vector<DestinationSet> proved(_count);
+    for (EntryIndex index = 0; index < _count; ++index) {
+      if (_facts.results.unstable.contains(index)) continue;
+      for (std::size_t destination = 0; destination < destinations(); ++destination) {
+        if (placeOf(index, destination) == Place::asProved) proved[index].insert(destination);
+      }
+    }
+    return proved;
+  }
+
  private:
   // Whether a destination takes two names for one may only show once both are there.
   void findSharedNames() {
@@ -96,6 +107,10 @@ class Judgement {
            isSameTime(seen.modified, found.modified, timeGrainOf(destination));
   }
 
+  [[nodiscard]] bool goesOn(EntryIndex index, std::size_t destination) const {
+    return destination < _facts.continued.size() && _facts.continued[destination].contains(index);
+  }
+
   [[nodiscard]] Place placeOf(EntryIndex index, std::size_t destination) const {
     if (proofOf(index, destination) == Proof::none) return Place::notProved;
     const ItemFacts& wanted = entryAt(index).facts;
@@ -104,7 +119,8 @@ class Judgement {
     if (found.kind != wanted.kind) return Place::changed;
     if (!_sharesName.empty() && _sharesName[destination][index]) return Place::sharesName;
     if (wanted.kind == ItemKind::folder) return Place::asProved;
-    if (wanted.kind == ItemKind::file && found.size != wanted.size) return Place::changed;
+    const bool hasOtherSize = wanted.kind == ItemKind::file && found.size != wanted.size;
+    if (hasOtherSize && !goesOn(index, destination)) return Place::changed;
     if (!isAsSeenAfterProof(index, destination)) return Place::changed;
     if (isSameFile(wanted, found)) return Place::cardsOwnFile;
     for (std::size_t other = 0; other < destination; ++other) {
@@ -404,6 +420,10 @@ class Judgement {
 
 Verdict verdictOf(const VerdictFacts& facts) {
   return Judgement(facts).give();
+}
+
+std::vector<DestinationSet> provedAtTheEnd(const VerdictFacts& facts) {
+  return Judgement(facts).provedAtTheEnd();
 }
 
 }  // namespace kdxoffload

@@ -2,10 +2,12 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "KDXFileTools/kdxoffload/Amounts.h"
+#include "KDXFileTools/kdxoffload/DestinationSet.h"
 #include "KDXFileTools/kdxoffload/Listing.h"
 #include "KDXFileTools/kdxoffload/Plan.h"
 #include "KDXFileTools/kdxoffload/Reasons.h"
@@ -20,9 +22,10 @@ struct VerdictFacts {
   const std::vector<DestinationListing>& destinations;  // everything done, by the entries of `before`
   const Plan& plan;
   const Results& results;
-  std::vector<std::string> destinationPaths{};  // as given
-  std::vector<platform::Volume> volumes{};      // of the destinations
-  std::vector<std::string> warnings{};          // of the preflight
+  std::vector<std::string> destinationPaths{};    // as given
+  std::vector<platform::Volume> volumes{};        // of the destinations
+  std::vector<std::set<EntryIndex>> continued{};  // files that go on at each destination (see continuedChains)
+  std::vector<std::string> warnings{};            // of the preflight
   bool readBack = true;
   std::optional<int> signal{};  // that ended the run
 };
@@ -51,5 +54,9 @@ struct Verdict {
 // Says safe only if nothing at all speaks against it. Facts that do not fit together (a listing of another card, a destination
 // without one) prove nothing.
 Verdict verdictOf(const VerdictFacts& facts);
+
+// For each entry of the card the destinations where it was proved and was found at the end as it was proved: what the verdict
+// counts as proved there. Empty sets for facts that do not fit together.
+std::vector<DestinationSet> provedAtTheEnd(const VerdictFacts& facts);
 
 }  // namespace kdxoffload

@@ -34,21 +34,22 @@ TEST(OffloadCommandLine, WithoutOptionsEverythingIsAsTheManualSays) {
   EXPECT_EQ(KDXDigestAlgorithmXXHash64BE, line.algorithm);
   EXPECT_EQ(std::nullopt, line.jobs);
   EXPECT_EQ(300, line.stallSeconds);
-  EXPECT_TRUE(line.readBack);
-  EXPECT_FALSE(line.partial || line.recheck || line.replace || line.json || line.quiet);
+  EXPECT_TRUE(line.readBack && line.hashList);
+  EXPECT_FALSE(line.partial || line.recheck || line.replace || line.checksums || line.json || line.quiet);
   EXPECT_EQ(std::nullopt, line.catalogue);
 }
 
 TEST(OffloadCommandLine, EveryOptionIsTaken) {
   const CommandLine line =
-      parsed({"-t", "md5", "--jobs", "3", "--stall=7", "--exclude", "*.tmp", "card", "--exclude", "x/**", "--partial",
-              "--no-read-back", "--recheck", "--replace", "--catalogue", "f", "--json", "--quiet", "a"});
+      parsed({"-t",        "md5",       "--jobs",      "3",         "--stall=7",      "--exclude", "*.tmp",
+              "card",      "--exclude", "x/**",        "--partial", "--no-read-back", "--no-mhl",  "--checksums",
+              "--recheck", "--replace", "--catalogue", "f",         "--json",         "--quiet",   "a"});
   EXPECT_EQ(KDXDigestAlgorithmMD5, line.algorithm);
   EXPECT_EQ(3U, line.jobs);
   EXPECT_EQ(7, line.stallSeconds);
   EXPECT_THAT(line.excluded, ElementsAre("*.tmp", "x/**"));
-  EXPECT_TRUE(line.partial && line.recheck && line.replace && line.json && line.quiet);
-  EXPECT_FALSE(line.readBack);
+  EXPECT_TRUE(line.partial && line.recheck && line.replace && line.checksums && line.json && line.quiet);
+  EXPECT_FALSE(line.readBack || line.hashList);
   EXPECT_EQ("f", line.catalogue);
   EXPECT_EQ("card", line.card);
   EXPECT_THAT(line.destinations, ElementsAre("a"));
@@ -101,9 +102,9 @@ TEST(OffloadCommandLine, EveryOptionIsKnownToWhoAsks) {
   for (const CommandLineOption& option : commandLineOptions()) {
     names.push_back((option.longName.empty() ? option.shortName : option.longName) + (option.takesArgument ? "=" : ""));
   }
-  EXPECT_THAT(names,
-              testing::UnorderedElementsAre("help", "version", "t=", "jobs=", "stall=", "exclude=", "partial",
-                                            "no-read-back", "recheck", "replace", "catalogue=", "json", "quiet"));
+  EXPECT_THAT(names, testing::UnorderedElementsAre("help", "version", "t=", "jobs=", "stall=", "exclude=", "partial",
+                                                   "no-read-back", "no-mhl", "checksums", "recheck", "replace",
+                                                   "catalogue=", "json", "quiet"));
 }
 
 }  // namespace kdxoffload

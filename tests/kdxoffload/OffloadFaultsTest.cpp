@@ -38,7 +38,7 @@ class OffloadFaults : public CardOffload {
   }
 
   static void expectAllIn(const fs::path& folder) {
-    EXPECT_EQ(clips, namesBelow(folder));
+    EXPECT_EQ(clips, withoutManifests(namesBelow(folder)));
     for (const std::string& clip : clips) EXPECT_TRUE(bytesOf(clip) == readFile(folder / clip)) << clip;
   }
 };
@@ -111,7 +111,7 @@ TEST_F(OffloadOnFaultyFileSystem, AnUnreadableFileInTheMiddleFailsAlone) {
   const ToolRun run = offloadFromFaulty();
   EXPECT_EQ(2, run.exitStatus) << run.output;
   EXPECT_EQ("DO NOT ERASE: 1 of 3 files is not proved.", lastLine(run));
-  EXPECT_EQ((std::vector<std::string>{"A.mov", "C.mov"}), namesBelow(path("a")));
+  EXPECT_EQ((std::vector<std::string>{"A.mov", "C.mov"}), withoutManifests(namesBelow(path("a"))));
   server->clear();
   EXPECT_EQ(0, offloadFromFaulty().exitStatus);
   expectAllIn(path("a"));
@@ -160,6 +160,32 @@ TEST_F(OffloadOnFaultyFileSystem, ADestinationThatTurnsReadOnlyInTheMiddleLosesN
   EXPECT_EQ(0, offloadToFaulty().exitStatus);
   expectAllIn(server->stored("a"));
   expectAllIn(path("b"));
+}
+
+TEST_F(OffloadOnFaultyFileSystem, AManifestThatCannotBeWrittenIsAWarningAndTheVerdictStands) {
+  const std::function<void(FaultyFileSystem&)> faults[] = {
+      [](FaultyFileSystem& fs) { fs.whenWriting("a/ascmhl/*").fail(ENOSPC); },
+      [](FaultyFileSystem& fs) { fs.whenCreating("a/ascmhl/*").fail(EROFS); },
+      [](FaultyFileSystem& fs) { fs.whenSyncing("a/ascmhl/*").fail(EIO); }};
+  const auto offloadWith = [this](const std::string& option) {
+    std::vector<std::string> words = toFaulty();
+    words.insert(words.begin(), option);
+    return offload(words);
+  };
+  ASSERT_EQ(0, offloadWith("--no-mhl").exitStatus);
+  for (const auto& set : faults) {
+    set(*server);
+    const ToolRun run = offloadWith("--recheck");
+    EXPECT_EQ(0, run.exitStatus) << run.output << run.errors;
+    EXPECT_THAT(run.output, HasSubstr("the media hash list can't be written at " + server->path("a").string()));
+    EXPECT_THAT(lastLine(run), StartsWith("SAFE TO ERASE: "));
+    expectAllIn(server->stored("a"));
+    server->clear();
+  }
+  const ToolRun run = offloadWith("--recheck");
+  EXPECT_EQ(0, run.exitStatus) << run.output << run.errors;
+  EXPECT_THAT(run.output, testing::Not(HasSubstr("media hash list")));
+  expectAllIn(server->stored("a"));
 }
 
 TEST_F(OffloadOnFaultyFileSystem, AFileThatGrowsOrShrinksMeanwhileIsNotProved) {
@@ -221,7 +247,7 @@ TEST_F(OffloadFaults, TenThousandFoldersSideBySideArrive) {
     fs::create_directory(fs::path(path("card")) / std::to_string(folder));
   writeFile(path("card/9999/clip.mov"), "wide");
   EXPECT_EQ(0, offload({"card", "a"}).exitStatus);
-  EXPECT_EQ(everythingIn("card"), everythingIn("a"));
+  EXPECT_EQ(everythingIn("card"), withoutManifests(everythingIn("a")));
 }
 
 TEST_F(OffloadFaults, TenThousandFoldersOneInAnotherArrive) {

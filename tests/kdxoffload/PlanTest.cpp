@@ -30,6 +30,7 @@ class PlanOfACard : public testing::Test {
     return _volumes[destination];
   }
   PlanWishes& wishes() { return _wishes; }
+  std::vector<std::string> continued;  // files that go on at every destination
 
   // A record that agrees with the card and the destination as they are.
   FileRecord& record(std::size_t destination, const std::string& path,
@@ -99,6 +100,7 @@ class PlanOfACard : public testing::Test {
     for (const auto& [index, target] : there.linkTargets) {
       made.linkTargets[TreeInMemory::indexOf(_listing, there.pathOf(index))] = target;
     }
+    for (const std::string& path : continued) made.continued.insert(TreeInMemory::indexOf(_listing, path));
     return made;
   }
 
@@ -275,6 +277,21 @@ TEST_F(PlanOfACard, RecheckReadsWhatIsProvedAgain) {
   plan();
   EXPECT_TRUE(provedAt("clip.mov").empty());
   EXPECT_THAT(jobs(), ElementsAre("compare clip.mov to 0"));
+}
+
+TEST_F(PlanOfACard, AFileThatGoesOnThereIsProvedWhateverIsKnownOrWanted) {
+  card().file("ascmhl/chain.xml");
+  at(0).file("ascmhl/chain.xml", 200);
+  for (const bool recheck : {false, true}) {
+    wishes().recheck = recheck;
+    continued = {};
+    plan();
+    EXPECT_THAT(jobs(), ElementsAre("compare ascmhl/chain.xml to 0"));
+    continued = {"ascmhl/chain.xml"};
+    plan();
+    EXPECT_THAT(jobs(), IsEmpty());
+    EXPECT_EQ(DestinationSet::only(0), provedAt("ascmhl/chain.xml"));
+  }
 }
 
 TEST_F(PlanOfACard, WhatWasOnlyCopiedIsReadWhereAReadBackIsWanted) {

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <set>
 
 #include "KDXFileTools/kdxoffload/JobOrder.h"
 #include "KDXFileTools/kdxoffload/Verdict.h"
@@ -71,18 +72,20 @@ struct Offload {
     }
   }
 
-  [[nodiscard]] Verdict verdict() const {
-    return kdxoffload::verdictOf({.before = before,
-                                  .after = after,
-                                  .destinations = destinations,
-                                  .plan = plan,
-                                  .results = results,
-                                  .destinationPaths = destinationPaths,
-                                  .volumes = volumes,
-                                  .warnings = warnings,
-                                  .readBack = readBack,
-                                  .signal = signal});
+  [[nodiscard]] kdxoffload::VerdictFacts facts() const {
+    return {.before = before,
+            .after = after,
+            .destinations = destinations,
+            .plan = plan,
+            .results = results,
+            .destinationPaths = destinationPaths,
+            .volumes = volumes,
+            .continued = continued,
+            .warnings = warnings,
+            .readBack = readBack,
+            .signal = signal};
   }
+  [[nodiscard]] Verdict verdict() const { return kdxoffload::verdictOf(facts()); }
 
   Listing before;
   Listing after;
@@ -91,6 +94,7 @@ struct Offload {
   Results results;
   std::vector<std::string> destinationPaths;
   std::vector<platform::Volume> volumes;
+  std::vector<std::set<EntryIndex>> continued;
   std::vector<std::string> warnings;
   bool readBack = true;
   std::optional<int> signal;
@@ -426,4 +430,44 @@ TEST(Verdict, SaysWhatADestinationDoesNotKeep) {
   EXPECT_TRUE(verdict.isSafe);
   EXPECT_THAT(verdict.remarks, Contains("/mnt/raid does not keep modes as they are on the card."));
   EXPECT_THAT(verdict.remarks, Contains("/mnt/shuttle does not keep times of change as they are on the card."));
+}
+
+TEST(Verdict, AFileThatGoesOnThereIsTheCardsFileAlthoughItIsLonger) {
+  Offload offload;
+  for (DestinationListing* listing : {&offload.destinations[raid], &offload.results.after[raid]}) {
+    (*listing)[note].size = 48;
+    (*listing)[note].modified = 9;
+  }
+  expectNotSafe(offload.verdict(), 4);
+  offload.continued = {{note}, {}};
+  EXPECT_TRUE(offload.verdict().isSafe);
+  // Not when it changed once more at the end.
+  offload.destinations[raid][note].modified = 10;
+  expectNotSafe(offload.verdict(), 4);
+}
+
+TEST(ProvedAtTheEnd, IsWhatWasFoundAsItWasProved) {
+  Offload offload;
+  offload.results.setProof(note, raid, Proof::none);
+  offload.destinations[shuttle][clip].modified += 1;
+  const std::vector<DestinationSet> proved = provedAtTheEnd(offload.facts());
+  ASSERT_EQ(4U, proved.size());
+  EXPECT_EQ(DestinationSet::all(2), proved[folder]);
+  EXPECT_EQ(DestinationSet::only(shuttle), proved[note]);
+  EXPECT_EQ(DestinationSet::only(raid), proved[clip]);
+}
+
+TEST(ProvedAtTheEnd, IsNothingOfWhatReadDifferentlyOnceOrHasGone) {
+  Offload offload;
+  offload.results.unstable = {note};
+  offload.destinations[raid][clip] = {};
+  const std::vector<DestinationSet> proved = provedAtTheEnd(offload.facts());
+  EXPECT_EQ(DestinationSet(), proved[note]);
+  EXPECT_EQ(DestinationSet::only(shuttle), proved[clip]);
+}
+
+TEST(ProvedAtTheEnd, IsNothingWhereFactsDoNotFitTogether) {
+  Offload offload;
+  offload.destinations[raid].pop_back();
+  for (const DestinationSet& proved : provedAtTheEnd(offload.facts())) EXPECT_TRUE(proved.empty());
 }

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <regex>
 
 #include "platform/FileDescriptor.h"
 
@@ -68,6 +69,20 @@ void CardOffload::waitForFile(const std::string& file) {
 void CardOffload::waitForLock(const std::string& folder) const {
   const platform::FileDescriptor descriptor(::open(path(folder).c_str(), O_RDONLY | O_CLOEXEC));
   ASSERT_EQ(0, ::flock(descriptor.get(), LOCK_EX));
+}
+
+std::vector<std::string> withoutManifests(const std::vector<std::string>& names) {
+  static const std::regex manifest(
+      "ascmhl(/ascmhl_chain[.]xml|/[0-9]{4}_[^/]*_[0-9]{4}-[0-9]{2}-[0-9]{2}_[0-9]{6}Z[.]mhl)?( .*)?");
+  std::vector<std::string> others;
+  for (const std::string& name : names) {
+    if (name.starts_with("ascmhl")) {
+      EXPECT_TRUE(std::regex_match(name, manifest)) << name;
+    } else {
+      others.push_back(name);
+    }
+  }
+  return others;
 }
 
 std::string lastLine(const ToolRun& run) {

@@ -34,5 +34,9 @@ class CardOffload : public testing::Test {
   const ScratchDirectory scratch;
 };
 
+// Names of files, or lines of everythingIn, without those of the manifests of a destination. Fails the test where anything else than
+// manifests is among them.
+std::vector<std::string> withoutManifests(const std::vector<std::string>& names);
+
 // The line that stands last on standard output: the verdict.
 std::string lastLine(const ToolRun& run);
