@@ -25,7 +25,6 @@ struct Batch {
   std::size_t started = 0;  // of the jobs
   std::size_t ended = 0;
   std::vector<Finished> finished{};
-  std::vector<Job> failed{};
 
   [[nodiscard]] bool hasMore() const { return started < jobs.size(); }
   [[nodiscard]] bool isOver() const { return ended == jobs.size(); }

@@ -408,6 +408,7 @@ std::vector<FileRecord> Catalogue::recordsOf(const std::string& destination, con
       if (!record) continue;
       records[index] = *record;
       if (record->state == FileRecord::State::begun) {
+        records[index].begun = record->destinationModified;
         records[index].destinationModified = lastSignOfLife(runs, record->destinationModified);
       }
     }

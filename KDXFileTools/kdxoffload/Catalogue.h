@@ -29,6 +29,7 @@ struct FileRecord {
   uint64_t destinationSize = 0;  // at the destination after the proof, bytes
   // At the destination after the proof. Of `begun`: until when the run that was about to write it showed that it was at work.
   int64_t destinationModified = 0;
+  int64_t begun = 0;  // of `begun`: when that was written down, nanoseconds since 1970
   bool operator==(const FileRecord&) const = default;
 };
 

@@ -86,7 +86,9 @@ bool openToOwner(const Folder& parent, const std::string& name, platform::ErrorP
   const std::optional<Folder> folder = parent.openFolder(name, error);
   const auto facts = folder ? folder->facts(error) : std::nullopt;
   if (!facts || (facts->mode & writeAndSearch) == writeAndSearch) return facts.has_value();
-  return folder->setModeAndTime(facts->mode | writeAndSearch, facts->modified, error);
+  // Some may write in it all the same. What can't be written says so itself.
+  folder->setModeAndTime(facts->mode | writeAndSearch, facts->modified, nullptr);
+  return true;
 }
 
 struct Reading {

@@ -102,13 +102,6 @@ std::vector<EntriesOrder> keepingOrders(const std::vector<DestinationSet>& where
   return gatherer.take();
 }
 
-void keepOpenToOwner(std::deque<EntriesOrder>& keeping) {
-  constexpr uint32_t writeAndSearch = 0300;
-  for (EntriesOrder& order : keeping) {
-    for (OrderedItem& item : order.order.items) item.mode |= writeAndSearch;
-  }
-}
-
 std::deque<EntriesOrder> oneForEachDestination(const std::vector<EntriesOrder>& orders) {
   std::deque<EntriesOrder> apart;
   for (const EntriesOrder& order : orders) {

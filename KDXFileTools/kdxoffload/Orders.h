@@ -32,9 +32,6 @@ std::vector<EntriesOrder> linkOrders(const std::vector<DestinationSet>& where, c
 // The orders that set mode and time of folders, the deepest first. To be done one after the other.
 std::vector<EntriesOrder> keepingOrders(const std::vector<DestinationSet>& where, const Listing& card);
 
-// Lets the owner write in those folders, whatever mode they have on the card.
-void keepOpenToOwner(std::deque<EntriesOrder>& keeping);
-
 // The same orders in the same order, each destination by itself: one that is gone fails alone.
 std::deque<EntriesOrder> oneForEachDestination(const std::vector<EntriesOrder>& orders);
 

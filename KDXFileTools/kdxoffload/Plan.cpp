@@ -88,11 +88,15 @@ Step stepForUnknownFile(const ItemFacts& onCard, const ItemFacts& there, const P
   return wishes.replace && onCard.size != there.size ? Step::replace : Step::compare;
 }
 
-// True when the file can be what an interrupted run wrote: nobody has changed it since that run was last at work, and it is
-// no larger than it would be.
-bool isLeftByUs(const FileRecord& record, const ItemFacts& onCard, const ItemFacts& there) {
-  constexpr int64_t lastsLonger = int64_t{120} * 1'000'000'000;  // nanoseconds: signs of life are half a minute apart
-  return isAsOnCard(record, onCard) && there.size <= onCard.size &&
+// True when the file can be what an interrupted run wrote: nobody has changed it since that run was last at work, its time is the
+// card's or that of the writing, and it is no larger than it would be.
+bool isLeftByUs(const FileRecord& record, const ItemFacts& onCard, const ItemFacts& there, int64_t grain) {
+  constexpr int64_t second = 1'000'000'000;      // nanoseconds
+  constexpr int64_t lastsLonger = 120 * second;  // signs of life are half a minute apart
+  constexpr int64_t coarsest = 2 * second;       // grain of times
+  const bool isOurTime =
+      isSameTime(there.modified, onCard.modified, grain) || there.modified >= record.begun - coarsest;
+  return isAsOnCard(record, onCard) && there.size <= onCard.size && isOurTime &&
          there.changed <= record.destinationModified + lastsLonger;
 }
 
@@ -105,7 +109,7 @@ Decision decideLeftFile(const ItemFacts& onCard, const ItemFacts& there) {
 Decision decideStandingFile(const ItemFacts& onCard, const ItemFacts& there, const FileRecord& record, int64_t grain,
                             const PlanWishes& wishes) {
   const bool isBegun = record.state == FileRecord::State::begun;
-  if (isBegun && isLeftByUs(record, onCard, there)) return decideLeftFile(onCard, there);
+  if (isBegun && isLeftByUs(record, onCard, there, grain)) return decideLeftFile(onCard, there);
   if (isBegun || record.state == FileRecord::State::none) return {.step = stepForUnknownFile(onCard, there, wishes)};
   if (!isAsOnCard(record, onCard)) {
     return wishes.replace ? Decision{.step = Step::replace} : obstacle(Obstacle::changedSinceProved);
@@ -161,6 +165,7 @@ class Planner {
     const std::size_t entries = card.entries.size();
     _plan.proved.resize(entries);
     _plan.folders.resize(entries);
+    _plan.closed.resize(entries);
     _plan.links.resize(entries);
     collectCardsFiles();
     findClashes();
@@ -341,7 +346,7 @@ class Planner {
                            [this](uint64_t sum, EntryIndex index) { return sum + _card.entries[index].facts.size; });
   }
 
-  // Folders that stand there already but can't be written in, as those of a read-only medium: "made" anew, they can.
+  // Folders have the modes of the card, and on some cards no folder is to be written in.
   void openFoldersToWriteIn() {
     for (const Job& job : _plan.jobs) {
       if (job.kind == JobKind::copy || job.replaces) openFolderAbove(_plan.files[job.first], job.destinations);
@@ -359,7 +364,7 @@ class Planner {
     for (std::size_t destination = 0; destination < _destinations.size(); ++destination) {
       const ItemFacts& there = _destinations[destination].listing[parent];
       const bool isClosed = there.kind == ItemKind::folder && (there.mode & writeAndSearch) != writeAndSearch;
-      if (isClosed && destinations.contains(destination)) _plan.folders[parent].insert(destination);
+      if (isClosed && destinations.contains(destination)) _plan.closed[parent].insert(destination);
     }
   }
 

@@ -59,9 +59,10 @@ struct Plan {
   std::vector<std::string> sequences{};   // identifiers, without the folder: "A001_%%d_1001-1100.####.dpx"
   std::vector<Job> jobs{};                // big ones first in the order of the card, then small ones
   std::vector<DestinationSet> proved{};   // for every entry of the card: where it is proved already; for folders, empty
-  std::vector<DestinationSet> folders{};  // for every entry of the card: where this folder must be made, or opened
-                                          // to its owner for what is to be written in it
-  std::vector<DestinationSet> links{};    // the same for links
+  std::vector<DestinationSet> folders{};  // for every entry of the card: where this folder has to be made
+  // For every entry of the card: where this folder is there, and has to be opened to its owner for what is to be written in it.
+  std::vector<DestinationSet> closed{};
+  std::vector<DestinationSet> links{};  // the same for links
   std::vector<PlannedFailure> failures{};
   std::vector<std::string> warnings{};  // one for each group of frames with a gap
   std::vector<RoomNeeded> room{};       // at each destination

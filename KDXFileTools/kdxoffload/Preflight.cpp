@@ -216,8 +216,11 @@ std::string withoutSlashesAtEnd(std::string path) {
 std::vector<platform::FileIdentity> foldersOfCatalogue(const std::string& path) {
   std::error_code none;
   std::filesystem::path place = std::filesystem::absolute(path, none);
-  // What is there already may be a link to a file elsewhere.
-  if (const auto real = platform::realPathOf(place.string())) place = *real;
+  // What is there already may be a link to a file elsewhere, and that file may still be to be made.
+  constexpr int mostLinks = 40;  // as the system follows
+  for (int link = 0; link < mostLinks && std::filesystem::is_symlink(place, none); ++link) {
+    place = place.parent_path() / std::filesystem::read_symlink(place, none);
+  }
   do {
     place = place.parent_path();
   } while (place != place.root_path() && !std::filesystem::is_directory(place, none));

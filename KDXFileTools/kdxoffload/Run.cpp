@@ -5,7 +5,6 @@
 #include <chrono>
 #include <deque>
 #include <map>
-#include <set>
 #include <utility>
 
 #include "KDXFileTools/kdxdispatchcopy/ExitStatus.h"
@@ -14,6 +13,7 @@
 #include "KDXFileTools/kdxoffload/Orders.h"
 #include "KDXFileTools/kdxoffload/ProgressMeter.h"
 #include "KDXFileTools/kdxoffload/Verdict.h"
+#include "KDXFileTools/kdxoffload/Watched.h"
 #include "KDXFileTools/kdxoffload/WorkerPool.h"
 #include "platform/Folder.h"
 
@@ -27,6 +27,7 @@ using BatchPointer = std::shared_ptr<Batch>;
 constexpr std::chrono::milliseconds betweenStates{250};
 // An interrupted run is known to have been at work until then, and so much longer at most.
 constexpr double secondsBetweenSigns = 30;
+constexpr double longestAnswer = 30;  // seconds
 constexpr std::size_t smallJobsAtOnce = 16;
 constexpr std::size_t bigJobsAtOnce = 1;
 // While one batch is being synced the next one goes on.
@@ -97,10 +98,12 @@ struct Run::State : std::enable_shared_from_this<Run::State> {
   void settle(Batch& batch, const JobResult& synced);
   void prove(const Batch::Finished& finished, std::vector<FileOfRecord>& records);
   void takeDigest(EntryIndex entry, const FileDigest& digest);
+  void agreeAt(EntryIndex entry, std::size_t destination);
   bool fail(const Job& job, const JobReport& report, bool isRetry);
   void forgetWhatIsNotOurs(const Job& job, int status);
-  [[nodiscard]] std::vector<Job> asItStands(const Job& job) const;
-  [[nodiscard]] DestinationSet takenNames(const Job& job) const;
+  [[nodiscard]] std::vector<Job> asItStands(const Job& job);
+  [[nodiscard]] DestinationSet takenNames(const Job& job);
+  [[nodiscard]] std::optional<bool> isNameTaken(std::size_t position, EntryIndex file) const;
 
   // What is kept of them.
   void addRecords(const Job& job, std::vector<FileOfRecord>& records) const;
@@ -143,14 +146,17 @@ struct Run::State : std::enable_shared_from_this<Run::State> {
     JobResult result;
   };
   std::vector<FailedOnce> failedOnce;
-  std::set<EntryIndex> differedOnce;  // files whose comparison found a difference
+  std::map<EntryIndex, JobResult> firstFailures;  // of files that are tried once more
+  std::map<EntryIndex, DestinationSet>
+      differedOnce;  // files that a comparison found different, and where they still are
   struct LeftBehind {
     std::string path;  // of a temporary file of a job that failed
     DestinationSet destinations;
   };
   std::vector<LeftBehind> leftBehind;
-  double nextSign = 0;     // see secondsBetweenSigns
-  bool hasWorked = false;  // something was to be done
+  DestinationSet silent{};  // destinations that do not answer any more
+  double nextSign = 0;      // see secondsBetweenSigns
+  bool hasWorked = false;   // something was to be done
   uint64_t bytesProved = 0;
   uint64_t filesProved = 0;
   uint64_t files = 0;
@@ -225,8 +231,11 @@ void Run::State::doInTurn(std::deque<EntriesOrder> orders,
 }
 
 void Run::State::makeFolders() {
+  std::vector<DestinationSet> where = plan.folders;
+  // One that is there already is made too: the worker opens it.
+  for (EntryIndex index = 0; index < plan.closed.size(); ++index) where[index] = where[index].with(plan.closed[index]);
   doInTurn(
-      oneForEachDestination(folderOrders(plan.folders, card)),
+      oneForEachDestination(folderOrders(where, card)),
       [this](const EntriesOrder& order, const JobReport& report) { takeItems(order, report); },
       [this] { copyFiles(); });
 }
@@ -249,7 +258,10 @@ void Run::State::tryAgain() {
 void Run::State::startAgain() {
   stage = Stage::retries;
   std::vector<Job> jobs;
-  for (const FailedOnce& failed : std::exchange(failedOnce, {})) jobs.push_back(failed.job);
+  for (const FailedOnce& failed : std::exchange(failedOnce, {})) {
+    jobs.push_back(failed.job);
+    for (const EntryIndex file : plan.filesOf(failed.job)) firstFailures.emplace(file, failed.result);
+  }
   for (const Batch& batch : retriesOf(jobs)) {
     for (const Job& job : asItStands(batch.jobs.front())) {
       waiting.push_back(std::make_shared<Batch>(Batch{.jobs = {job}, .isRetry = true}));
@@ -334,7 +346,9 @@ void Run::State::dropWaiting() {
   for (const BatchPointer& batch : std::exchange(waiting, {})) {
     const bool isOpen = batch->started != 0;
     for (std::size_t job = batch->started; isOpen && job < batch->jobs.size(); ++job) {
-      if (batch->jobs[job].kind == JobKind::copy) addRecords(batch->jobs[job], never);
+      // What a job was to replace stands there already, and stays known as what it is.
+      const Job& dropped = batch->jobs[job];
+      if (dropped.kind == JobKind::copy && !dropped.replaces) addRecords(dropped, never);
     }
     batch->jobs.resize(batch->started);
     if (isOpen) closeIfOver(batch);
@@ -351,6 +365,12 @@ bool Run::State::mayStart(const Batch& batch) const {
 bool Run::State::startOne() {
   if (waiting.empty() || !mayStart(*waiting.front())) return false;
   const BatchPointer batch = waiting.front();
+  if (batch->isRetry && silent.with(batch->jobs.front().destinations) == silent) {
+    // One second try of each of thousands of files would take days there.
+    addFailures(batch->jobs.front(), {.status = WorkStatus::stalled});
+    waiting.pop_front();
+    return true;
+  }
   if (batch->started == 0) open(*batch);
   startJob(batch);
   if (!batch->hasMore()) waiting.pop_front();
@@ -418,8 +438,6 @@ void Run::State::endJob(const JobReport& report) {
   ++job.batch->ended;
   if (isDone) {
     job.batch->finished.push_back({.job = job.job, .report = report});
-  } else {
-    job.batch->failed.push_back(job.job);
   }
   closeIfOver(job.batch);
   startMore();
@@ -478,8 +496,7 @@ void Run::State::prove(const Batch::Finished& finished, std::vector<FileOfRecord
     const bool isUnread = isCopy && !settings.setup.readBack;
     const bool isAdopted = !isCopy && !wasProved;
     if (index < digests.size()) takeDigest(entry, digests[index]);
-    // Read twice, and different from itself.
-    if (!isCopy && differedOnce.contains(entry)) results.unstable.insert(entry);
+    if (!isCopy) agreeAt(entry, file.destination);
     if (item < report.result.items.size()) {
       const ItemResult& left = report.result.items[item];
       results.after[file.destination][entry] = left.facts;
@@ -498,10 +515,19 @@ void Run::State::prove(const Batch::Finished& finished, std::vector<FileOfRecord
 
 // A file of the card that once gave another digest, here or in an earlier run, does not read the same each time.
 void Run::State::takeDigest(EntryIndex entry, const FileDigest& digest) {
-  const FileDigest known = entry < settings.knownDigests.size() ? settings.knownDigests[entry] : FileDigest{};
+  const FileDigest known = results.digests[entry];
   if (known.algorithm == digest.algorithm && known != digest) results.unstable.insert(entry);
   results.digests[entry] = digest;
   results.read[entry] = nanosecondsSince1970();
+}
+
+// Of several copies a comparison does not say which one differs. Once all of them agree with the card, it was the card that
+// read differently.
+void Run::State::agreeAt(EntryIndex entry, std::size_t destination) {
+  const auto differed = differedOnce.find(entry);
+  if (differed == differedOnce.end()) return;
+  differed->second = differed->second.without(DestinationSet::only(destination));
+  if (differed->second.empty()) results.unstable.insert(entry);
 }
 
 // True when the job will be tried once more.
@@ -511,7 +537,7 @@ bool Run::State::fail(const Job& job, const JobReport& report, bool isRetry) {
   const bool makesRoom = job.kind == JobKind::compare && job.replaces && result.status == WorkStatus::differs;
   for (const EntryIndex file : plan.filesOf(job)) {
     if (result.status == JobStatus::verificationFailed) results.unstable.insert(file);
-    if (result.status == WorkStatus::differs && !makesRoom) differedOnce.insert(file);
+    if (result.status == WorkStatus::differs && !makesRoom && !isRetry) differedOnce[file] = job.destinations;
     if (job.kind == JobKind::copy && !job.usesAlias) {
       leftBehind.push_back({.path = card.pathOf(file) + ".kdxcopy", .destinations = job.destinations});
     }
@@ -521,7 +547,8 @@ bool Run::State::fail(const Job& job, const JobReport& report, bool isRetry) {
     if (makesRoom) failedOnce.back().job.kind = JobKind::copy;
     return true;
   }
-  forgetWhatIsNotOurs(job, result.status);
+  if (isRetry && result.status == WorkStatus::stalled) silent = silent.with(job.destinations);
+  if (!makesRoom) forgetWhatIsNotOurs(job, result.status);
   addFailures(job, result);
   return false;
 }
@@ -537,7 +564,7 @@ void Run::State::forgetWhatIsNotOurs(const Job& job, int status) {
 
 // The job as it is to be tried again: each destination by itself, so that one that is gone, full or different takes nothing
 // from the others. What has got its name meanwhile is compared instead, whoever gave it.
-std::vector<Job> Run::State::asItStands(const Job& job) const {
+std::vector<Job> Run::State::asItStands(const Job& job) {
   const DestinationSet taken = job.kind == JobKind::compare ? job.destinations : takenNames(job);
   std::vector<Job> jobs;
   for (std::size_t position = 0; position < settings.setup.destinations.size(); ++position) {
@@ -550,18 +577,30 @@ std::vector<Job> Run::State::asItStands(const Job& job) const {
 }
 
 // Where a file stands now under the name of a file that was to be copied, and was not to replace anything.
-DestinationSet Run::State::takenNames(const Job& job) const {
+DestinationSet Run::State::takenNames(const Job& job) {
   DestinationSet taken;
   if (job.replaces) return taken;
-  const EntryIndex file = plan.files[job.first];
   for (std::size_t position = 0; position < settings.setup.destinations.size(); ++position) {
-    if (!job.destinations.contains(position)) continue;
-    const auto root = platform::Folder::open(settings.setup.destinations[position], nullptr);
-    const auto folder = root ? root->openFolder(card.folderOf(file), nullptr) : std::nullopt;
-    const auto facts = folder ? folder->factsOf(card.entries[file].name, nullptr) : std::nullopt;
-    if (facts && facts->kind == platform::ItemKind::file) taken.insert(position);
+    if (!job.destinations.contains(position) || silent.contains(position)) continue;
+    const auto isTaken = isNameTaken(position, plan.files[job.first]);
+    if (!isTaken) silent.insert(position);
+    if (isTaken.value_or(false)) taken.insert(position);
   }
   return taken;
+}
+
+// None when the destination does not answer: nobody may wait for it for long here.
+std::optional<bool> Run::State::isNameTaken(std::size_t position, EntryIndex file) const {
+  const double patience = std::min(settings.stallSeconds, longestAnswer);
+  std::function<bool(const std::function<void()>&)> look =
+      [root = settings.setup.destinations[position], above = card.folderOf(file),
+       name = card.entries[file].name](const std::function<void()>&) {
+        const auto top = platform::Folder::open(root, nullptr);
+        const auto folder = top ? top->openFolder(above, nullptr) : std::nullopt;
+        const auto facts = folder ? folder->factsOf(name, nullptr) : std::nullopt;
+        return facts && facts->kind == platform::ItemKind::file;
+      };
+  return watched<bool>(patience, std::move(look), [] {});
 }
 
 // One for each file and destination, in this order: those of a file together.
@@ -681,7 +720,7 @@ void Run::State::postPlannedOutcomes() {
 
 // Tells of the file as soon as it is proved everywhere.
 void Run::State::postFile(EntryIndex entry, double jobSeconds, std::optional<uint64_t> sequenceJob) {
-  if (isReported[entry] || !results.isProvedEverywhere(entry)) return;
+  if (isReported[entry] || !results.isProvedEverywhere(entry) || results.unstable.contains(entry)) return;
   isReported[entry] = true;
   ++filesProved;
   bytesProved += card.entries[entry].facts.size;
@@ -706,6 +745,10 @@ void Run::State::postRest() {
   for (EntryIndex index = 0; index < card.entries.size(); ++index) {
     if (!isFile(index) || isReported[index]) continue;
     isReported[index] = true;
+    if (const auto first = firstFailures.find(index); first != firstFailures.end()) {
+      const DestinationSet lacking = everywhere().without(results.provedAt(index));
+      if (!results.failures.contains(index)) addFailure(index, first->second.status, first->second.reason, lacking);
+    }
     if (!results.failures.contains(index)) {
       results.failures[index] = {.status = 0,
                                  .reason = "its turn did not come before the offload was stopped",

@@ -54,7 +54,6 @@ class WorkerPool::Worker : public std::enable_shared_from_this<WorkerPool::Worke
 
   void give(const JobOrder& order, Done done) {
     _number = order.number;
-    _isSync = order.task == Task::sync;
     _isCopying = order.task == Task::copy || order.task == Task::sequence || order.task == Task::compare;
     _done = std::move(done);
     _report = {};
@@ -68,9 +67,10 @@ class WorkerPool::Worker : public std::enable_shared_from_this<WorkerPool::Worke
 
   [[nodiscard]] bool isBusy() const { return static_cast<bool>(_done); }
   [[nodiscard]] bool isCopying() const { return isBusy() && _isCopying; }
-  // A flush counts as no input or output, and writes what other programs left too.
-  [[nodiscard]] bool isFlushing() const { return _isSync || _report.output.phase() == JobPhase::flushing; }
-  [[nodiscard]] bool isIdle() const { return !isBusy() && _orders.is_open() && !_hasEnded; }
+  // A flush counts as no input or output, and writes what other programs left too. What neither copies nor compares does
+  // hardly anything else.
+  [[nodiscard]] bool isFlushing() const { return !_isCopying || _report.output.phase() == JobPhase::flushing; }
+  [[nodiscard]] bool isIdle() const { return !isBusy() && _orders.is_open() && !_hasEnded && !_wasStalled; }
   [[nodiscard]] std::size_t taken() const { return _taken; }
   [[nodiscard]] bool hasEnded() const { return _hasEnded; }
 
@@ -197,7 +197,6 @@ class WorkerPool::Worker : public std::enable_shared_from_this<WorkerPool::Worke
   // Of the order under way.
   uint64_t _number = 0;
   bool _isCopying = false;
-  bool _isSync = false;
   Done _done;  // empty while there is none
   JobReport _report;
   std::optional<uint64_t> _activity;

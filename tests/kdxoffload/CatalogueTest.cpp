@@ -67,7 +67,7 @@ Listing cardOf(const Paths& names) {
 std::vector<FileRecord> recordsOf(const Catalogue& catalogue, const std::string& destination, const Listing& card) {
   std::vector<FileRecord> records = catalogue.recordsOf(destination, card);
   for (FileRecord& record : records) {
-    if (record.state == State::begun) record.destinationModified = 0;
+    if (record.state == State::begun) record.destinationModified = record.begun = 0;
   }
   return records;
 }

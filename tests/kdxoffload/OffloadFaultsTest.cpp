@@ -313,7 +313,8 @@ TEST_F(OffloadFaults, ACardThatReadsDifferentlyThanInAnEarlierRunIsNotSafe) {
 TEST_F(OffloadFaults, ACatalogueOnTheCardIsRefusedHoweverItIsCalled) {
   fillCardWithClips(path("card"));
   fs::create_directory_symlink("card", path("way"));
-  for (const char* catalogue : {"card/c.sqlite", "way/c.sqlite", "./card/new/c.sqlite"}) {
+  fs::create_symlink("way/not-yet.sqlite", path("link.sqlite"));
+  for (const char* catalogue : {"card/c.sqlite", "way/c.sqlite", "./card/new/c.sqlite", "link.sqlite"}) {
     const ToolRun run = offload({"--catalogue", catalogue, "card", "a"});
     EXPECT_EQ(1, run.exitStatus) << catalogue;
     EXPECT_THAT(run.errors, HasSubstr("the catalogue is on the card"));
@@ -374,4 +375,23 @@ TEST_F(OffloadFaults, AFolderThatCannotBeWrittenInOnTheCardDoesNotStopTheNextRun
   EXPECT_EQ(0, second.exitStatus) << second.output << second.errors;
   EXPECT_EQ("second", readFile(path("a/D/b.mov")));
   EXPECT_EQ(fs::perms(0555), fs::status(path("a/D")).permissions());
+}
+
+TEST_F(OffloadOnFaultyFileSystem, OneDestinationThatDiffersSaysNothingAgainstTheCard) {
+  writeFile(scratch.file("a/B.mov"), bytesOf("C.mov"));
+  writeFile(scratch.file("b/B.mov"), bytesOf("B.mov"));
+  const ToolRun run = offload({"card", "a", "b"});
+  EXPECT_EQ(2, run.exitStatus);
+  EXPECT_THAT(run.output, HasSubstr("what stands at the destination is not what the card holds"));
+  EXPECT_THAT(run.output, testing::Not(HasSubstr("did not read the same twice")));
+  EXPECT_EQ(0, offload({"--replace", "card", "a", "b"}).exitStatus);
+}
+
+TEST_F(OffloadOnFaultyFileSystem, ACardThatReadsDifferentlyForTwoDestinationsIsNotSafe) {
+  writeFile(scratch.file("b/B.mov"), bytesOf("B.mov"));
+  // Both reads of the copy agree; the comparison for the other destination sees what is really there.
+  server->whenReading("card/B.mov").times(2).flipBitAt(2 * MiB);
+  const ToolRun run = offloadFromFaulty();
+  EXPECT_EQ(2, run.exitStatus) << run.output;
+  EXPECT_EQ("DO NOT ERASE: 1 of 3 files is not proved.", lastLine(run));
 }

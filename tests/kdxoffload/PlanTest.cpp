@@ -230,14 +230,19 @@ TEST_F(PlanOfACard, WhatAKilledRunLeftUnprovedIsComparedAndDoneAgainIfItDiffers)
   EXPECT_THAT(jobs(), ElementsAre("copy replacing short.mov to 0", "compare replacing whole.mov to 0"));
 }
 
-TEST_F(PlanOfACard, WhatCameAfterAKilledRunIsSomebodyElses) {
-  card().file("later.mov").file("longer.mov").file("changed.mov");
-  at(0).file("later.mov").file("longer.mov", 1'000'000).file("changed.mov");
-  for (const char* name : {"later.mov", "longer.mov", "changed.mov"}) record(0, name, FileRecord::State::begun);
-  record(0, "later.mov", FileRecord::State::begun).destinationModified = -int64_t{1'000'000'000} * 3600;
+TEST_F(PlanOfACard, WhatAKilledRunCannotHaveLeftIsSomebodyElses) {
+  card().file("changed.mov").file("later.mov").file("longer.mov").file("older.mov");
+  const int64_t lastYear = TreeInMemory::usualTime - int64_t{31'536'000} * 1'000'000'000;
+  at(0).file("changed.mov").file("later.mov").file("longer.mov", 1'000'000).file("older.mov", 7, lastYear);
+  for (const char* name : {"changed.mov", "later.mov", "longer.mov", "older.mov"}) {
+    FileRecord& begun = record(0, name, FileRecord::State::begun);
+    begun.begun = begun.destinationModified = TreeInMemory::usualTime;
+  }
+  at(0).facts("later.mov").changed = TreeInMemory::usualTime + int64_t{3600} * 1'000'000'000;
   record(0, "changed.mov", FileRecord::State::begun).modified -= 1;
   plan();
-  EXPECT_THAT(jobs(), ElementsAre("compare changed.mov to 0", "compare later.mov to 0", "compare longer.mov to 0"));
+  EXPECT_THAT(jobs(), ElementsAre("compare changed.mov to 0", "compare later.mov to 0", "compare longer.mov to 0",
+                                  "compare older.mov to 0"));
 }
 
 TEST_F(PlanOfACard, AFolderThatCannotBeWrittenInIsOpenedOnlyForWhatIsToBeWrittenInIt) {
@@ -247,7 +252,8 @@ TEST_F(PlanOfACard, AFolderThatCannotBeWrittenInIsOpenedOnlyForWhatIsToBeWritten
   at(0).facts("open").mode = 0755;
   record(0, "done/c");
   const Plan& made = plan();
-  EXPECT_THAT(marked(made.folders), ElementsAre("full at 0"));
+  EXPECT_THAT(marked(made.folders), IsEmpty());
+  EXPECT_THAT(marked(made.closed), ElementsAre("full at 0"));
 }
 
 TEST_F(PlanOfACard, AFileWithoutARecordIsComparedAndNotReplacedUnasked) {

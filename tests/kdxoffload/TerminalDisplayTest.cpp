@@ -102,7 +102,7 @@ TEST(TerminalDisplay, SaysWhatGoesOnWhileNoJobDoes) {
   startTwoClips(drawn);
   drawn.take(halfDone());
   EXPECT_EQ(6U, drawn.lines().size());
-  for (const uint64_t job : {1, 2}) drawn.take(JobEnded{.job = job});
+  for (const uint64_t job : {1U, 2U}) drawn.take(JobEnded{.job = job});
   drawn.take(halfDone());
   drawn.take(Looking{.text = "Comparing..."});
   EXPECT_EQ(5U, drawn.lines().size());
