@@ -214,7 +214,7 @@ class Offload {
       destinations.push_back(plannedDestination(place));
     }
     if (_signal) return false;
-    doubtWhatDisagrees(destinations);
+    forgetWhatDisagrees(*_card, destinations);
     _plan = kdxoffload::makePlan(
         *_card, destinations,
         {.readBack = _line.readBack, .recheck = _line.recheck, .replace = _line.replace, .algorithm = _line.algorithm});
@@ -238,27 +238,6 @@ class Offload {
     return destination;
   }
 
-  [[nodiscard]] bool isProofOfCard(const FileRecord& record, std::size_t index) const {
-    const platform::ItemFacts& onCard = _card->entries[index].facts;
-    return record.digest.algorithm != 0 && record.size == onCard.size && record.modified == onCard.modified;
-  }
-
-  // One file of the card with two digests was read wrongly once: all that is known of it is looked at again.
-  void doubtWhatDisagrees(std::vector<PlannedDestination>& destinations) const {
-    for (std::size_t index = 0; index < _card->entries.size(); ++index) {
-      FileDigest known;
-      bool isDoubtful = false;
-      for (const PlannedDestination& destination : destinations) {
-        const FileRecord& record = destination.records[index];
-        if (!isProofOfCard(record, index)) continue;
-        isDoubtful |= known.algorithm == record.digest.algorithm && known != record.digest;
-        known = record.digest;
-      }
-      if (!isDoubtful) continue;
-      for (PlannedDestination& destination : destinations) destination.records[index] = {};
-    }
-  }
-
   void keepKnownDigests(const std::vector<PlannedDestination>& destinations) {
     _runSettings.knownDigests.resize(_card->entries.size());
     _runSettings.knownProofs.resize(_card->entries.size());
@@ -266,7 +245,7 @@ class Offload {
     for (std::size_t position = 0; position < destinations.size(); ++position) {
       for (std::size_t index = 0; index < _card->entries.size(); ++index) {
         const FileRecord& record = destinations[position].records[index];
-        if (!isProofOfCard(record, index)) continue;
+        if (!isProofOf(record, _card->entries[index].facts)) continue;
         _runSettings.knownDigests[index] = record.digest;
         _runSettings.knownProofs[index].insert(position);
         if (record.state == FileRecord::State::copied) _onlyCopied[index].insert(position);

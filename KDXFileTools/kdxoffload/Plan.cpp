@@ -4,6 +4,7 @@
 #include <array>
 #include <functional>
 #include <iterator>
+#include <map>
 #include <numeric>
 #include <optional>
 
@@ -409,6 +410,25 @@ class Planner {
 };
 
 }  // namespace
+
+bool isProofOf(const FileRecord& record, const ItemFacts& onCard) {
+  return record.digest.algorithm != 0 && isAsOnCard(record, onCard);
+}
+
+void forgetWhatDisagrees(const Listing& card, std::span<PlannedDestination> destinations) {
+  for (EntryIndex index = 0; index < card.entries.size(); ++index) {
+    std::map<uint32_t, FileDigest> known;  // by algorithm
+    bool isDoubtful = false;
+    for (const PlannedDestination& destination : destinations) {
+      if (index >= destination.records.size()) continue;
+      const FileRecord& record = destination.records[index];
+      if (!isProofOf(record, card.entries[index].facts)) continue;
+      isDoubtful |= known.try_emplace(record.digest.algorithm, record.digest).first->second != record.digest;
+    }
+    if (!isDoubtful) continue;
+    for (PlannedDestination& destination : destinations) destination.records[index] = {};
+  }
+}
 
 Plan makePlan(const Listing& card, std::span<const PlannedDestination> destinations, const PlanWishes& wishes) {
   return Planner(card, destinations, wishes).plan();

@@ -90,6 +90,13 @@ struct PlannedDestination {
   platform::Volume volume{};
 };
 
+// True for a proof of the file as it is on the card now.
+bool isProofOf(const FileRecord& record, const platform::ItemFacts& onCard);
+
+// A file of the card that has two digests was read wrongly once. Empties all records of such files, so that they are looked at
+// again, or count as not proved.
+void forgetWhatDisagrees(const Listing& card, std::span<PlannedDestination> destinations);
+
 Plan makePlan(const Listing& card, std::span<const PlannedDestination> destinations, const PlanWishes& wishes);
 
 // True for names that jobs can't handle: not UTF-8, with control characters (they would look like lines of output), too long

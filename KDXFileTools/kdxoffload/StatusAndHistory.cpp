@@ -41,6 +41,7 @@ class StatusReport {
     findDestinations(place.realPath);
     for (const std::string& path : _realPaths) look(path, *root, card);
     if (const auto& problem = _catalogue.problem()) return refuse(*problem, std::nullopt);
+    forgetWhatDisagrees(card, _destinations);
     const Verdict verdict = statusOf(card, _destinations, _paths);
     finish(verdict, false);
     return verdict.exitStatus;

@@ -306,6 +306,7 @@ TEST_F(OffloadFaults, ACardThatReadsDifferentlyThanInAnEarlierRunIsNotSafe) {
   const ToolRun run = offload({"card", "a", "b"});
   EXPECT_EQ(2, run.exitStatus) << run.output;
   EXPECT_EQ("DO NOT ERASE: 1 of 3 files is not proved.", lastLine(run));
+  EXPECT_EQ(2, offload({"status", "card", "a", "b"}).exitStatus);
   // Both copies are read and compared with the card from then on.
   EXPECT_EQ(2, offload({"card", "a", "b"}).exitStatus);
 }

@@ -245,6 +245,25 @@ TEST_F(PlanOfACard, WhatAKilledRunCannotHaveLeftIsSomebodyElses) {
                                   "compare older.mov to 0"));
 }
 
+TEST_F(PlanOfACard, AFileWithTwoDigestsIsProvedNowhere) {
+  card().file("clip.mov");
+  const Listing listing = card().listing();
+  FileRecord proof{.state = FileRecord::State::proved,
+                   .digest = FileDigest::fromText("XXHash64BE:ef46db3751d8e999").value(),
+                   .size = listing.entries[0].facts.size,
+                   .modified = listing.entries[0].facts.modified};
+  std::vector<PlannedDestination> destinations(3);
+  for (PlannedDestination& destination : destinations) destination.records = {proof};
+  forgetWhatDisagrees(listing, destinations);
+  EXPECT_EQ(proof, destinations[0].records[0]);
+  destinations[1].records[0].digest = FileDigest::fromText("MD5:d41d8cd98f00b204e9800998ecf8427e").value();
+  forgetWhatDisagrees(listing, destinations);
+  EXPECT_EQ(proof, destinations[0].records[0]);
+  destinations[2].records[0].digest = FileDigest::fromText("XXHash64BE:0000000000000001").value();
+  forgetWhatDisagrees(listing, destinations);
+  for (const PlannedDestination& destination : destinations) EXPECT_EQ(FileRecord{}, destination.records[0]);
+}
+
 TEST_F(PlanOfACard, AFolderThatCannotBeWrittenInIsOpenedOnlyForWhatIsToBeWrittenInIt) {
   card().folder("full").file("full/a").folder("open").file("open/b").folder("done").file("done/c");
   at(0).folder("full").folder("open").folder("done").file("done/c");
