@@ -19,10 +19,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int manyFolders = 10'000;
-
 using testing::HasSubstr;
-using testing::MatchesRegex;
 using testing::StartsWith;
 
 const std::vector<std::string> clips{"A.mov", "B.mov", "C.mov"};
@@ -240,29 +237,6 @@ TEST_F(OffloadFaults, APipeOnTheCardIsLeftOutAndTheRestIsProved) {
   EXPECT_EQ(3, run.exitStatus) << run.output;
   EXPECT_THAT(run.output, HasSubstr("pipe: it is neither a file nor a folder nor a symbolic link"));
   expectAllIn(path("a"));
-}
-
-TEST_F(OffloadFaults, TenThousandFoldersSideBySideArrive) {
-  for (int folder = 0; folder < manyFolders; ++folder)
-    fs::create_directory(fs::path(path("card")) / std::to_string(folder));
-  writeFile(path("card/9999/clip.mov"), "wide");
-  EXPECT_EQ(0, offload({"card", "a"}).exitStatus);
-  EXPECT_EQ(everythingIn("card"), withoutManifests(everythingIn("a")));
-}
-
-TEST_F(OffloadFaults, TenThousandFoldersOneInAnotherArrive) {
-  const fs::path home = fs::current_path();
-  fs::current_path(path("card"));
-  for (int level = 0; level < manyFolders; ++level) {
-    fs::create_directory("d");
-    fs::current_path("d");
-  }
-  writeFile("clip.mov", "deep");
-  fs::current_path(home);
-  const ToolRun run = offload({"card", "a"});
-  EXPECT_EQ(0, run.exitStatus) << run.output.substr(0, 2000);
-  EXPECT_THAT(lastLine(run), MatchesRegex("SAFE TO ERASE: 1 file .*"));
-  EXPECT_EQ(0, offload({"card", "a"}).exitStatus);
 }
 
 TEST_F(OffloadOnFaultyFileSystem, AComparisonThatFailedOnceIsNotSafeInThatRun) {
