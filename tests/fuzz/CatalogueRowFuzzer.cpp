@@ -67,8 +67,7 @@ bool isSensible(const FileRecord& record) {
   const bool isBegun = record.state == FileRecord::State::begun;
   if (record.state == FileRecord::State::none || record.state > FileRecord::State::copied) return false;
   if (record.size > largest || record.destinationSize > largest) return false;
-  return isBegun ? record.destinationSize == 0 && record.destinationModified == 0 && record.digest == FileDigest{}
-                 : record.size == record.destinationSize;
+  return isBegun ? record.destinationSize == 0 && record.digest == FileDigest{} : record.size == record.destinationSize;
 }
 
 // Reads a row of just these values.
