@@ -742,6 +742,7 @@ void Run::State::postFile(EntryIndex entry, double jobSeconds, std::optional<uin
 // The files that are not proved.
 void Run::State::postRest() {
   for (const FailedOnce& failed : failedOnce) addFailures(failed.job, failed.result);
+  for (const EntryIndex file : results.unstable) addFailure(file, JobStatus::verificationFailed, "", everywhere());
   for (EntryIndex index = 0; index < card.entries.size(); ++index) {
     if (!isFile(index) || isReported[index]) continue;
     isReported[index] = true;

@@ -6,8 +6,11 @@
 #include <future>
 #include <memory>
 #include <optional>
+#include <system_error>
 #include <thread>
 #include <utility>
+
+#include "platform/Process.h"
 
 namespace kdxoffload {
 
@@ -21,7 +24,11 @@ std::optional<Result> watched(double stallSeconds, std::function<Result(const st
   const auto steps = std::make_shared<std::atomic<uint64_t>>(0);
   std::packaged_task<Result()> task([work = std::move(work), steps] { return work([steps] { ++*steps; }); });
   std::future<Result> result = task.get_future();
-  std::thread(std::move(task)).detach();
+  try {
+    std::thread(std::move(task)).detach();
+  } catch (const std::system_error&) {
+    platform::endProcessForLackOf("a thread");
+  }
   uint64_t lastSteps = 0;
   typename Clock::time_point lastMove = Clock::now();
   while (result.wait_for(betweenLooks) != std::future_status::ready) {

@@ -117,6 +117,7 @@ TEST_F(OffloadOnFaultyFileSystem, AnUnreadableFileInTheMiddleFailsAlone) {
 TEST_F(OffloadOnFaultyFileSystem, ASourceThatReadDifferentlyOnceIsNotSafeInThatRun) {
   server->whenReading("card/B.mov").fromPass(2).times(1).flipBitAt(2 * MiB);
   const ToolRun run = offloadFromFaulty();
+  EXPECT_THAT(run.errors, HasSubstr("failed: B.mov: the card's file did not read the same twice"));
   EXPECT_EQ(2, run.exitStatus) << run.output;
   EXPECT_EQ("DO NOT ERASE: 1 of 3 files is not proved.", lastLine(run));
   EXPECT_EQ(0, offloadFromFaulty().exitStatus);
